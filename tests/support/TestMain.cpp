@@ -1,0 +1,22 @@
+// The main of every test program: nothing that a test does may touch the person's own settings or
+// stores, and no message box may wait for anybody.
+#include <Platform/Directories.h>
+#include <Platform/Files.h>
+#include <Platform/Machine.h>
+#include <Platform/UserInterface.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    const auto base = std::filesystem::temp_directory_path() /
+                      ("vellum-test-" + std::to_string(ProcessId()));
+    RemoveTree(base.string());
+    SetBaseDirectory(base.string());
+    SetUserLanguage(Language::English);
+    CRecordingUserInterface silent;
+    const int result = RUN_ALL_TESTS();
+    RemoveTree(base.string());
+    return result;
+}
