@@ -1,5 +1,5 @@
 # Flags that hold for every room.
-add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror)
+add_compile_options(-Wall -Wextra -Wshadow -Werror)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   add_compile_options(-Wno-unused-private-field)
 endif()
