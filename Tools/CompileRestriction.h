@@ -1,0 +1,169 @@
+// The query language: compiles the text of a query to a restriction, and on request to a set of columns
+// and a sort order, in the published MAPI structures; prints restrictions as text.
+//
+//   CCompileRestriction compiler;
+//   PrepareQueryCompiler(compiler, folder, session, queries);      (Tools/INIQuerys.h)
+//   if (compiler.Compile(text)) table->Restrict(compiler.Restriction(), TBL_BATCH);
+//
+// One object serves one thread. Nothing here throws, but for lack of memory.
+#pragma once
+#include <Platform/MapiHeaders.h>
+#include <Tools/QueryLexer.h>
+#include <Tools/QueryMemory.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class CINIQuerys;
+class CUserFields;
+struct CLiteral;
+
+class CCompileRestriction {
+public:
+    CCompileRestriction();
+    // Frees all results; whoever still uses them must be done.
+    virtual ~CCompileRestriction();
+    CCompileRestriction(const CCompileRestriction&) = delete;
+    CCompileRestriction& operator=(const CCompileRestriction&) = delete;
+
+    // --- what a compilation stands on ------------------------------------------------------------
+    // The folder whose store numbers the named properties; null: words for named properties are then
+    // no fields. A `select ... from` in a text replaces it. One reference is taken.
+    void SetFolder(IMAPIContainer* folder);
+    IMAPIContainer* Folder() const { return m_folder; }  // no reference is added
+    // The session whose stores `select ... from` may name; null: that form is an error. One reference
+    // is taken.
+    void SetSession(IMAPISession* session);
+    IMAPISession* Session() const { return m_session; }  // no reference is added
+    // The queries that a text may call by name; not owned, must outlive the compilations. A call
+    // stores its arguments in the query's parameters. Null: none.
+    void SetStoredQueries(CINIQuerys* queries) { m_storedQueries = queries; }
+    CINIQuerys* StoredQueries() const { return m_storedQueries; }
+    // The words for named properties, beside the names of the published tags.
+    CUserFields& UserFields() { return *m_userFields; }
+
+    // --- compiling -------------------------------------------------------------------------------
+    // Frees the former results and compiles `text`, which ends at its first zero byte. True without an
+    // error. An empty text compiles to no restriction. Text behind a complete expression is ignored.
+    // Nesting is limited to kMaxDepth levels, what stored queries expand to, to kMaxExpansion bytes;
+    // beyond is an error. Linear in the text.
+    bool Compile(const std::string& text);
+    static constexpr unsigned kMaxDepth = 200;
+    static constexpr size_t kMaxExpansion = 4u << 20;
+
+    bool HasError() const { return m_hasError; }
+    // All messages of the last compilation, each with a blank before it; empty without an error.
+    const std::string& ErrorText() const { return m_errorText; }
+    // Where the scanner stood at the first error: a byte offset into the compiled text, at most its
+    // length; inside a stored query that of the query's call.
+    size_t ErrorOffset() const { return m_errorOffset; }
+    // The stored query in whose text the first error arose; empty for the compiled text itself.
+    const std::string& ErrorQuery() const { return m_errorQuery; }
+
+    // The results. Owned by this object: valid until the next Compile or its destruction, also where
+    // they were handed to a table (a table copies what it needs). Null where the text says nothing of
+    // the kind; after an error the restriction is null.
+    SRestriction* Restriction() const { return m_restriction; }
+    SPropTagArray* Columns() const { return m_columns; }  // of `select`, with the used tags behind
+    SSortOrderSet* SortOrder() const { return m_sortOrder; }
+    // The properties that the texts compiled so far name, once each, in the order of discovery.
+    const std::vector<ULONG>& UsedTags() const { return m_usedTags; }
+
+    // `array` (null counts as empty) with the used tags that it lacks behind it. The caller frees the
+    // result with MAPIFreeBuffer; null only for lack of memory.
+    SPropTagArray* MergeUsedTags(const SPropTagArray* array) const;
+
+    // The tag that a word of the language names, 0 if it names none: "Subject", "0x37001e",
+    // "string:Name", "Private". Named properties are created in the folder's store. Throws
+    // CMAPIException if the store refuses that.
+    ULONG TagOfWord(const std::string& word);
+
+    // --- printing --------------------------------------------------------------------------------
+    // Text close to the language, for a person; not all of it compiles again. A null node is "(NULL)".
+    std::string PrintRestriction(const SRestriction* node) const;
+    std::string PrintTag(ULONG tag) const;  // PrintTagIn with the folder
+    std::string PrintTagIn(IMAPIProp* prop, ULONG tag) const;
+    static std::string PrintFuzzy(ULONG level);
+    static std::string PrintRelop(ULONG relop);
+    static std::string PrintValue(const SPropValue* value);  // null: empty
+    // Cuts `text` at white space into lines of at least `length` bytes, each ended by CR LF.
+    static std::string WrapText(const std::string& text, size_t length);
+
+private:
+    class CDepth;
+
+    // Scanner (QueryLexer.h) and errors
+    int NextToken();
+    void UngetToken() { m_lexer.UngetToken(); }
+    void Error(const std::string& message);
+    [[noreturn]] static void Crash();
+    bool Expect(int token, const char* message);
+
+    // Grammar
+    void Expression();
+    void Relation();
+    void Primary();
+    void PrimaryWord();
+    void PrimaryBracket();
+    void PrimaryNot();
+    void FuzzyValue(ULONG level);
+    void PrimaryDate();
+    void PrimaryDaysFromNow();
+    void PrimaryField();
+    void PrimaryBit();
+    void PrimarySubObject(ULONG subObject);
+    void PrimaryUserField();
+    void PrimaryExists();
+    void PrimarySize();
+    void OrderClause();
+    void StoreSortOrder(const std::vector<SSortOrder>& keys);
+
+    // Table selection
+    void SelectClause();
+    void SelectFrom();
+    void SelectColumns(const std::vector<std::string>& fields);
+    void OpenTable(const std::string& path);
+
+    // Stored queries
+    void ExpandQuery(const std::string& name);
+    void ReadArguments(class CINIQuery& query);
+
+    // Building
+    void Push(std::unique_ptr<CLiteral> literal);
+    std::unique_ptr<CLiteral> Pop();
+    std::unique_ptr<CLiteral> PopOrCrash();
+    void PushRestriction(SRestriction* node, unsigned depth);
+    void PushText(const std::string& text, int type, ULONG flag);
+    void PushDate(const SYSTEMTIME& day, ULONGLONG daysBack);
+    ULONG ResolveField(const CLiteral* literal);
+    ULONG ResolveTyped(const std::string& name, ULONG type);
+    ULONG ResolveUserField(const std::string& name);
+    SPropValue* LiteralValue(ULONG tag, const CLiteral& literal);
+    void BuildRelation(ULONG relop);
+    bool FillRelation(SRestriction& node, ULONG relop, ULONG tag, const CLiteral& value);
+    bool FillBitmask(SRestriction& node, ULONG relop, ULONG tag, const CLiteral& value);
+    void Combine(ULONG kind);
+    void AddUsedTag(ULONG tag);
+    void Reset();
+
+    CQueryLexer m_lexer;
+    CQueryMemory m_memory;  // the chain behind the restriction
+    std::vector<std::unique_ptr<CLiteral>> m_literalStack;
+    std::vector<ULONG> m_usedTags;
+    std::vector<std::string> m_callStack;  // names of the stored queries being expanded
+    bool m_hasError = false;
+    std::string m_errorText;
+    size_t m_errorOffset = 0;
+    std::string m_errorQuery;
+    size_t m_callOffset = 0;  // where the outermost stored query under way was called
+    size_t m_cbExpanded = 0;
+    unsigned m_depth = 0;
+    CINIQuerys* m_storedQueries = nullptr;
+    IMAPIContainer* m_folder = nullptr;
+    IMAPISession* m_session = nullptr;
+    SRestriction* m_restriction = nullptr;
+    SPropTagArray* m_columns = nullptr;
+    SSortOrderSet* m_sortOrder = nullptr;
+    std::unique_ptr<CUserFields> m_userFields;
+};
