@@ -1,0 +1,23 @@
+// The texts of a run that a person reads, in the person's language.
+#pragma once
+#include <string>
+
+// The numbers are those of the resource table and never change.
+enum TextId : unsigned {
+    TEXT_PRIVATE_LABEL = 7,            // stands in a target for the text of a private appointment
+    TEXT_OPENING_FOLDERS = 10,         // status: a pair begins
+    TEXT_WRITING_SOURCE_STATE = 12,    // status: writing what the source holds
+    TEXT_WRITING_TARGET_STATE = 13,    // status: the same for the target
+    TEXT_OVERWRITTEN_FOLDER = 15,      // name of the holding folder for overwritten items
+    TEXT_OVERWRITTEN_TITLE = 16,       // the same as a heading
+    TEXT_COPIED_TO_COUNTERPART = 304,  // protocol, and so are the rest up to 310
+    TEXT_DELETED = 306,
+    TEXT_TARGET_MISSING = 307,
+    TEXT_TARGET_REWRITTEN = 308,
+    TEXT_COPIED_AS_NEW = 309,
+    TEXT_TIMES_IDENTICAL = 310,
+    TEXT_CONFLICT_SUFFIX = 313,  // ends the path of a conflict folder
+};
+
+// The text in UserLanguage(), in the 8-bit code page. A number without a text gives the empty text.
+std::string LoadText(unsigned id);

@@ -1,0 +1,67 @@
+// What makes two items the same item: the stamp in their named properties.
+#pragma once
+#include <MapiWrapper/MapiWrapper.h>
+
+#include <string>
+#include <vector>
+
+// Columns of the row set of a run, by number.
+enum SyncColumn : ULONG {
+    COL_ENTRYID = 0,
+    COL_SYNC_ID = 1,           // PT_STRING8
+    COL_MODIFIED = 2,          // PR_LAST_MODIFICATION_TIME
+    COL_STAMP = 3,             // LarchEid, PT_BINARY
+    COL_SUBJECT = 4,           // 8-bit
+    COL_CREATED = 5,           // PR_CREATION_TIME
+    COL_LONGTERM_ENTRYID = 6,  // PR_LONGTERM_ENTRYID_FROM_TABLE
+    COL_SENSITIVITY = 7,
+    COL_SEARCH_KEY = 8,
+    COL_DISPLAY_NAME = 9,  // 8-bit
+    COL_PRIVATE_MARK = 10,
+    SYNC_COLUMNS = 11,
+};
+
+// Tags of the stamp in one store, with their types.
+struct CSyncTags {
+    ULONG larchId = 0;         // PT_STRING8, the sync ID
+    ULONG larchEid = 0;        // PT_BINARY, the item's entry ID when it was stamped
+    ULONG larchParentEid = 0;  // PT_BINARY, its folder at that time
+};
+
+// The name under which the sync ID is kept: L"LarchID", or L"LarchID.<computer>" while the switch for
+// IDs per computer is on (nothing turns it on at present).
+const std::wstring& SyncIdName();
+
+// The numbers that the object's store gives the three names, created where they are new. Objects of
+// one store share their numbering (PR_MAPPING_SIGNATURE), so the names are asked for once per store.
+// Throws CMAPIException, MAPI_E_NOT_FOUND for an empty answer.
+class CSyncTagCache {
+public:
+    const CSyncTags& TagsOf(IMAPIProp* object);
+    void Clear() { m_known.clear(); }
+
+private:
+    struct Known {
+        std::string signature;
+        CSyncTags tags;
+    };
+    std::vector<Known> m_known;
+    CSyncTags m_unsigned;  // the answer for an object without signature
+};
+
+// One string-named property of PS_PUBLIC_STRINGS, uncached. Throws like the above; with `create`
+// clear also MAPI_E_NOT_FOUND for a name that the store does not know.
+ULONG NamedTag(IMAPIProp* object, const wchar_t* name, ULONG type, bool create);
+
+// A new text of the GUID form: its last eight bytes stand in decimal, so no parser takes it back.
+std::string NewSyncIdText();
+// If `syncId` is empty, gives it a new text.
+void EnsureSyncId(std::string& syncId);
+// The same, but reads the sync ID of the message first.
+void EnsureSyncId(IMessagePtr& message, std::string& syncId);
+// For two messages that shall agree: the text given, else the target's, else the source's, else new.
+void EnsureSyncId(IMessagePtr& target, IMessagePtr& source, std::string& syncId);
+
+// The item's identifier in a row: the long-term entry ID if there is one, else the entry ID. Null if
+// the row has neither.
+const SBinary* RowIdentifier(const CMapiRowSet& rows, ULONG row);

@@ -1,0 +1,63 @@
+// What a run has to do on one side: a list of items, each with its state.
+#pragma once
+#include <MapiWrapper/HexText.h>
+#include <MapiWrapper/MapiWrapper.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+// Travels unchanged into the protocol; the numbers never change.
+enum SyncState : LONG {
+    STATE_NONE = 0,               // winner of a conflict, stays as it is
+    STATE_NEW = 1,                // has no counterpart
+    STATE_MODIFIED = 2,           // changed since the last run
+    STATE_COUNTERPART_NEWER = 3,  // 3 and 4 are written by FindCounterpart alone
+    STATE_COUNTERPART_OLDER = 4,
+    STATE_CONFLICT = 5,  // loser of a conflict
+    STATE_DELETED = 6,   // gone from this side
+    STATE_MOVED = 9,     // has a stale stamp and no sync ID
+};
+
+struct CSyncMessage {
+    IMAPIFolderPtr m_folder;
+    IMessagePtr m_message;  // empty until the copy loop opens it; an open one is used again
+    LONG m_origin = 0;      // which rule made the record, a diagnostic
+    void* m_row = nullptr;  // for the mail transport
+    CMapiBinary m_entryId;
+    CMapiBinary m_secondEntryId;
+    CMapiBinary m_searchKey;  // filled for rows without sync ID
+    std::string m_syncId;
+    std::string m_text1;  // for the mail transport
+    std::string m_name;
+    std::string m_text2;  // for the mail transport
+    FILETIME m_modified{};
+    FILETIME m_created{};
+    LONG m_state = STATE_NONE;
+};
+
+// Owns its messages. A later message with the same sync ID takes the place of the former in the map
+// and stays beside it in the list.
+class CSyncMessages {
+public:
+    CSyncMessages() = default;
+    CSyncMessages(const CSyncMessages&) = delete;
+    CSyncMessages& operator=(const CSyncMessages&) = delete;
+    virtual ~CSyncMessages() = default;
+
+    CSyncMessage& Add(std::unique_ptr<CSyncMessage> message);
+    void Clear();
+
+    size_t Count() const { return m_messages.size(); }
+    bool IsEmpty() const { return m_messages.empty(); }
+    CSyncMessage& At(size_t index) { return *m_messages.at(index); }
+    const CSyncMessage& At(size_t index) const { return *m_messages.at(index); }
+    // Null if no message has this sync ID.
+    CSyncMessage* Find(const std::string& syncId) const;
+
+private:
+    std::vector<std::unique_ptr<CSyncMessage>> m_messages;
+    std::unordered_map<std::string, CSyncMessage*> m_bySyncId;
+};

@@ -1,0 +1,287 @@
+// The engine: one run over one pair of folders. The phases of a run lie in a source file each; they
+// share this class because they share the state of the run.
+//
+// Reading order: SyncRun.cpp (the order of the phases), ModifyList.cpp (what changed), CopyLoop.cpp
+// (making it so), SyncFileStore.cpp (remembering it).
+#pragma once
+#include <MapiWrapper/MapiWrapper.h>
+#include <Tarn/Engine/Strings.h>
+#include <Tarn/Engine/SyncFile.h>
+#include <Tarn/Engine/SyncIdentity.h>
+#include <Tarn/Engine/SyncMessages.h>
+#include <Tarn/Engine/SyncProgress.h>
+#include <Tarn/Engine/SyncProtocol.h>
+#include <Tarn/Engine/SyncTrace.h>
+#include <Tarn/Engine/TarnSetting.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+class CMessageCache;
+
+// What a batch did, beyond what SyncSubFolder answers (its number is information only). Sums over all
+// pairs and subfolders since the caller last cleared it.
+struct CSyncOutcome {
+    unsigned pairsRun = 0;        // pairs whose folders and tables were open
+    unsigned pairsNotOpened = 0;  // pairs with a store, folder or table that did not open
+    unsigned phasesFailed = 0;    // phases of a run that ended with an error of their own
+    unsigned rowsFailed = 0;      // items that could not be carried over or removed
+    unsigned sourceChanged = 0;   // items created, rewritten or removed in source folders
+    unsigned targetChanged = 0;
+    unsigned conflicts = 0;  // items changed on both sides
+    bool cancelled = false;
+    bool notAvailable = false;  // a kind of pair that this version does not run
+};
+
+// The new target of SyncModifiedElement, for a caller that watches folders.
+struct CSyncTargetRecord {
+    CMapiBinary m_entryId;
+    CMapiBinary m_storeEntryId;
+    DWORD m_tickCount = 0;  // TickCount()
+    ULONG m_modifiedLow = 0;
+    ULONG m_modifiedHigh = 0;
+};
+
+// Entry IDs that wait to be removed together.
+class CEntryIdBatch {
+public:
+    void Clear();
+    void Add(const SBinary& entryId);
+    size_t Count() const { return m_ids.size(); }
+    bool IsEmpty() const { return m_ids.empty(); }
+    // Valid until the batch is changed.
+    ENTRYLIST* List();
+
+private:
+    std::vector<std::string> m_ids;
+    std::vector<SBinary> m_binaries;
+    ENTRYLIST m_list{};
+};
+
+// Batches of entry IDs that a copy loop removes; the numbers are those of AddToDelArray.
+enum DeletionBatch { BATCH_DELETED = 0, BATCH_CONFLICTS = 1, BATCH_OVERWRITTEN = 2, BATCH_COUNT = 3 };
+
+inline constexpr LONG DeletionBatchCapacity = 5000;
+
+// One object for one batch of pairs, on the thread that uses the session. The caller sets session,
+// setting, progress, protocol and the options below, then calls SyncSubFolder once per pair. Between
+// pairs nothing carries over but the outcome, the missing folders and the protocol.
+class CSyncFolder {
+public:
+    CSyncFolder();
+    virtual ~CSyncFolder();
+    CSyncFolder(const CSyncFolder&) = delete;
+    CSyncFolder& operator=(const CSyncFolder&) = delete;
+
+    // ---- entries (SubFolders.cpp, SyncRun.cpp) ---------------------------------------------------
+
+    // Runs a pair with its subfolders, children first. The texts are folder keys ("folder:store" in
+    // hexadecimal). Answers what the last SyncFolder answered, or 1; see CSyncOutcome for what became
+    // of it. Reports failures by message boxes; CMAPIException does not leave it.
+    int SyncSubFolder(const std::string& source, const std::string& target, bool toTarget, bool toSource,
+                      bool findDeletions, bool withSubfolders, bool createFolders);
+
+    // One pair without subfolders. Directions come from the setting, which must be set; the two
+    // arguments are accepted for the callers' sake. 0: ended, also by cancelling or with a reported
+    // failure to open; 1: tables not open, specifiers not usable, or an unforeseen failure.
+    int SyncFolder(const std::string& source, const std::string& target, bool toTarget, bool toSource,
+                   bool findDeletions);
+
+    // The pair of m_sourceText and m_targetText with the option bytes and the own setting, for a
+    // caller that prepared them.
+    int SyncPrepared();
+
+    void ClearOutcome() { m_outcome = {}; }
+
+    // ---- identity (SyncIdentity.cpp) -------------------------------------------------------------
+
+    // Replaces `rows` by all rows of the table with the columns of SyncColumn. Throws.
+    void QuerySyncRows(CMapiRowSet& rows, const IMAPIFolderPtr& folder, const IMAPITablePtr& table);
+    // Stamps the message if its stamp differs or `force` is set; true if it wrote. The caller saves.
+    // Reports its failures itself and then answers what it knew so far.
+    bool SetSyncID(IMessagePtr& message, const std::string& syncId, bool force);
+    // Gives items that bear another item's stamp an identity of their own. True: some were changed,
+    // query the rows again. Does not throw CMAPIException.
+    bool CheckSyncID(const IMAPIFolderPtr& folder, CMapiRowSet& rows);
+    // Takes the text out of a private appointment, if the option is on. Never throws.
+    void ModifyTarget(IMessagePtr& message);
+    // The stamp's tags in the object's store, asked for once per store and run. Throws.
+    const CSyncTags& TagsOf(IMAPIProp* object) { return m_tags.TagsOf(object); }
+
+    // ---- hidden messages and sync files (SyncFileStore.cpp) --------------------------------------
+
+    // The hidden message of this subject and class, or an empty wrapper. With `create` set a message
+    // that is not there is made, unsaved; a folder that cannot be searched throws then.
+    IMessagePtr OpenConfigMessage(const IMAPIFolderPtr& folder, const std::string& subject,
+                                  const std::string& messageClass, bool create);
+    // The message with the last sync times, made (unsaved) if absent; empty after a failure.
+    IMessagePtr GetConfigMsg(const IMAPIFolderPtr& folder);
+    void ReadSyncFiles(const IMAPIFolderPtr& sourceFolder);
+    // `name` is "SourceID" or "TargetID"; `syncTime` may be null. S_OK also where no message exists.
+    // Never throws; after a failure the map holds what was read so far.
+    HRESULT ReadSyncFile(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
+                         FILETIME* syncTime);
+    void WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                        bool writeSource, bool writeTarget);
+    // Describes the rows of `folder` in a hidden message of `configFolder` (of `folder` if that is not
+    // open).
+    void WriteSyncFile(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder, const char* name,
+                       const FILETIME& lastSyncTime);
+
+    // ---- modification lists (ModifyList.cpp) -----------------------------------------------------
+
+    void CreateModifyList(const char* name, CSyncMessages& result, CSyncFileMap& ownData,
+                          CSyncFileMap& otherData, const IMAPIFolderPtr& ownFolder,
+                          const IMAPIFolderPtr& otherFolder, CMapiRowSet& ownRows,
+                          const CMapiRowSet& otherRows, const FILETIME& lastSyncTime);
+    // Restricts the table to what the pair's query and the private option select, and with `useTime`
+    // in the incremental mode to rows since `time` (may be null). Throws.
+    void ApplyTableFilter(const IMAPIFolderPtr& folder, const IMAPITablePtr& table, const FILETIME* time,
+                          bool useTime);
+    bool FindBySearchKey(CSyncFileMap& ownData, const SBinary& identifier, const CMapiRowSet& otherRows,
+                         const FILETIME& rowTime, const SBinary& searchKey, LONG& result);
+
+    // ---- conflicts (Conflicts.cpp) ---------------------------------------------------------------
+
+    void FindConflicts(CSyncMessages& source, CSyncMessages& target);
+    void MoveConflicts(CSyncMessages& list, const IMAPIFolderPtr& ownFolder,
+                       const IMAPIFolderPtr& otherFolder, CMapiRowSet& ownRows, const CMapiRowSet& otherRows,
+                       CSyncFileMap& ownData, CSyncFileMap& otherData, const IMsgStorePtr& ownStore,
+                       const IMsgStorePtr& otherStore);
+    void MoveToConflictFolder(ENTRYLIST* entries, const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
+
+    // ---- subfolders (SubFolders.cpp) -------------------------------------------------------------
+
+    void SyncAndCreateFolder(const IMAPIFolderPtr& existingParent, const IMAPIFolderPtr& parent,
+                             const std::string& name, const CMapiRowSet& rows, bool toTarget, bool toSource,
+                             bool findDeletions, bool withSubfolders, bool createFolders);
+
+    // ---- deletion (Deletion.cpp) -----------------------------------------------------------------
+
+    void InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder, LONG capacity);
+    void AddToDelArray(const SBinary& entryId, const IMAPIFolderPtr& folder, int batch);
+    void FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
+    void MoveToDeletedFolder(ENTRYLIST* entries, const char* name, const IMsgStorePtr& store,
+                             const IMAPIFolderPtr& folder);
+    void MoveOverwritten(const SBinary& entryId, const IMAPIFolderPtr& folder);
+    // Creates the folders of `path` (separated by backslashes) below `parent`; the deepest, or an
+    // empty wrapper.
+    IMAPIFolderPtr CreateHoldingPath(const IMAPIFolderPtr& parent, const std::string& path);
+    // Also takes the entry out of the message cache.
+    void DeleteEntry(const SBinary& entryId, const IMAPIFolderPtr& folder);
+    // Moves the entry to `overwriteFolder`; does nothing if that is not open.
+    void DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,
+                        const IMAPIFolderPtr& overwriteFolder);
+    // The registry switch that makes removing final. Read once in a process.
+    static bool IsHardDelete();
+    static void ForgetHardDelete();  // for tests
+
+    // ---- tracing (TraceLists.cpp) ----------------------------------------------------------------
+
+    void OpenTraceFile();
+    void CloseTraceFile();
+    bool IsTracing() const { return IsTraceActive(m_traceFile); }
+    void TraceModifications(CSyncMessages& list);
+    void TraceRows(const char* name, const CMapiRowSet& rows);
+    void TraceSyncFile(const char* name, CSyncFileMap& syncData);
+    void TraceFolder(const IMAPIFolderPtr& folder, const char* name);
+
+    // ---- copy loop (CopyLoop.cpp) ----------------------------------------------------------------
+
+    // Never throws.
+    void CopyModifiedElements(CSyncMessages& list, const IMAPIFolderPtr& sourceFolder,
+                              const IMAPIFolderPtr& targetFolder, const CMapiRowSet& sourceRows,
+                              const CMapiRowSet& targetRows, CSyncFileMap& syncData,
+                              const IMsgStorePtr& sourceStore, const IMsgStorePtr& targetStore,
+                              const std::string& sourceName, const std::string& targetName);
+    void SyncModifiedElement(CSyncMessage& row, IMessagePtr& sourceMessage, CSyncFileMap& syncData,
+                             const CMapiRowSet& sourceRows, const CMapiRowSet& targetRows,
+                             const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                             CSyncTargetRecord* record, bool useRowSyncId, std::string& status,
+                             bool allowSearch);
+    void SyncChangedRow(IMessagePtr& sourceMessage, CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
+                        const IMAPIFolderPtr& targetFolder, const CMapiRowSet& sourceRows,
+                        const CMapiRowSet& targetRows, CSyncFileMap& syncData, std::string& status);
+    bool IsSkippedPrivate(IMessagePtr& message);
+    IMessagePtr OpenRowMessage(CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
+                               const IMAPIFolderPtr& targetFolder);
+
+    // ---- message transfer (MessageTransfer.cpp) --------------------------------------------------
+
+    bool IsMarkedPrivate(IMessagePtr& message);
+    void RemoveContents(IMessagePtr& message);
+    int ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                     const SBinary& sourceEntryId, const SBinary& targetEntryId, std::string& status);
+    void CheckIfTargetExists(const SBinary& sourceEntryId, CSyncFileMap& syncData,
+                             const CMapiRowSet& targetRows, const IMAPIFolderPtr& sourceFolder,
+                             const IMAPIFolderPtr& targetFolder);
+    // One item as a watcher of folders sees it. `skipPrivate` is the watcher's own option.
+    void SyncSingleMessage(IMessagePtr& sourceMessage, const IMAPIFolderPtr& sourceFolder,
+                           const IMAPIFolderPtr& targetFolder, bool skipPrivate);
+
+    // ---- counterpart search (CounterpartSearch.cpp) ----------------------------------------------
+
+    int FindSimilarObject(CSyncMessage* row, const CMapiRowSet& targetRows,
+                          const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder);
+    int FindEqual(CSyncMessage* row, const CMapiRowSet& targetRows, const IMAPIFolderPtr& sourceFolder,
+                  const IMAPIFolderPtr& targetFolder);
+    void FindCounterpart(CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
+                         const IMAPIFolderPtr& targetFolder, const CMapiRowSet& sourceRows, ULONG sourceRow,
+                         const CMapiRowSet& targetRows);
+
+    // ---- for the outcome -------------------------------------------------------------------------
+
+    // Called by the phases for each item that failed, and for each that was created, rewritten or
+    // removed on the side that a copy loop writes to.
+    void NoteRowFailed() { ++m_outcome.rowsFailed; }
+    void NoteChanged(unsigned items = 1);
+    // Asks the progress and keeps the answer in m_cancelled.
+    bool PollCancelled();
+    bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }
+
+    // ---- members, set by the caller or shared by the phases ----------------------------------------
+
+    FILETIME m_sourceSyncTime{};  // "SyncTime" of the two sync files; zero if absent
+    FILETIME m_targetSyncTime{};
+    CSyncProgress* m_progress = nullptr;  // may be null; not owned
+    CSyncProtocol* m_protocol = nullptr;  // may be null; not owned
+    int m_cancelled = 0;                  // the last answer of IsCancelled
+    std::string m_sourceText;             // folder keys of SyncPrepared
+    std::string m_targetText;
+    bool m_toTarget = true;
+    bool m_toSource = true;
+    bool m_deletions = true;
+    bool m_withSubfolders = false;
+    bool m_createFolders = false;
+    bool m_running = false;
+    LONG m_batchCapacity = DeletionBatchCapacity;
+    IMsgStorePtr m_deletionStore;  // the side that a copy loop removes from
+    IMAPIFolderPtr m_deletionFolder;
+    IMAPIFolderPtr m_overwriteFolder;  // holding folder for overwritten items; empty if it did not open
+    int m_findDeletions = 0;           // the last argument of SyncFolder
+    bool m_skipPrivate = false;        // SYNC_SKIP_PRIVATE
+    bool m_stripPrivate = false;       // SYNC_STRIP_PRIVATE
+    bool m_checkLitterBin = false;     // SYNC_CHECK_LITTER_BIN; kept, read by nothing
+    bool m_checkTarget = false;        // set by no run
+    CTarnSetting m_ownSetting;
+    CTarnSetting* m_setting = nullptr;  // the setting of the pair; may be null, not owned
+    FILE* m_traceFile = nullptr;        // closed by the destructor
+    CSyncFileMap m_sourceData;
+    CSyncFileMap m_targetData;
+    FILETIME m_lastSyncSource{};  // "VellumTimeSource", "VellumTimeTarget"; zero if absent
+    FILETIME m_lastSyncTarget{};
+    std::array<CEntryIdBatch, BATCH_COUNT> m_batches;
+    std::vector<std::string> m_missingFolders;  // paths without counterpart that were not created
+    CMapiSession m_session;
+    std::unique_ptr<CMessageCache> m_cache;
+    CSyncOutcome m_outcome;
+    bool m_copyToSource = false;  // the side that the copy loop under way writes to
+
+private:
+    struct Pair;      // what SyncFolder holds for one pair (SyncRun.cpp)
+    struct Children;  // and SyncSubFolder for one level (SubFolders.cpp)
+
+    CSyncTagCache m_tags;
+};
