@@ -1,0 +1,52 @@
+// The edge of this room: every interface method runs its body in GuardedCall. It takes the store's
+// lock, counts the call for the faults on request, and turns every exception into its code.
+#pragma once
+#include "StoreCore.h"
+#include "StoreError.h"
+
+// The lock of a store for one call. The outermost one hands the events of the call to the watchers
+// when the lock is free again. Throws the fault that was asked for, if this call is the one.
+class CStoreCall {
+public:
+    explicit CStoreCall(CStoreCore& core);
+    ~CStoreCall();
+    CStoreCall(const CStoreCall&) = delete;
+    CStoreCall& operator=(const CStoreCall&) = delete;
+
+private:
+    CStoreCore& m_core;
+};
+
+// The same for two stores, of which only the first counts the call; they may be one and the same.
+// Locks in an order that is the same for every caller.
+class CTwoStoreCall {
+public:
+    CTwoStoreCall(CStoreCore& counted, CStoreCore& other);
+    ~CTwoStoreCall();
+    CTwoStoreCall(const CTwoStoreCall&) = delete;
+    CTwoStoreCall& operator=(const CTwoStoreCall&) = delete;
+
+private:
+    CStoreCore& m_first;
+    CStoreCore& m_second;
+};
+
+template <class Body>
+HRESULT GuardedCall(CStoreCore& core, Body&& body) noexcept {
+    try {
+        CStoreCall call(core);
+        return body();
+    } catch (...) {
+        return CodeOfCurrentException();
+    }
+}
+
+// For objects that belong to no store.
+template <class Body>
+HRESULT GuardedCall(Body&& body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return CodeOfCurrentException();
+    }
+}

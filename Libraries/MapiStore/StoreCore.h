@@ -1,0 +1,120 @@
+// One open store file: what all objects of it share in this process, whatever session they belong to.
+#pragma once
+#include "EntryId.h"
+#include "NameMap.h"
+#include "Storage.h"
+#include "StoreEvents.h"
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+
+class CStoreCall;
+class CTwoStoreCall;
+
+class CStoreCore : public std::enable_shared_from_this<CStoreCore> {
+public:
+    // Opens the file, or gives the core that this process already has for it. MAPI_E_VERSION for a
+    // file of a later program, MAPI_E_CORRUPT_STORE for one that is no store, MAPI_E_NOT_FOUND if there
+    // is none; each as CStoreError.
+    static std::shared_ptr<CStoreCore> Open(const std::string& path);
+    // Creates the file with its standard folders. MAPI_E_COLLISION if something lies there.
+    static void Create(const std::string& path, const std::string& displayName, bool longTermIds);
+    ~CStoreCore();
+
+    const StoreUid& Uid() const { return m_uid; }
+    // Tables give short-term entry IDs beside the long-term ones.
+    bool HasLongTermIds() const { return m_longTermIds; }
+    const std::string& Path() const { return m_path; }
+    bool IsReadOnly() const { return m_readOnly; }
+
+    // Everything below needs the lock: call it inside a CStoreCall.
+
+    IObjectStorage& Storage() { return *m_storage; }
+    CNameMap& Names() { return m_names; }
+    std::string DisplayName();
+    void SetDisplayName(const std::string& name);
+
+    // One save: body() inside a transaction. Outside a batch it is on disk afterwards, inside one it
+    // is gathered. If body throws, nothing of it stays. Counts as a save for the kill on request.
+    template <class Body>
+    void Save(Body&& body) {
+        BeginSave();
+        try {
+            body();
+        } catch (...) {
+            AbandonSave();
+            throw;
+        }
+        EndSave();
+    }
+    // Inside Save only.
+    std::uint64_t NextSerial() { return m_counters.serial++; }
+    ObjectId NextFolder();
+    std::uint64_t NextChange() { return m_counters.change++; }
+    // The clock's time, or a tick more than the last time given: no two are the same.
+    std::uint64_t NextTime();
+
+    void BeginBatch();
+    void FlushBatch();
+    void EndBatch();
+
+    // The event reaches the watchers when the outermost call is over. Dropped if the save fails.
+    void Publish(const StoreEvent& event) { m_events.push_back(event); }
+
+    // These four lock by themselves.
+    void AddWatcher(const std::shared_ptr<IStoreWatcher>& watcher);
+    void RemoveWatcher(IStoreWatcher* watcher);
+    void SetFault(ULONG n, HRESULT hr, bool forGood);
+    ULONG CallCount() const { return m_calls; }
+    void SetKillAtSave(ULONG n);
+    ULONG SaveCount() const { return m_saves; }
+
+private:
+    friend class CStoreCall;
+    friend class CTwoStoreCall;
+    explicit CStoreCore(const std::string& path);
+    void Lock() { m_mutex.lock(); }
+    void LockAndCount();
+    void Unlock();
+    void BeginSave();
+    void EndSave();
+    void AbandonSave() noexcept;
+    void CommitGathered();
+    void NoteOutsideChanges();
+    void DropCaches();
+    void Watch();  // called by the watch thread
+    friend class CStoreWatch;
+
+    const std::string m_path;
+    StoreUid m_uid{};
+    bool m_longTermIds = false;
+    bool m_readOnly = false;
+
+    std::recursive_mutex m_mutex;  // guards all below
+    std::unique_ptr<IObjectStorage> m_storage;
+    CNameMap m_names;
+    StoreCounters m_counters;
+    StoreCounters m_countersBeforeSave;
+    int m_depth = 0;      // nested calls
+    int m_saveDepth = 0;  // nested saves
+    int m_batchDepth = 0;
+    unsigned m_gathered = 0;  // saves in the open transaction
+    std::chrono::steady_clock::time_point m_gatheredSince{};
+    std::uint64_t m_outside = 0;
+    std::vector<StoreEvent> m_events;
+    std::size_t m_eventsBeforeSave = 0;
+
+    std::atomic<ULONG> m_calls{0};
+    ULONG m_faultAt = 0;
+    HRESULT m_faultCode = S_OK;
+    bool m_faultForGood = false;
+    std::atomic<ULONG> m_saves{0};
+    ULONG m_killAt = 0;
+
+    std::mutex m_watchersMutex;  // guards the list
+    std::vector<std::weak_ptr<IStoreWatcher>> m_watchers;
+    std::recursive_mutex m_deliveryMutex;  // held while watchers are called
+    std::atomic<bool> m_hasWatchers{false};
+};
