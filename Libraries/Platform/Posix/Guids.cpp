@@ -1,0 +1,3 @@
+// The identifiers that objbase.h only declares.
+#define INITGUID
+#include <objbase.h>

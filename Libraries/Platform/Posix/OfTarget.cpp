@@ -1,0 +1,83 @@
+#include <Platform/OfTarget.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+namespace {
+
+constexpr mode_t NewFileMode = 0600;
+
+// The places of the XDG base directories; a relative value of the variable does not count.
+std::string XdgDirectory(const char* variable, const char* belowHome) {
+    const char* set = std::getenv(variable);
+    if (set && set[0] == '/') return std::string(set) + "/vellum";
+    const char* home = std::getenv("HOME");
+    return std::string(home && *home ? home : "/tmp") + belowHome + "/vellum";
+}
+
+int WriteAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        done += static_cast<size_t>(n);
+    }
+    return ::fsync(fd) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+SYSTEMTIME SystemLocalTime() {
+    timeval now{};
+    ::gettimeofday(&now, nullptr);
+    tm local{};
+    ::localtime_r(&now.tv_sec, &local);
+    SYSTEMTIME st{};
+    st.wYear = static_cast<WORD>(local.tm_year + 1900);
+    st.wMonth = static_cast<WORD>(local.tm_mon + 1);
+    st.wDayOfWeek = static_cast<WORD>(local.tm_wday);
+    st.wDay = static_cast<WORD>(local.tm_mday);
+    st.wHour = static_cast<WORD>(local.tm_hour);
+    st.wMinute = static_cast<WORD>(local.tm_min);
+    st.wSecond = static_cast<WORD>(local.tm_sec < 60 ? local.tm_sec : 59);
+    st.wMilliseconds = static_cast<WORD>(now.tv_usec / 1000);
+    return st;
+}
+
+std::filesystem::path NativePath(const std::string& path) {
+    return path;
+}
+std::string NarrowPath(const std::filesystem::path& path) {
+    return path.string();
+}
+
+int WriteAndFlush(const std::string& path, const std::string& bytes) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, NewFileMode);
+    if (fd < 0) return errno;
+    const int code = WriteAll(fd, bytes);
+    return ::close(fd) == 0 || code ? code : errno;
+}
+
+void FlushDirectory(const std::string& directory) {
+    const int fd = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    ::fsync(fd);
+    ::close(fd);
+}
+
+std::string SystemModuleDirectory() {
+    return SystemConfigDirectory();
+}
+std::string SystemConfigDirectory() {
+    return XdgDirectory("XDG_CONFIG_HOME", "/.config");
+}
+std::string SystemDataDirectory() {
+    return XdgDirectory("XDG_DATA_HOME", "/.local/share");
+}
