@@ -5,6 +5,14 @@
 #include <string>
 #include <vector>
 
+// Tags that server stores publish beside those of the system's headers.
+#ifndef PR_LONGTERM_ENTRYID_FROM_TABLE
+#define PR_LONGTERM_ENTRYID_FROM_TABLE PROP_TAG(PT_BINARY, 0x6670)
+#endif
+#ifndef PR_BODY_HTML_A
+#define PR_BODY_HTML_A PROP_TAG(PT_STRING8, 0x1013)
+#endif
+
 // Columns of the row set of a run, by number.
 enum SyncColumn : ULONG {
     COL_ENTRYID = 0,
@@ -26,6 +34,7 @@ struct CSyncTags {
     ULONG larchId = 0;         // PT_STRING8, the sync ID
     ULONG larchEid = 0;        // PT_BINARY, the item's entry ID when it was stamped
     ULONG larchParentEid = 0;  // PT_BINARY, its folder at that time
+    ULONG privateMark = 0;     // PT_LONG, TarnPriv: 1 in an anonymised copy
 };
 
 // The name under which the sync ID is kept: L"LarchID", or L"LarchID.<computer>" while the switch for

@@ -171,9 +171,6 @@ public:
     IMAPIFolderPtr CreateHoldingPath(const IMAPIFolderPtr& parent, const std::string& path);
     // Also takes the entry out of the message cache.
     void DeleteEntry(const SBinary& entryId, const IMAPIFolderPtr& folder);
-    // Moves the entry to `overwriteFolder`; does nothing if that is not open.
-    void DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,
-                        const IMAPIFolderPtr& overwriteFolder);
     // The registry switch that makes removing final. Read once in a process.
     static bool IsHardDelete();
     static void ForgetHardDelete();  // for tests
@@ -204,6 +201,9 @@ public:
     void SyncChangedRow(IMessagePtr& sourceMessage, CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
                         const IMAPIFolderPtr& targetFolder, const CMapiRowSet& sourceRows,
                         const CMapiRowSet& targetRows, CSyncFileMap& syncData, std::string& status);
+    // Moves the entry to `overwriteFolder`; does nothing if that is not open.
+    void DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,
+                        const IMAPIFolderPtr& overwriteFolder);
     bool IsSkippedPrivate(IMessagePtr& message);
     IMessagePtr OpenRowMessage(CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
                                const IMAPIFolderPtr& targetFolder);
