@@ -5,16 +5,20 @@
 //   PrepareQueryCompiler(compiler, folder, session, queries);      (Tools/INIQuerys.h)
 //   if (compiler.Compile(text)) table->Restrict(compiler.Restriction(), TBL_BATCH);
 //
-// One object serves one thread. Nothing here throws, but for lack of memory.
+// One object serves one thread. Nothing here throws but where it says so, or for lack of memory.
 #pragma once
+#include <MapiWrapper/MapiContainer.h>
+#include <MapiWrapper/MapiSession.h>
 #include <Platform/MapiHeaders.h>
 #include <Tools/QueryLexer.h>
 #include <Tools/QueryMemory.h>
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+class CINIQuery;
 class CINIQuerys;
 class CUserFields;
 struct CLiteral;
@@ -31,11 +35,11 @@ public:
     // The folder whose store numbers the named properties; null: words for named properties are then
     // no fields. A `select ... from` in a text replaces it. One reference is taken.
     void SetFolder(IMAPIContainer* folder);
-    IMAPIContainer* Folder() const { return m_folder; }  // no reference is added
+    IMAPIContainer* Folder() const { return m_folder.Get(); }  // no reference is added
     // The session whose stores `select ... from` may name; null: that form is an error. One reference
     // is taken.
     void SetSession(IMAPISession* session);
-    IMAPISession* Session() const { return m_session; }  // no reference is added
+    IMAPISession* Session() const { return m_session.Raw(); }  // no reference is added
     // The queries that a text may call by name; not owned, must outlive the compilations. A call
     // stores its arguments in the query's parameters. Null: none.
     void SetStoredQueries(CINIQuerys* queries) { m_storedQueries = queries; }
@@ -46,8 +50,8 @@ public:
     // --- compiling -------------------------------------------------------------------------------
     // Frees the former results and compiles `text`, which ends at its first zero byte. True without an
     // error. An empty text compiles to no restriction. Text behind a complete expression is ignored.
-    // Nesting is limited to kMaxDepth levels, what stored queries expand to, to kMaxExpansion bytes;
-    // beyond is an error. Linear in the text.
+    // Nesting, of brackets as of the resulting tree, is limited to kMaxDepth levels, and what stored
+    // queries expand to, to kMaxExpansion bytes; beyond is an error. Linear in the text.
     bool Compile(const std::string& text);
     static constexpr unsigned kMaxDepth = 200;
     static constexpr size_t kMaxExpansion = 4u << 20;
@@ -91,14 +95,12 @@ public:
     static std::string WrapText(const std::string& text, size_t length);
 
 private:
-    class CDepth;
-
-    // Scanner (QueryLexer.h) and errors
-    int NextToken();
+    // Scanner and errors
+    int NextToken() { return m_lexer.NextToken(); }
     void UngetToken() { m_lexer.UngetToken(); }
     void Error(const std::string& message);
-    [[noreturn]] static void Crash();
-    bool Expect(int token, const char* message);
+    void Expect(int token, const char* message);
+    void Run();
 
     // Grammar
     void Expression();
@@ -107,61 +109,69 @@ private:
     void PrimaryWord();
     void PrimaryBracket();
     void PrimaryNot();
-    void FuzzyValue(ULONG level);
+    void FuzzyValue(int token);
     void PrimaryDate();
     void PrimaryDaysFromNow();
-    void PrimaryField();
     void PrimaryBit();
     void PrimarySubObject(ULONG subObject);
     void PrimaryUserField();
     void PrimaryExists();
     void PrimarySize();
     void OrderClause();
-    void StoreSortOrder(const std::vector<SSortOrder>& keys);
+    SSortOrder OrderKey();
 
     // Table selection
     void SelectClause();
-    void SelectFrom();
+    bool SelectFields(std::vector<std::string>& fields, int& token);
+    bool SelectFrom();
     void SelectColumns(const std::vector<std::string>& fields);
     void OpenTable(const std::string& path);
+    void OpenTableByPath(const CMapiRowSet& stores, const std::string& path);
+    void OpenTableByEntryId(const CMapiRowSet& stores, const std::string& hex);
+    void ReplaceFolder(const IMAPIPropPtr& opened);
 
     // Stored queries
-    void ExpandQuery(const std::string& name);
-    void ReadArguments(class CINIQuery& query);
+    void ExpandQuery(CINIQuery& query);
+    void ReadArguments(CINIQuery& query);
 
     // Building
     void Push(std::unique_ptr<CLiteral> literal);
     std::unique_ptr<CLiteral> Pop();
-    std::unique_ptr<CLiteral> PopOrCrash();
-    void PushRestriction(SRestriction* node, unsigned depth);
+    void PushRestriction(SRestriction* node, unsigned depth, size_t spare = 0);
     void PushText(const std::string& text, int type, ULONG flag);
-    void PushDate(const SYSTEMTIME& day, ULONGLONG daysBack);
+    void PushDay(LONG day, LONG month, LONG year);
+    void PushToday(LONG daysBack);
+    void PushNow();
     ULONG ResolveField(const CLiteral* literal);
     ULONG ResolveTyped(const std::string& name, ULONG type);
     ULONG ResolveUserField(const std::string& name);
     SPropValue* LiteralValue(ULONG tag, const CLiteral& literal);
+    void FillGuid(SPropValue& value, const std::string& text);
     void BuildRelation(ULONG relop);
     bool FillRelation(SRestriction& node, ULONG relop, ULONG tag, const CLiteral& value);
     bool FillBitmask(SRestriction& node, ULONG relop, ULONG tag, const CLiteral& value);
     void Combine(ULONG kind);
     void AddUsedTag(ULONG tag);
+    void StoreSortOrder(const std::vector<SSortOrder>& keys);
     void Reset();
 
     CQueryLexer m_lexer;
-    CQueryMemory m_memory;  // the chain behind the restriction
+    CQueryMemory m_memory;  // behind the restriction
     std::vector<std::unique_ptr<CLiteral>> m_literalStack;
     std::vector<ULONG> m_usedTags;
-    std::vector<std::string> m_callStack;  // names of the stored queries being expanded
+    std::vector<std::string> m_callStack;   // names of the stored queries being expanded
+    const std::string* m_textOf = nullptr;  // the stored query that the scanner reads; null: the text
+    size_t m_callOffset = 0;                // where the text called the outermost of them
+    size_t m_cbExpanded = 0;
+    unsigned m_depth = 0;
     bool m_hasError = false;
     std::string m_errorText;
     size_t m_errorOffset = 0;
     std::string m_errorQuery;
-    size_t m_callOffset = 0;  // where the outermost stored query under way was called
-    size_t m_cbExpanded = 0;
-    unsigned m_depth = 0;
     CINIQuerys* m_storedQueries = nullptr;
-    IMAPIContainer* m_folder = nullptr;
-    IMAPISession* m_session = nullptr;
+    IMAPIContainerPtr m_folder;
+    CMapiSession m_session;
+    std::unordered_map<std::string, ULONG> m_namedTags;  // answers of the folder's store
     SRestriction* m_restriction = nullptr;
     SPropTagArray* m_columns = nullptr;
     SSortOrderSet* m_sortOrder = nullptr;

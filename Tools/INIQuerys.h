@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 class CCompileRestriction;
@@ -21,22 +22,25 @@ struct CINIQueryParamter {
 
 class CINIQuery {
 public:
-    // What Expand answers at most; a text that would grow beyond is cut off there and `Expand` says so.
+    // How long a text Expand answers at most, in bytes.
     static constexpr size_t kMaxText = 1u << 20;
 
     // The parameter of that name, created and appended if absent. Names compare byte for byte. The
     // reference stays valid as long as the query.
-    CINIQueryParamter& Parameter(const std::string& name);
-    void SetParameter(const std::string& name, const std::string& value) { Parameter(name).value = value; }
+    CINIQueryParamter& Parameter(const std::string& parameterName);
+    void SetParameter(const std::string& parameterName, const std::string& newValue) {
+        Parameter(parameterName).value = newValue;
+    }
 
     // The query's text with the parameters' values put in: raw for $name outside brackets; a part in
     // brackets once for each item of each parameter's list, items quoted. A $name that is no parameter
-    // becomes one of empty value. False if the text was cut off at kMaxText.
+    // becomes one of empty value. False, with a part of the text, if it would be longer than kMaxText.
     bool Expand(std::string& result);
 
     // `text` with $name replaced by the value in double quotes, everywhere. A value that holds the key
     // itself is put in once for each key that `text` held before.
-    static std::string Substitute(const std::string& text, const std::string& name, const std::string& value);
+    static std::string Substitute(const std::string& text, const std::string& parameterName,
+                                  const std::string& value);
 
     std::string file;  // the path it was read from
     std::string name;
@@ -46,7 +50,12 @@ public:
     LONG visible = 0;
     LONG recursive = 0;
     std::string comment;
-    std::vector<std::unique_ptr<CINIQueryParamter>> parameters;
+    std::vector<std::unique_ptr<CINIQueryParamter>> parameters;  // appended by Parameter only
+
+private:
+    static bool AppendItems(std::string& result, const std::string& part, const CINIQueryParamter& parameter);
+
+    std::unordered_map<std::string, CINIQueryParamter*> m_index;
 };
 
 class CINIQuerys {
@@ -65,7 +74,10 @@ public:
 
 private:
     class CReader;
+    CINIQuery& Add(const std::string& path, const std::string& name);
+
     std::vector<std::unique_ptr<CINIQuery>> m_queries;
+    std::unordered_map<std::string, CINIQuery*> m_byName;  // the first of each name
 };
 
 // The file that LoadStoredQueries reads.
