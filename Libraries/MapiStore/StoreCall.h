@@ -27,8 +27,8 @@ public:
     CTwoStoreCall& operator=(const CTwoStoreCall&) = delete;
 
 private:
-    CStoreCore& m_first;
-    CStoreCore& m_second;
+    CStoreCore* m_first;
+    CStoreCore* m_second;  // null if they are the same
 };
 
 template <class Body>

@@ -3,12 +3,15 @@
 #include "EntryId.h"
 #include "NameMap.h"
 #include "Storage.h"
+#include "StoreError.h"
 #include "StoreEvents.h"
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 class CStoreCall;
 class CTwoStoreCall;
@@ -49,6 +52,11 @@ public:
         }
         EndSave();
     }
+    // Throws MAPI_E_NO_ACCESS where nothing can be written.
+    void RequireWritable() const { Require(!m_readOnly, MAPI_E_NO_ACCESS); }
+    // Asks the file whether another process has added names; for a name that is not known.
+    void RefreshNames();
+
     // Inside Save only.
     std::uint64_t NextSerial() { return m_counters.serial++; }
     ObjectId NextFolder();
@@ -75,17 +83,21 @@ private:
     friend class CStoreCall;
     friend class CTwoStoreCall;
     explicit CStoreCore(const std::string& path);
-    void Lock() { m_mutex.lock(); }
+    void Lock();
+    void CountCall();
     void LockAndCount();
-    void Unlock();
+    std::vector<StoreEvent> Unlock();  // the events to deliver, if it was the outermost call
+    void Deliver(std::vector<StoreEvent> events, bool outside);
     void BeginSave();
     void EndSave();
     void AbandonSave() noexcept;
     void CommitGathered();
-    void NoteOutsideChanges();
-    void DropCaches();
-    void Watch();  // called by the watch thread
-    friend class CStoreWatch;
+    void TellLostBatch();
+    void ForgetNamesIfOutdated();
+    void StartWatching();
+    std::chrono::milliseconds OnWatchTick();  // on the watch thread; the time until the next
+    struct WatchState;
+    static void Watch(std::weak_ptr<CStoreCore> weak, std::shared_ptr<WatchState> state);
 
     const std::string m_path;
     StoreUid m_uid{};
@@ -100,9 +112,11 @@ private:
     int m_depth = 0;      // nested calls
     int m_saveDepth = 0;  // nested saves
     int m_batchDepth = 0;
-    unsigned m_gathered = 0;  // saves in the open transaction
+    HRESULT m_lostBatch = S_OK;  // why gathered saves were lost behind the caller's back, until told
+    unsigned m_gathered = 0;     // saves in the open transaction
     std::chrono::steady_clock::time_point m_gatheredSince{};
-    std::uint64_t m_outside = 0;
+    std::uint64_t m_namesSeen = 0;     // OutsideChanges when the names were read
+    std::uint64_t m_watchersTold = 0;  // OutsideChanges when the watchers were told last
     std::vector<StoreEvent> m_events;
     std::size_t m_eventsBeforeSave = 0;
 
@@ -116,5 +130,6 @@ private:
     std::mutex m_watchersMutex;  // guards the list
     std::vector<std::weak_ptr<IStoreWatcher>> m_watchers;
     std::recursive_mutex m_deliveryMutex;  // held while watchers are called
-    std::atomic<bool> m_hasWatchers{false};
+    std::thread m_watchThread;
+    std::shared_ptr<WatchState> m_watch;  // null until somebody watches or gathers
 };

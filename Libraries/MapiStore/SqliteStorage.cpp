@@ -1,0 +1,598 @@
+#include "SqliteStorage.h"
+
+#include <Platform/Files.h>
+
+#include "StoreError.h"
+
+enum CSqliteStorage::StatementId : unsigned {
+    Begin,
+    CommitIt,
+    RollbackIt,
+    Savepoint,
+    Release,
+    RollbackTo,
+    ReadCounters,
+    WriteCounters,
+    DataVersion,
+    FactRead,
+    FactWrite,
+    FactRemove,
+    FactScan,
+    NameScan,
+    NameAdd,
+    FolderRead,
+    FolderWrite,
+    FolderDelete,
+    FolderScan,
+    FolderCount,
+    MessageRead,
+    MessageReadHead,
+    MessageInsert,
+    MessageUpdate,
+    MessageUpdateIf,
+    MessageState,
+    MessageMove,
+    MessageDelete,
+    MessageDeleteRange,
+    MessageScan,
+    MessageScanHeads,
+    MessageCount,
+    MessageUnread,
+    LargeRead,
+    LargeWrite,
+    LargeDelete,
+    LargeDeleteRange,
+    LargeMove,
+    RecipientsRead,
+    RecipientsWrite,
+    RecipientsDelete,
+    RecipientsDeleteRange,
+    RecipientsMove,
+    PartScan,
+    PartRead,
+    PartWrite,
+    PartDelete,
+    PartMove,
+    PartOwners,
+    StatementCount
+};
+
+namespace {
+
+constexpr int kApplicationId = 0x56534D31;
+constexpr int kSchemaVersion = 1;
+
+const char* const kSchema = R"(
+CREATE TABLE fact(name TEXT PRIMARY KEY, value BLOB) WITHOUT ROWID;
+CREATE TABLE counter(id INTEGER PRIMARY KEY CHECK(id = 1), serial INTEGER, folder INTEGER, change INTEGER, time INTEGER);
+INSERT INTO counter VALUES(1, 1, 1, 1, 0);
+CREATE TABLE name(id INTEGER PRIMARY KEY, guid BLOB, kind INTEGER, number INTEGER, text TEXT);
+CREATE UNIQUE INDEX name_value ON name(guid, kind, number, text);
+CREATE TABLE folder(id INTEGER PRIMARY KEY, parent INTEGER, created INTEGER, modified INTEGER, change INTEGER, block BLOB);
+CREATE INDEX folder_parent ON folder(parent);
+CREATE TABLE message(id INTEGER PRIMARY KEY, created INTEGER, modified INTEGER, change INTEGER, flags INTEGER,
+  status INTEGER, size INTEGER, recipients INTEGER, attachments INTEGER, large INTEGER, block BLOB);
+CREATE TABLE large(owner INTEGER PRIMARY KEY, block BLOB);
+CREATE TABLE recipients(owner INTEGER PRIMARY KEY, list BLOB);
+CREATE TABLE part(id INTEGER PRIMARY KEY, owner INTEGER, number INTEGER, large INTEGER, block BLOB);
+CREATE UNIQUE INDEX part_owner ON part(owner, number);
+)";
+
+#define MESSAGE_HEAD "id, created, modified, change, flags, status, size, recipients, attachments, large"
+
+// In the order of StatementId.
+const char* const kStatements[] = {
+    "BEGIN IMMEDIATE",
+    "COMMIT",
+    "ROLLBACK",
+    "SAVEPOINT one_save",
+    "RELEASE one_save",
+    "ROLLBACK TO one_save",
+    "SELECT serial, folder, change, time FROM counter",
+    "UPDATE counter SET serial = ?, folder = ?, change = ?, time = ?",
+    "PRAGMA data_version",
+    "SELECT value FROM fact WHERE name = ?",
+    "REPLACE INTO fact VALUES(?, ?)",
+    "DELETE FROM fact WHERE name = ?",
+    "SELECT name, value FROM fact WHERE substr(name, 1, length(?1)) = ?1 ORDER BY name",
+    "SELECT id, guid, kind, number, text FROM name ORDER BY id",
+    "INSERT INTO name VALUES(?, ?, ?, ?, ?)",
+    "SELECT id, parent, created, modified, change, block FROM folder WHERE id = ?",
+    "REPLACE INTO folder VALUES(?, ?, ?, ?, ?, ?)",
+    "DELETE FROM folder WHERE id = ?",
+    "SELECT id, parent, created, modified, change, block FROM folder WHERE parent = ?1 AND id <> ?1 ORDER BY "
+    "id",
+    "SELECT count(*) FROM folder WHERE parent = ?1 AND id <> ?1",
+    "SELECT " MESSAGE_HEAD ", block FROM message WHERE id = ?",
+    "SELECT " MESSAGE_HEAD " FROM message WHERE id = ?",
+    "INSERT INTO message(" MESSAGE_HEAD ", block) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+    "UPDATE message SET created = ?, modified = ?, change = ?, size = ?, recipients = ?, attachments = ?, "
+    "large = ?,"
+    " block = ? WHERE id = ?",
+    "UPDATE message SET created = ?, modified = ?, change = ?, size = ?, recipients = ?, attachments = ?, "
+    "large = ?,"
+    " block = ? WHERE id = ? AND change = ?",
+    "UPDATE message SET flags = ?, status = ? WHERE id = ?",
+    "UPDATE message SET id = ?, created = ?, modified = ?, change = ? WHERE id = ?",
+    "DELETE FROM message WHERE id = ?",
+    "DELETE FROM message WHERE id BETWEEN ? AND ?",
+    "SELECT " MESSAGE_HEAD ", block FROM message WHERE id BETWEEN ? AND ?",
+    "SELECT " MESSAGE_HEAD " FROM message WHERE id BETWEEN ? AND ?",
+    "SELECT count(*) FROM message WHERE id BETWEEN ? AND ?",
+    "SELECT count(*) FROM message WHERE id BETWEEN ? AND ? AND (flags & 1) = 0",
+    "SELECT block FROM large WHERE owner = ?",
+    "REPLACE INTO large VALUES(?, ?)",
+    "DELETE FROM large WHERE owner = ?",
+    "DELETE FROM large WHERE owner BETWEEN ? AND ?",
+    "UPDATE large SET owner = ? WHERE owner = ?",
+    "SELECT list FROM recipients WHERE owner = ?",
+    "REPLACE INTO recipients VALUES(?, ?)",
+    "DELETE FROM recipients WHERE owner = ?",
+    "DELETE FROM recipients WHERE owner BETWEEN ? AND ?",
+    "UPDATE recipients SET owner = ? WHERE owner = ?",
+    "SELECT id, owner, number, large, block FROM part WHERE owner = ? ORDER BY number",
+    "SELECT id, owner, number, large, block FROM part WHERE id = ?",
+    "REPLACE INTO part VALUES(?, ?, ?, ?, ?)",
+    "DELETE FROM part WHERE id = ?",
+    "UPDATE part SET owner = ? WHERE owner = ?",
+    "SELECT DISTINCT owner FROM part WHERE owner BETWEEN ? AND ?",
+};
+
+#undef MESSAGE_HEAD
+
+struct IdRange {
+    ObjectId first, last;
+};
+
+IdRange RangeOf(ObjectId folder, bool associated) {
+    return {MakeMessageId(folder, associated, 0), MakeMessageId(folder, associated, kSerialMask)};
+}
+
+MessageHead MessageHeadOf(const CSqliteUse& row) {
+    MessageHead head;
+    head.id = row.NumberAt(0);
+    head.created = row.NumberAt(1);
+    head.modified = row.NumberAt(2);
+    head.change = row.NumberAt(3);
+    head.flags = static_cast<std::uint32_t>(row.NumberAt(4));
+    head.status = static_cast<std::uint32_t>(row.NumberAt(5));
+    head.size = static_cast<std::uint32_t>(row.NumberAt(6));
+    head.recipients = static_cast<std::uint32_t>(row.NumberAt(7));
+    head.attachments = static_cast<std::uint32_t>(row.NumberAt(8));
+    head.hasLarge = row.NumberAt(9) != 0;
+    return head;
+}
+
+FolderHead FolderHeadOf(const CSqliteUse& row) {
+    return {row.NumberAt(0), row.NumberAt(1), row.NumberAt(2), row.NumberAt(3), row.NumberAt(4)};
+}
+
+PartHead PartHeadOf(const CSqliteUse& row) {
+    return {row.NumberAt(0), row.NumberAt(1), static_cast<std::uint32_t>(row.NumberAt(2)),
+            row.NumberAt(3) != 0};
+}
+
+}  // namespace
+
+// --- opening ---------------------------------------------------------------------------------------
+
+CSqliteStorage::CSqliteStorage(const std::string& path) {
+    static_assert(sizeof kStatements / sizeof *kStatements == StatementCount);
+    Require(FileExists(path), MAPI_E_NOT_FOUND);
+    const int code =
+        sqlite3_open_v2(path.c_str(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    try {
+        if (code != SQLITE_OK) ThrowSqlite(m_database, code);
+        sqlite3_extended_result_codes(m_database, 1);
+        sqlite3_busy_timeout(m_database, 10000);
+        for (const char* sql : kStatements)
+            m_slots.push_back(std::make_unique<CSqliteSlot>(m_database, sql));
+        CheckIdentity();
+        if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
+        Execute(
+            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-65536;"
+            "PRAGMA temp_store=MEMORY; PRAGMA trusted_schema=OFF");
+    } catch (...) {
+        m_slots.clear();
+        sqlite3_close(m_database);
+        throw;
+    }
+}
+
+CSqliteStorage::~CSqliteStorage() {
+    m_slots.clear();
+    sqlite3_close(m_database);
+}
+
+void CSqliteStorage::Create(const std::string& path) {
+    Require(!FileExists(path), MAPI_E_COLLISION);
+    sqlite3* database = nullptr;
+    int code = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    const std::string sql =
+        "PRAGMA page_size=8192; BEGIN; PRAGMA application_id=" + std::to_string(kApplicationId) +
+        "; PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";" + kSchema + "COMMIT";
+    if (code == SQLITE_OK) code = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
+    if (code == SQLITE_OK)
+        code = sqlite3_exec(database, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    try {
+        if (code != SQLITE_OK) ThrowSqlite(database, code);
+    } catch (...) {
+        sqlite3_close(database);
+        RemoveFile(path);
+        throw;
+    }
+    sqlite3_close(database);
+}
+
+void CSqliteStorage::CheckIdentity() {
+    CSqliteSlot identity(m_database,
+                         "SELECT (SELECT application_id FROM pragma_application_id),"
+                         "(SELECT user_version FROM pragma_user_version)");
+    CSqliteUse row(identity);
+    Require(row.Step(), MAPI_E_CORRUPT_STORE);
+    Require(row.NumberAt(0) == kApplicationId, MAPI_E_CORRUPT_STORE);
+    Require(row.NumberAt(1) <= kSchemaVersion, MAPI_E_VERSION);
+    Require(row.NumberAt(1) == kSchemaVersion, MAPI_E_CORRUPT_STORE);
+}
+
+void CSqliteStorage::Execute(const char* sql) {
+    const int code = sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK) ThrowSqlite(m_database, code);
+}
+
+CSqliteSlot& CSqliteStorage::Slot(StatementId id) {
+    return *m_slots[id];
+}
+
+void CSqliteStorage::LimitPages(unsigned pages) {
+    Execute(("PRAGMA max_page_count=" + std::to_string(pages)).c_str());
+}
+
+bool CSqliteStorage::IsReadOnly() const {
+    return sqlite3_db_readonly(m_database, "main") == 1;
+}
+
+// --- transactions ----------------------------------------------------------------------------------
+
+void CSqliteStorage::BeginWrite(StoreCounters& counters) {
+    Require(!IsReadOnly(), MAPI_E_NO_ACCESS);
+    CSqliteUse(Slot(Begin)).Run();
+    try {
+        CSqliteUse row(Slot(ReadCounters));
+        Require(row.Step(), MAPI_E_CORRUPT_STORE);
+        counters = {row.NumberAt(0), row.NumberAt(1), row.NumberAt(2), row.NumberAt(3)};
+    } catch (...) {
+        Rollback();
+        throw;
+    }
+}
+
+void CSqliteStorage::Commit(const StoreCounters& counters) {
+    CSqliteUse(Slot(WriteCounters))
+        .Number(counters.serial)
+        .Number(counters.folder)
+        .Number(counters.change)
+        .Number(counters.time)
+        .Run();
+    CSqliteUse(Slot(CommitIt)).Run();
+}
+
+void CSqliteStorage::Rollback() noexcept {
+    if (!InWrite()) return;
+    try {
+        CSqliteUse(Slot(RollbackIt)).Run();
+    } catch (...) {
+        // The database has taken the transaction back by itself.
+    }
+}
+
+bool CSqliteStorage::InWrite() const {
+    return sqlite3_get_autocommit(m_database) == 0;
+}
+
+void CSqliteStorage::SetSavepoint() {
+    CSqliteUse(Slot(Savepoint)).Run();
+}
+void CSqliteStorage::ReleaseSavepoint() {
+    CSqliteUse(Slot(Release)).Run();
+}
+
+void CSqliteStorage::RollbackToSavepoint() noexcept {
+    try {
+        CSqliteUse(Slot(RollbackTo)).Run();
+        CSqliteUse(Slot(Release)).Run();
+    } catch (...) {
+        Rollback();  // half a save must not stay
+    }
+}
+
+std::uint64_t CSqliteStorage::OutsideChanges() {
+    CSqliteUse row(Slot(DataVersion));
+    return row.Step() ? row.NumberAt(0) : 0;
+}
+
+// --- facts and names -------------------------------------------------------------------------------
+
+std::optional<std::string> CSqliteStorage::ReadFact(std::string_view name) {
+    CSqliteUse row(Slot(FactRead));
+    if (!row.Text(name).Step()) return std::nullopt;
+    return std::string(row.BytesAt(0));
+}
+
+void CSqliteStorage::WriteFact(std::string_view name, std::string_view value) {
+    CSqliteUse(Slot(FactWrite)).Text(name).Blob(value).Run();
+}
+
+void CSqliteStorage::RemoveFact(std::string_view name) {
+    CSqliteUse(Slot(FactRemove)).Text(name).Run();
+}
+
+void CSqliteStorage::ScanFacts(std::string_view prefix,
+                               const std::function<void(std::string_view, std::string_view)>& each) {
+    CSqliteUse row(Slot(FactScan));
+    row.Text(prefix);
+    while (row.Step())
+        each(row.BytesAt(0), row.BytesAt(1));
+}
+
+void CSqliteStorage::ScanNames(const std::function<void(PropId, const PropertyName&)>& each) {
+    CSqliteUse row(Slot(NameScan));
+    while (row.Step()) {
+        PropertyName name;
+        Require(row.BytesAt(1).size() == sizeof name.guid, MAPI_E_CORRUPT_STORE);
+        std::memcpy(&name.guid, row.BytesAt(1).data(), sizeof name.guid);
+        name.kind = static_cast<ULONG>(row.NumberAt(2));
+        name.id = static_cast<LONG>(row.NumberAt(3));
+        name.name = row.BytesAt(4);
+        each(static_cast<PropId>(row.NumberAt(0)), name);
+    }
+}
+
+void CSqliteStorage::AddName(PropId id, const PropertyName& name) {
+    CSqliteUse(Slot(NameAdd))
+        .Number(id)
+        .Blob({reinterpret_cast<const char*>(&name.guid), sizeof name.guid})
+        .Number(name.kind)
+        .Number(static_cast<std::uint32_t>(name.id))
+        .Text(name.name)
+        .Run();
+}
+
+// --- folders ---------------------------------------------------------------------------------------
+
+bool CSqliteStorage::ReadFolder(ObjectId id, FolderHead& head, std::string& block) {
+    CSqliteUse row(Slot(FolderRead));
+    if (!row.Number(id).Step()) return false;
+    head = FolderHeadOf(row);
+    block.assign(row.BytesAt(5));
+    return true;
+}
+
+void CSqliteStorage::WriteFolder(const FolderHead& head, std::string_view block) {
+    CSqliteUse(Slot(FolderWrite))
+        .Number(head.id)
+        .Number(head.parent)
+        .Number(head.created)
+        .Number(head.modified)
+        .Number(head.change)
+        .Blob(block)
+        .Run();
+}
+
+void CSqliteStorage::DeleteFolder(ObjectId id) {
+    CSqliteUse(Slot(FolderDelete)).Number(id).Run();
+    CSqliteUse(Slot(LargeDelete)).Number(id).Run();
+}
+
+void CSqliteStorage::ScanFolders(ObjectId parent,
+                                 const std::function<void(const FolderHead&, std::string_view)>& each) {
+    CSqliteUse row(Slot(FolderScan));
+    row.Number(parent);
+    while (row.Step())
+        each(FolderHeadOf(row), row.BytesAt(5));
+}
+
+std::uint64_t CSqliteStorage::CountFolders(ObjectId parent) {
+    CSqliteUse row(Slot(FolderCount));
+    return row.Number(parent).Step() ? row.NumberAt(0) : 0;
+}
+
+// --- messages --------------------------------------------------------------------------------------
+
+bool CSqliteStorage::ReadMessage(ObjectId id, MessageHead& head, std::string& block) {
+    CSqliteUse row(Slot(MessageRead));
+    if (!row.Number(id).Step()) return false;
+    head = MessageHeadOf(row);
+    block.assign(row.BytesAt(10));
+    return true;
+}
+
+bool CSqliteStorage::ReadMessageHead(ObjectId id, MessageHead& head) {
+    CSqliteUse row(Slot(MessageReadHead));
+    if (!row.Number(id).Step()) return false;
+    head = MessageHeadOf(row);
+    return true;
+}
+
+void CSqliteStorage::InsertMessage(const MessageHead& head, std::string_view block) {
+    CSqliteUse(Slot(MessageInsert))
+        .Number(head.id)
+        .Number(head.created)
+        .Number(head.modified)
+        .Number(head.change)
+        .Number(head.flags)
+        .Number(head.status)
+        .Number(head.size)
+        .Number(head.recipients)
+        .Number(head.attachments)
+        .Number(head.hasLarge)
+        .Blob(block)
+        .Run();
+}
+
+bool CSqliteStorage::UpdateMessage(const MessageHead& head, std::string_view block,
+                                   std::optional<std::uint64_t> ifChange) {
+    CSqliteUse update(Slot(ifChange ? MessageUpdateIf : MessageUpdate));
+    update.Number(head.created)
+        .Number(head.modified)
+        .Number(head.change)
+        .Number(head.size)
+        .Number(head.recipients)
+        .Number(head.attachments)
+        .Number(head.hasLarge)
+        .Blob(block)
+        .Number(head.id);
+    if (ifChange) update.Number(*ifChange);
+    update.Run();
+    return sqlite3_changes(m_database) > 0;
+}
+
+bool CSqliteStorage::UpdateMessageState(ObjectId id, std::uint32_t flags, std::uint32_t status) {
+    CSqliteUse(Slot(MessageState)).Number(flags).Number(status).Number(id).Run();
+    return sqlite3_changes(m_database) > 0;
+}
+
+void CSqliteStorage::MoveMessage(ObjectId from, const MessageHead& to) {
+    CSqliteUse(Slot(MessageMove))
+        .Number(to.id)
+        .Number(to.created)
+        .Number(to.modified)
+        .Number(to.change)
+        .Number(from)
+        .Run();
+    Require(sqlite3_changes(m_database) == 1, MAPI_E_NOT_FOUND);
+    if (to.hasLarge) CSqliteUse(Slot(LargeMove)).Number(to.id).Number(from).Run();
+    if (to.recipients) CSqliteUse(Slot(RecipientsMove)).Number(to.id).Number(from).Run();
+    if (to.attachments) CSqliteUse(Slot(PartMove)).Number(to.id).Number(from).Run();
+}
+
+bool CSqliteStorage::DeleteMessage(ObjectId id) {
+    MessageHead head;
+    if (!ReadMessageHead(id, head)) return false;
+    CSqliteUse(Slot(MessageDelete)).Number(id).Run();
+    if (head.hasLarge) CSqliteUse(Slot(LargeDelete)).Number(id).Run();
+    if (head.recipients) CSqliteUse(Slot(RecipientsDelete)).Number(id).Run();
+    if (head.attachments) DeletePartsOf(id);
+    return true;
+}
+
+void CSqliteStorage::DeleteMessages(ObjectId folder, bool associated) {
+    const IdRange range = RangeOf(folder, associated);
+    CSqliteUse(Slot(MessageDeleteRange)).Number(range.first).Number(range.last).Run();
+    CSqliteUse(Slot(LargeDeleteRange)).Number(range.first).Number(range.last).Run();
+    CSqliteUse(Slot(RecipientsDeleteRange)).Number(range.first).Number(range.last).Run();
+    std::vector<ObjectId> owners;
+    {
+        CSqliteUse row(Slot(PartOwners));
+        row.Number(range.first).Number(range.last);
+        while (row.Step())
+            owners.push_back(row.NumberAt(0));
+    }
+    for (const ObjectId owner : owners)
+        DeletePartsOf(owner);
+}
+
+void CSqliteStorage::ScanMessages(ObjectId folder, bool associated,
+                                  const std::function<bool(const MessageHead&, std::string_view)>& each) {
+    const IdRange range = RangeOf(folder, associated);
+    CSqliteUse row(Slot(MessageScan));
+    row.Number(range.first).Number(range.last);
+    while (row.Step() && each(MessageHeadOf(row), row.BytesAt(10))) {
+    }
+}
+
+void CSqliteStorage::ScanMessageHeads(ObjectId folder, bool associated,
+                                      const std::function<bool(const MessageHead&)>& each) {
+    const IdRange range = RangeOf(folder, associated);
+    CSqliteUse row(Slot(MessageScanHeads));
+    row.Number(range.first).Number(range.last);
+    while (row.Step() && each(MessageHeadOf(row))) {
+    }
+}
+
+std::uint64_t CSqliteStorage::CountMessages(ObjectId folder, bool associated) {
+    const IdRange range = RangeOf(folder, associated);
+    CSqliteUse row(Slot(MessageCount));
+    return row.Number(range.first).Number(range.last).Step() ? row.NumberAt(0) : 0;
+}
+
+std::uint64_t CSqliteStorage::CountUnread(ObjectId folder) {
+    const IdRange range = RangeOf(folder, false);
+    CSqliteUse row(Slot(MessageUnread));
+    return row.Number(range.first).Number(range.last).Step() ? row.NumberAt(0) : 0;
+}
+
+// --- large values, recipients, parts ---------------------------------------------------------------
+
+bool CSqliteStorage::ReadLarge(ObjectId owner, std::string& block) {
+    CSqliteUse row(Slot(LargeRead));
+    if (!row.Number(owner).Step()) return false;
+    block.assign(row.BytesAt(0));
+    return true;
+}
+
+void CSqliteStorage::WriteLarge(ObjectId owner, std::string_view block) {
+    if (block.empty())
+        CSqliteUse(Slot(LargeDelete)).Number(owner).Run();
+    else
+        CSqliteUse(Slot(LargeWrite)).Number(owner).Blob(block).Run();
+}
+
+bool CSqliteStorage::ReadRecipients(ObjectId owner, std::string& list) {
+    CSqliteUse row(Slot(RecipientsRead));
+    if (!row.Number(owner).Step()) return false;
+    list.assign(row.BytesAt(0));
+    return true;
+}
+
+void CSqliteStorage::WriteRecipients(ObjectId owner, std::string_view list) {
+    if (list.empty())
+        CSqliteUse(Slot(RecipientsDelete)).Number(owner).Run();
+    else
+        CSqliteUse(Slot(RecipientsWrite)).Number(owner).Blob(list).Run();
+}
+
+void CSqliteStorage::ScanParts(ObjectId owner,
+                               const std::function<void(const PartHead&, std::string_view)>& each) {
+    CSqliteUse row(Slot(PartScan));
+    row.Number(owner);
+    while (row.Step())
+        each(PartHeadOf(row), row.BytesAt(4));
+}
+
+bool CSqliteStorage::ReadPart(ObjectId id, PartHead& head, std::string& block) {
+    CSqliteUse row(Slot(PartRead));
+    if (!row.Number(id).Step()) return false;
+    head = PartHeadOf(row);
+    block.assign(row.BytesAt(4));
+    return true;
+}
+
+void CSqliteStorage::WritePart(const PartHead& head, std::string_view block) {
+    CSqliteUse(Slot(PartWrite))
+        .Number(head.id)
+        .Number(head.owner)
+        .Number(head.number)
+        .Number(head.hasLarge)
+        .Blob(block)
+        .Run();
+}
+
+void CSqliteStorage::DeletePart(ObjectId id) {
+    DeletePartsOf(id);
+    CSqliteUse(Slot(PartDelete)).Number(id).Run();
+    CSqliteUse(Slot(LargeDelete)).Number(id).Run();
+    CSqliteUse(Slot(RecipientsDelete)).Number(id).Run();
+}
+
+void CSqliteStorage::DeletePartsOf(ObjectId owner) {
+    std::vector<ObjectId> parts;
+    {
+        CSqliteUse row(Slot(PartScan));
+        row.Number(owner);
+        while (row.Step())
+            parts.push_back(row.NumberAt(0));
+    }
+    for (const ObjectId part : parts)
+        DeletePart(part);
+}

@@ -1,0 +1,79 @@
+// A store in one SQLite file (write-ahead log, synchronous NORMAL: what is committed survives the
+// death of the process; a power failure may take the last transactions, never the order of them).
+#pragma once
+#include "SqliteStatement.h"
+#include "Storage.h"
+
+class CSqliteStorage : public IObjectStorage {
+public:
+    // MAPI_E_NOT_FOUND if there is no file, MAPI_E_CORRUPT_STORE if it is something else,
+    // MAPI_E_VERSION if a later program has made it.
+    explicit CSqliteStorage(const std::string& path);
+    // Makes an empty store. MAPI_E_COLLISION if a file of the name exists.
+    static void Create(const std::string& path);
+    ~CSqliteStorage() override;
+
+    // The file may not grow past this many pages. For tests of a full disk.
+    void LimitPages(unsigned pages);
+
+    bool IsReadOnly() const override;
+    void BeginWrite(StoreCounters& counters) override;
+    void Commit(const StoreCounters& counters) override;
+    void Rollback() noexcept override;
+    bool InWrite() const override;
+    void SetSavepoint() override;
+    void ReleaseSavepoint() override;
+    void RollbackToSavepoint() noexcept override;
+    std::uint64_t OutsideChanges() override;
+
+    std::optional<std::string> ReadFact(std::string_view name) override;
+    void WriteFact(std::string_view name, std::string_view value) override;
+    void RemoveFact(std::string_view name) override;
+    void ScanFacts(std::string_view prefix,
+                   const std::function<void(std::string_view, std::string_view)>& each) override;
+    void ScanNames(const std::function<void(PropId, const PropertyName&)>& each) override;
+    void AddName(PropId id, const PropertyName& name) override;
+
+    bool ReadFolder(ObjectId id, FolderHead& head, std::string& block) override;
+    void WriteFolder(const FolderHead& head, std::string_view block) override;
+    void DeleteFolder(ObjectId id) override;
+    void ScanFolders(ObjectId parent,
+                     const std::function<void(const FolderHead&, std::string_view)>& each) override;
+    std::uint64_t CountFolders(ObjectId parent) override;
+
+    bool ReadMessage(ObjectId id, MessageHead& head, std::string& block) override;
+    bool ReadMessageHead(ObjectId id, MessageHead& head) override;
+    void InsertMessage(const MessageHead& head, std::string_view block) override;
+    bool UpdateMessage(const MessageHead& head, std::string_view block,
+                       std::optional<std::uint64_t> ifChange) override;
+    bool UpdateMessageState(ObjectId id, std::uint32_t flags, std::uint32_t status) override;
+    void MoveMessage(ObjectId from, const MessageHead& to) override;
+    bool DeleteMessage(ObjectId id) override;
+    void DeleteMessages(ObjectId folder, bool associated) override;
+    void ScanMessages(ObjectId folder, bool associated,
+                      const std::function<bool(const MessageHead&, std::string_view)>& each) override;
+    void ScanMessageHeads(ObjectId folder, bool associated,
+                          const std::function<bool(const MessageHead&)>& each) override;
+    std::uint64_t CountMessages(ObjectId folder, bool associated) override;
+    std::uint64_t CountUnread(ObjectId folder) override;
+
+    bool ReadLarge(ObjectId owner, std::string& block) override;
+    void WriteLarge(ObjectId owner, std::string_view block) override;
+    bool ReadRecipients(ObjectId owner, std::string& list) override;
+    void WriteRecipients(ObjectId owner, std::string_view list) override;
+    void ScanParts(ObjectId owner,
+                   const std::function<void(const PartHead&, std::string_view)>& each) override;
+    bool ReadPart(ObjectId id, PartHead& head, std::string& block) override;
+    void WritePart(const PartHead& head, std::string_view block) override;
+    void DeletePart(ObjectId id) override;
+
+private:
+    enum StatementId : unsigned;
+    void Execute(const char* sql);
+    void CheckIdentity();
+    void DeletePartsOf(ObjectId owner);
+    CSqliteSlot& Slot(StatementId id);
+
+    sqlite3* m_database = nullptr;
+    std::vector<std::unique_ptr<CSqliteSlot>> m_slots;
+};

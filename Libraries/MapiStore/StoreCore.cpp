@@ -1,0 +1,375 @@
+#include "StoreCore.h"
+
+#include <Platform/Clock.h>
+#include <Platform/Files.h>
+#include <Platform/Machine.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+
+#include "PropertyBag.h"
+#include "SqliteStorage.h"
+#include "StoreError.h"
+#include "WellKnown.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr unsigned kSavesPerCommit = 100;
+constexpr auto kGatheringTime = 50ms;
+
+// The cores of this process by path: two sessions on one file share one.
+struct Registry {
+    std::mutex mutex;
+    std::map<std::string, std::weak_ptr<CStoreCore>> cores;
+};
+Registry& TheRegistry() {
+    static Registry registry;
+    return registry;
+}
+
+struct StandardFolder {
+    ObjectId id, parent;
+    const char* name;
+    const char* containerClass;
+};
+constexpr StandardFolder kStandardFolders[] = {
+    {kRootFolder, kRootFolder, "", ""},
+    {kIpmFolder, kRootFolder, "Top of Folders", "IPF.Note"},
+    {kInboxFolder, kIpmFolder, "Inbox", "IPF.Note"},
+    {kOutboxFolder, kIpmFolder, "Outbox", "IPF.Note"},
+    {kSentFolder, kIpmFolder, "Sent Items", "IPF.Note"},
+    {kDeletedFolder, kIpmFolder, "Deleted Items", "IPF.Note"},
+    {kCalendarFolder, kIpmFolder, "Calendar", "IPF.Appointment"},
+    {kContactsFolder, kIpmFolder, "Contacts", "IPF.Contact"},
+    {kTasksFolder, kIpmFolder, "Tasks", "IPF.Task"},
+    {kNotesFolder, kIpmFolder, "Notes", "IPF.StickyNote"},
+    {kJournalFolder, kIpmFolder, "Journal", "IPF.Journal"},
+};
+
+void WriteStandardFolders(CStoreCore& core) {
+    for (const auto& standard : kStandardFolders) {
+        CPropertyBag bag;
+        const GUID key = NewGuid();
+        bag.SetText(PROP_ID(PR_DISPLAY_NAME), standard.name);
+        bag.Set(PROP_ID(PR_SEARCH_KEY), PT_BINARY, {reinterpret_cast<const char*>(&key), sizeof key});
+        if (*standard.containerClass) bag.SetText(PROP_ID(PR_CONTAINER_CLASS), standard.containerClass);
+        FolderHead head;
+        head.id = core.NextFolder();
+        Require(head.id == standard.id, MAPI_E_CORRUPT_STORE);
+        head.parent = standard.parent;
+        head.created = head.modified = core.NextTime();
+        head.change = core.NextChange();
+        core.Storage().WriteFolder(head, bag.Build({}).small);
+    }
+}
+
+}  // namespace
+
+struct CStoreCore::WatchState {
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool stop = false;
+    bool hurry = false;  // a batch has begun: look more often
+};
+
+// --- opening ---------------------------------------------------------------------------------------
+
+std::shared_ptr<CStoreCore> CStoreCore::Open(const std::string& path) {
+    const std::string key = std::filesystem::weakly_canonical(path).string();
+    Registry& registry = TheRegistry();
+    const std::lock_guard lock(registry.mutex);
+    auto& slot = registry.cores[key];
+    if (auto core = slot.lock()) return core;
+    const std::shared_ptr<CStoreCore> core(new CStoreCore(path));
+    slot = core;
+    return core;
+}
+
+CStoreCore::CStoreCore(const std::string& path) : m_path(path) {
+    m_storage = std::make_unique<CSqliteStorage>(path);
+    m_readOnly = m_storage->IsReadOnly();
+    const auto uid = m_storage->ReadFact("uid");
+    Require(uid && uid->size() == m_uid.bytes.size(), MAPI_E_CORRUPT_STORE);
+    std::memcpy(m_uid.bytes.data(), uid->data(), uid->size());
+    m_longTermIds = m_storage->ReadFact("long-term").has_value();
+    m_namesSeen = m_watchersTold = m_storage->OutsideChanges();
+}
+
+void CStoreCore::Create(const std::string& path, const std::string& displayName, bool longTermIds) {
+    CSqliteStorage::Create(path);
+    try {
+        const GUID uid = NewGuid();
+        {
+            CSqliteStorage storage(path);
+            StoreCounters counters;
+            storage.BeginWrite(counters);
+            storage.WriteFact("uid", {reinterpret_cast<const char*>(&uid), sizeof uid});
+            storage.WriteFact("name", displayName);
+            if (longTermIds) storage.WriteFact("long-term", "1");
+            storage.Commit(counters);
+        }
+        const auto core = Open(path);
+        const std::lock_guard lock(core->m_mutex);
+        core->Save([&] { WriteStandardFolders(*core); });
+    } catch (...) {
+        for (const char* tail : {"", "-wal", "-shm"})
+            RemoveFile(path + tail);
+        throw;
+    }
+}
+
+CStoreCore::~CStoreCore() {
+    if (m_watch) {
+        {
+            const std::lock_guard lock(m_watch->mutex);
+            m_watch->stop = true;
+            m_watch->wake.notify_all();
+        }
+        if (m_watchThread.get_id() == std::this_thread::get_id())
+            m_watchThread.detach();
+        else
+            m_watchThread.join();
+    }
+    try {
+        CommitGathered();
+    } catch (...) {
+        // Nobody is left to tell.
+    }
+}
+
+std::string CStoreCore::DisplayName() {
+    return m_storage->ReadFact("name").value_or("");
+}
+
+void CStoreCore::SetDisplayName(const std::string& name) {
+    Save([&] { m_storage->WriteFact("name", name); });
+}
+
+// --- lock, faults, events --------------------------------------------------------------------------
+
+void CStoreCore::Lock() {
+    m_mutex.lock();
+    ++m_depth;
+}
+
+void CStoreCore::CountCall() {
+    if (m_depth > 1) return;  // a call that this room makes on itself
+    const ULONG call = ++m_calls;
+    if (m_faultAt != 0 && (call == m_faultAt || (m_faultForGood && call > m_faultAt)))
+        throw CStoreError(m_faultCode);
+}
+
+void CStoreCore::LockAndCount() {
+    Lock();
+    try {
+        CountCall();
+    } catch (...) {
+        Unlock();
+        throw;
+    }
+}
+
+std::vector<StoreEvent> CStoreCore::Unlock() {
+    std::vector<StoreEvent> events;
+    if (--m_depth == 0) events.swap(m_events);
+    m_mutex.unlock();
+    return events;
+}
+
+// Watchers are called without the store's lock, so that they may call the store, but one after the
+// other, so that each sees the changes in order.
+void CStoreCore::Deliver(std::vector<StoreEvent> events, bool outside) {
+    std::vector<std::shared_ptr<IStoreWatcher>> watchers;
+    {
+        const std::lock_guard lock(m_watchersMutex);
+        if (m_watchers.empty()) return;
+        for (const auto& weak : m_watchers)
+            if (auto watcher = weak.lock()) watchers.push_back(std::move(watcher));
+    }
+    const std::lock_guard delivery(m_deliveryMutex);
+    for (const auto& watcher : watchers) {
+        if (outside) watcher->OnOutsideChange();
+        if (!events.empty()) watcher->OnStoreEvents(events);
+    }
+}
+
+void CStoreCore::AddWatcher(const std::shared_ptr<IStoreWatcher>& watcher) {
+    {
+        const std::lock_guard lock(m_watchersMutex);
+        m_watchers.push_back(watcher);
+    }
+    const std::lock_guard lock(m_mutex);
+    StartWatching();
+}
+
+void CStoreCore::RemoveWatcher(IStoreWatcher* watcher) {
+    const std::lock_guard lock(m_watchersMutex);
+    std::erase_if(m_watchers, [watcher](const std::weak_ptr<IStoreWatcher>& weak) {
+        const auto strong = weak.lock();
+        return !strong || strong.get() == watcher;
+    });
+}
+
+void CStoreCore::SetFault(ULONG n, HRESULT hr, bool forGood) {
+    const std::lock_guard lock(m_mutex);
+    m_calls = 0;
+    m_faultAt = n;
+    m_faultCode = hr;
+    m_faultForGood = forGood;
+}
+
+void CStoreCore::SetKillAtSave(ULONG n) {
+    const std::lock_guard lock(m_mutex);
+    m_saves = 0;
+    m_killAt = n;
+}
+
+// --- saves -----------------------------------------------------------------------------------------
+
+ObjectId CStoreCore::NextFolder() {
+    Require(m_counters.folder <= kMaxFolder, MAPI_E_NOT_ENOUGH_RESOURCES);
+    return m_counters.folder++;
+}
+
+std::uint64_t CStoreCore::NextTime() {
+    m_counters.time = std::max(TicksOf(UtcNow()), m_counters.time + 1);
+    return m_counters.time;
+}
+
+void CStoreCore::BeginSave() {
+    if (m_saveDepth > 0) {
+        ++m_saveDepth;
+        return;
+    }
+    RequireWritable();
+    TellLostBatch();
+    if (!m_storage->InWrite()) {
+        m_gathered = 0;
+        m_gatheredSince = std::chrono::steady_clock::now();
+        m_storage->BeginWrite(m_counters);
+        ForgetNamesIfOutdated();
+    }
+    if (m_batchDepth > 0) m_storage->SetSavepoint();
+    m_countersBeforeSave = m_counters;
+    m_eventsBeforeSave = m_events.size();
+    m_saveDepth = 1;
+}
+
+void CStoreCore::EndSave() {
+    if (--m_saveDepth > 0) return;
+    const ULONG save = ++m_saves;
+    if (m_killAt != 0 && save == m_killAt) std::abort();
+    if (m_batchDepth > 0) {
+        m_storage->ReleaseSavepoint();
+        ++m_gathered;
+        const bool late = std::chrono::steady_clock::now() - m_gatheredSince >= kGatheringTime;
+        if (m_gathered < kSavesPerCommit && !late) return;
+    }
+    CommitGathered();
+}
+
+void CStoreCore::AbandonSave() noexcept {
+    if (--m_saveDepth > 0) return;
+    if (m_batchDepth > 0 && m_storage->InWrite())
+        m_storage->RollbackToSavepoint();
+    else
+        m_storage->Rollback();
+    m_counters = m_countersBeforeSave;
+    m_events.resize(std::min(m_events.size(), m_eventsBeforeSave));
+    m_names.Forget();
+}
+
+// A commit that fails takes back all that was gathered; the caller learns it from the code.
+void CStoreCore::CommitGathered() {
+    if (!m_storage->InWrite()) return;
+    try {
+        m_storage->Commit(m_counters);
+    } catch (...) {
+        m_storage->Rollback();
+        m_names.Forget();
+        m_events.clear();
+        throw;
+    }
+    m_gathered = 0;
+}
+
+void CStoreCore::BeginBatch() {
+    RequireWritable();
+    ++m_batchDepth;
+    StartWatching();
+}
+
+void CStoreCore::FlushBatch() {
+    CommitGathered();
+}
+
+void CStoreCore::EndBatch() {
+    Require(m_batchDepth > 0, MAPI_E_CALL_FAILED);
+    if (--m_batchDepth == 0) FlushBatch();
+}
+
+// --- other processes -------------------------------------------------------------------------------
+
+void CStoreCore::ForgetNamesIfOutdated() {
+    const std::uint64_t now = m_storage->OutsideChanges();
+    if (now == m_namesSeen) return;
+    m_namesSeen = now;
+    m_names.Forget();
+}
+
+void CStoreCore::RefreshNames() {
+    // Inside a transaction nobody else can have added any.
+    if (!m_storage->InWrite()) ForgetNamesIfOutdated();
+}
+
+void CStoreCore::StartWatching() {
+    if (!m_watch) {
+        m_watch = std::make_shared<WatchState>();
+        m_watchThread = std::thread(&CStoreCore::Watch, weak_from_this(), m_watch);
+        return;
+    }
+    const std::lock_guard lock(m_watch->mutex);
+    m_watch->hurry = true;
+    m_watch->wake.notify_all();
+}
+
+// The thread holds the core only for the length of a tick, so that it does not keep the file open.
+void CStoreCore::Watch(std::weak_ptr<CStoreCore> weak, std::shared_ptr<WatchState> state) {
+    std::chrono::milliseconds pause = kGatheringTime / 2;
+    for (;;) {
+        {
+            std::unique_lock lock(state->mutex);
+            state->wake.wait_for(lock, pause, [&] { return state->stop || state->hurry; });
+            if (state->stop) return;
+            state->hurry = false;
+        }
+        const auto core = weak.lock();
+        if (!core) return;
+        pause = core->OnWatchTick();
+    }
+}
+
+std::chrono::milliseconds CStoreCore::OnWatchTick() {
+    bool outside = false;
+    std::chrono::milliseconds pause = 300ms;
+    try {
+        const std::lock_guard lock(m_mutex);
+        if (m_batchDepth > 0) {
+            const bool late = std::chrono::steady_clock::now() - m_gatheredSince >= kGatheringTime;
+            if (late) CommitGathered();
+            pause = kGatheringTime / 2;
+        }
+        if (!m_storage->InWrite()) {
+            const std::uint64_t now = m_storage->OutsideChanges();
+            outside = now != m_watchersTold;
+            m_watchersTold = now;
+        }
+    } catch (...) {
+        m_lostBatch = CodeOfCurrentException();
+    }
+    if (outside) Deliver({}, true);
+    return pause;
+}
