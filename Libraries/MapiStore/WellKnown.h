@@ -17,6 +17,11 @@ enum WellKnownFolder : ObjectId {
     kLastWellKnownFolder = kJournalFolder,
 };
 
+// Published, but not in every copy of the headers.
+#ifndef PR_LONGTERM_ENTRYID_FROM_TABLE
+#define PR_LONGTERM_ENTRYID_FROM_TABLE PROP_TAG(PT_BINARY, 0x6670)
+#endif
+
 // PR_MDB_PROVIDER of these stores: {4F7C1E52-8D0B-4B6E-9E6A-3C2D1A5B7F10}
 inline constexpr GUID kStoreProvider = {
     0x4f7c1e52, 0x8d0b, 0x4b6e, {0x9e, 0x6a, 0x3c, 0x2d, 0x1a, 0x5b, 0x7f, 0x10}};
