@@ -11,6 +11,15 @@ CStoreCall::~CStoreCall() {
     if (!events.empty()) m_core.Deliver(std::move(events), false);
 }
 
+CQuietCall::CQuietCall(CStoreCore& core) : m_core(core) {
+    m_core.Lock();
+}
+
+CQuietCall::~CQuietCall() {
+    auto events = m_core.Unlock();
+    if (!events.empty()) m_core.Deliver(std::move(events), false);
+}
+
 CTwoStoreCall::CTwoStoreCall(CStoreCore& counted, CStoreCore& other) : m_first(&counted), m_second(nullptr) {
     if (&counted != &other) {
         m_second = &other;

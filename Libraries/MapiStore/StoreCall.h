@@ -17,6 +17,19 @@ private:
     CStoreCore& m_core;
 };
 
+// The same for work that this room does by itself, such as collecting what to notify: it counts for
+// nobody's faults.
+class CQuietCall {
+public:
+    explicit CQuietCall(CStoreCore& core);
+    ~CQuietCall();
+    CQuietCall(const CQuietCall&) = delete;
+    CQuietCall& operator=(const CQuietCall&) = delete;
+
+private:
+    CStoreCore& m_core;
+};
+
 // The same for two stores, of which only the first counts the call; they may be one and the same.
 // Locks in an order that is the same for every caller.
 class CTwoStoreCall {

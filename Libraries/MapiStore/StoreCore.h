@@ -14,6 +14,7 @@
 #include <thread>
 
 class CStoreCall;
+class CQuietCall;
 class CTwoStoreCall;
 
 class CStoreCore : public std::enable_shared_from_this<CStoreCore> {
@@ -81,6 +82,7 @@ public:
 
 private:
     friend class CStoreCall;
+    friend class CQuietCall;
     friend class CTwoStoreCall;
     explicit CStoreCore(const std::string& path);
     void Lock();
