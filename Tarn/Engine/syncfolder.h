@@ -147,9 +147,9 @@ public:
 
     void FindConflicts(CSyncMessages& source, CSyncMessages& target);
     void MoveConflicts(CSyncMessages& list, const IMAPIFolderPtr& ownFolder,
-                       const IMAPIFolderPtr& otherFolder, CMapiRowSet& ownRows, const CMapiRowSet& otherRows,
-                       CSyncFileMap& ownData, CSyncFileMap& otherData, const IMsgStorePtr& ownStore,
-                       const IMsgStorePtr& otherStore);
+                       const IMAPIFolderPtr& otherFolder, const CMapiRowSet& ownRows,
+                       const CMapiRowSet& otherRows, CSyncFileMap& ownData, CSyncFileMap& otherData,
+                       const IMsgStorePtr& ownStore, const IMsgStorePtr& otherStore);
     void MoveToConflictFolder(ENTRYLIST* entries, const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
 
     // ---- subfolders (SubFolders.cpp) -------------------------------------------------------------
@@ -280,8 +280,36 @@ public:
     bool m_copyToSource = false;  // the side that the copy loop under way writes to
 
 private:
-    struct Pair;      // what SyncFolder holds for one pair (SyncRun.cpp)
-    struct Children;  // and SyncSubFolder for one level (SubFolders.cpp)
+    friend class CSyncRun;  // the phases of one pair (SyncRun.h)
+
+    HRESULT ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
+                             FILETIME* syncTime);
+    void WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
+                           const char* name);
+    HRESULT ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap& syncData);
+    CMapiRowSet QueryFileRows(const IMAPIFolderPtr& folder);
+
+    struct CDirections {
+        bool toTarget;
+        bool toSource;
+        bool findDeletions;
+        bool createFolders;
+    };
+    int RefuseTransport();
+    void SyncChildren(const std::string& sourceText, const std::string& targetText,
+                      const CDirections& directions);
+    void SyncLevel(const std::string& sourceText, const std::string& targetText,
+                   const CDirections& directions);
+    void CreateOrNote(const IMAPIFolderPtr& parent, const IMAPIFolderPtr& otherParent, const SBinary& entryId,
+                      const std::string& name, const CMapiRowSet& rows, const CDirections& directions);
+    std::string ChildPath(const IMAPIFolderPtr& parent, const SBinary& entryId, const std::string& name);
+    void FindDuplicates();
+    std::string HoldingPathOf(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
+    void TakeContainerClass(const IMAPIFolderPtr& folder, IMAPIFolderPtr& holding);
+    void MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& folder, const IMAPIFolderPtr& holding);
+    void TraceDeletionFailure();
 
     CSyncTagCache m_tags;
+    bool m_toldOfDuplicates = false;
+    int m_depth = 0;  // levels of subfolders above the pair under way
 };

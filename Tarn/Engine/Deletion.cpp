@@ -1,0 +1,228 @@
+// Removing items: they go into holding folders below the wastebasket, together as far as possible.
+#include <MapiWrapper/TextConvert.h>
+#include <Platform/Registry.h>
+#include <Tarn/Engine/MessageCache.h>
+#include <Tarn/Engine/syncfolder.h>
+
+#include <atomic>
+
+namespace {
+constexpr char HoldingRoot[] = "Vellumware\\";
+constexpr char ProductKey[] = "Software\\Ostrand\\Vellumware";
+
+// -1: not read yet.
+std::atomic<int> g_hardDelete{-1};
+
+// The value counts only where the first spelling of the key does not open and the second does.
+bool ReadHardDelete() {
+    CRegistryKey key;
+    if (key.Open(RegistryRoot::CurrentUser, std::string("\\") + ProductKey) == ERROR_SUCCESS) return false;
+    if (key.Open(RegistryRoot::CurrentUser, ProductKey) != ERROR_SUCCESS) return false;
+    return key.ReadDword("HardDelete").value_or(0) != 0;
+}
+
+HRESULT MoveOne(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& target) {
+    SBinary id = entryId;
+    ENTRYLIST one{1, &id};
+    return folder->CopyMessages(&one, nullptr, target.Get(), 0, nullptr, MESSAGE_MOVE);
+}
+
+HRESULT DeleteOne(const IMAPIFolderPtr& folder, const SBinary& entryId) {
+    SBinary id = entryId;
+    ENTRYLIST one{1, &id};
+    return folder->DeleteMessages(&one, 0, nullptr, 0);
+}
+
+// An item that can be neither moved nor deleted is marked for the person to see.
+HRESULT MarkDeleted(const IMAPIFolderPtr& holding, const SBinary& entryId) {
+    try {
+        IMessagePtr message = holding.OpenEntryv(entryId, MAPI_MODIFY).As<IMessagePtr>();
+        if (!message) return MAPI_E_NOT_FOUND;
+        message.SetStrProp(PR_DISPLAY_NAME_A, "Deleted");
+        message.SetStrProp(PR_SUBJECT_A, "Deleted");
+        message.SaveChanges(FORCE_SAVE);
+        return S_OK;
+    } catch (const CMAPIException& e) {
+        return e.Hr();
+    }
+}
+
+// Empty where the store refuses. Without a holding folder items are destroyed, so callers ask twice.
+IMAPIFolderPtr OpenOrCreate(const IMAPIFolderPtr& parent, const std::string& name) {
+    try {
+        return parent.CreateFolder(FOLDER_GENERIC, name, "", OPEN_IF_EXISTS);
+    } catch (const CMAPIException&) {
+        return {};
+    }
+}
+
+// Answers S_OK once the item is out of the folder. A move is tried twice before the item is destroyed:
+// most refusals pass, and what is destroyed cannot be taken back by anybody.
+HRESULT RemoveToHolding(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& holding) {
+    if (MoveOne(folder, entryId, holding) == S_OK) return S_OK;
+    if (MoveOne(folder, entryId, holding) == S_OK) return S_OK;
+    return DeleteOne(folder, entryId);
+}
+}  // namespace
+
+// --- batches ---------------------------------------------------------------------------------------
+
+void CEntryIdBatch::Clear() {
+    m_ids.clear();
+}
+
+void CEntryIdBatch::Add(const SBinary& entryId) {
+    m_ids.emplace_back(reinterpret_cast<const char*>(entryId.lpb), entryId.lpb ? entryId.cb : 0);
+}
+
+ENTRYLIST* CEntryIdBatch::List() {
+    m_binaries.clear();
+    for (std::string& id : m_ids)
+        m_binaries.push_back({static_cast<ULONG>(id.size()), reinterpret_cast<BYTE*>(id.data())});
+    m_list = {static_cast<ULONG>(m_binaries.size()), m_binaries.data()};
+    return &m_list;
+}
+
+void CSyncFolder::InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder, LONG capacity) {
+    m_deletionStore = store;
+    m_deletionFolder = folder;
+    m_batchCapacity = capacity;
+    for (CEntryIdBatch& batch : m_batches)
+        batch.Clear();
+    m_overwriteFolder = {};
+    try {
+        MARK_POSITION();
+        const std::string path =
+            HoldingRoot + LoadText(TEXT_OVERWRITTEN_FOLDER) + "\\" + HoldingPathOf(store, folder);
+        MARK_POSITION();
+        m_overwriteFolder = CreateHoldingPath(store.GetWastebasket(), path);
+        MARK_POSITION();
+        if (m_overwriteFolder) TakeContainerClass(folder, m_overwriteFolder);
+    } catch (...) {
+        ServerTraceWrite(m_traceFile, "Crash in InitDelArrays %d", CurrentPosition().line);
+    }
+}
+
+void CSyncFolder::AddToDelArray(const SBinary& entryId, const IMAPIFolderPtr& folder, int batch) {
+    if (batch == BATCH_OVERWRITTEN) return MoveOverwritten(entryId, folder);
+    CEntryIdBatch& waiting = m_batches.at(static_cast<size_t>(batch));
+    // The batch takes a copy of its own, so the entry at hand is none of those that the flush frees.
+    if (waiting.Count() + 1 >= static_cast<size_t>(m_batchCapacity)) {
+        FlushDelArrays(m_deletionStore, m_deletionFolder);
+        m_batchCapacity = DeletionBatchCapacity;
+    }
+    waiting.Add(entryId);
+}
+
+void CSyncFolder::FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder) {
+    CEntryIdBatch& conflicts = m_batches[BATCH_CONFLICTS];
+    CEntryIdBatch& deleted = m_batches[BATCH_DELETED];
+    CEntryIdBatch& overwritten = m_batches[BATCH_OVERWRITTEN];
+    if (!conflicts.IsEmpty()) MoveToConflictFolder(conflicts.List(), store, folder);
+    if (!deleted.IsEmpty()) MoveToDeletedFolder(deleted.List(), "Deleted", store, folder);
+    if (!overwritten.IsEmpty()) MoveToDeletedFolder(overwritten.List(), "Overwrite", store, folder);
+    for (CEntryIdBatch& batch : m_batches)
+        batch.Clear();
+}
+
+// --- holding folders -------------------------------------------------------------------------------
+
+// Below the IPM root, without the store's name: folders of one name in different places get holding
+// folders of their own.
+std::string CSyncFolder::HoldingPathOf(const IMsgStorePtr&, const IMAPIFolderPtr& folder) {
+    return GetFolderPath(m_session, folder, '\\');
+}
+
+void CSyncFolder::TakeContainerClass(const IMAPIFolderPtr& folder, IMAPIFolderPtr& holding) {
+    const std::string wanted = folder.GetStrPropOrEmpty(PR_CONTAINER_CLASS_A);
+    if (wanted == holding.GetStrPropOrEmpty(PR_CONTAINER_CLASS_A)) return;
+    holding.SetStrProp(PR_CONTAINER_CLASS_A, wanted);
+    holding.SaveChanges(FORCE_SAVE);
+}
+
+IMAPIFolderPtr CSyncFolder::CreateHoldingPath(const IMAPIFolderPtr& parent, const std::string& path) {
+    IMAPIFolderPtr current = parent;
+    std::vector<std::string> parts;
+    SplitToArray(path, "\\", parts);
+    for (const std::string& part : parts) {
+        IMAPIFolderPtr next = OpenOrCreate(current, part);
+        if (!next) next = OpenOrCreate(current, part);
+        if (!next) return {};
+        current = next;
+    }
+    return current;
+}
+
+void CSyncFolder::TraceDeletionFailure() {
+    const CSourcePosition at = CurrentPosition();
+    ServerTraceWrite(m_traceFile, "Error position %s(%d)", at.file, at.line);
+    TraceText(m_traceFile, " Exception in Delete/Free Memory\n");
+    ++m_outcome.phasesFailed;
+}
+
+void CSyncFolder::MoveToDeletedFolder(ENTRYLIST* entries, const char* name, const IMsgStorePtr& store,
+                                      const IMAPIFolderPtr& folder) {
+    try {
+        MARK_POSITION();
+        const std::string path = std::string(HoldingRoot) + name + "\\" + HoldingPathOf(store, folder);
+        MARK_POSITION();
+        IMAPIFolderPtr holding = CreateHoldingPath(store.GetWastebasket(), path);
+        MARK_POSITION();
+        if (holding) TakeContainerClass(folder, holding);
+        if (!entries || entries->cValues == 0) return;
+        MARK_POSITION();
+        if (IsHardDelete() || !holding) {
+            if (folder->DeleteMessages(entries, 0, nullptr, 0) < 0) NoteRowFailed();
+            return;
+        }
+        MoveEntries(*entries, folder, holding);
+    } catch (...) {
+        TraceDeletionFailure();
+    }
+}
+
+void CSyncFolder::MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& folder,
+                              const IMAPIFolderPtr& holding) {
+    CEntryIdBatch stuck;
+    HRESULT last = S_OK;
+    for (ULONG i = 0; i < entries.cValues; ++i) {
+        MARK_POSITION();
+        const SBinary& entryId = entries.lpbin[i];
+        last = RemoveToHolding(folder, entryId, holding);
+        if (last == S_OK) continue;
+        last = MarkDeleted(holding, entryId);
+        stuck.Add(entryId);
+        NoteRowFailed();
+    }
+    // Only those still in the folder: where a store keeps the entry ID of a moved item, naming it again
+    // would destroy what was put aside.
+    if (last != S_OK && !stuck.IsEmpty()) folder->DeleteMessages(stuck.List(), 0, nullptr, 0);
+}
+
+// --- single items ----------------------------------------------------------------------------------
+
+void CSyncFolder::MoveOverwritten(const SBinary& entryId, const IMAPIFolderPtr& folder) {
+    for (int attempt = 0; m_overwriteFolder && attempt < 2; ++attempt)
+        if (MoveOne(folder, entryId, m_overwriteFolder) >= 0) return;
+    DeleteEntry(entryId, folder);
+}
+
+void CSyncFolder::DeleteEntry(const SBinary& entryId, const IMAPIFolderPtr& folder) {
+    const std::string hex = HexFromBinary(entryId);
+    if (m_cache) m_cache->Remove(hex);
+    if (DeleteOne(folder, entryId) != MAPI_W_PARTIAL_COMPLETION) return;
+    ServerTraceWrite(m_traceFile, "MAPI_W_PARTIAL_COMPLETION in deleting entry ID %s", hex.c_str());
+    IMessagePtr message = folder.OpenEntryv(entryId, MAPI_MODIFY).As<IMessagePtr>();
+    NotNull(message.Get(), "CSyncFolder::DeleteEntry");
+    message.SetStrProp(PR_SUBJECT_A, "Deleted " + message.GetStrPropOrEmpty(PR_SUBJECT_A));
+    message.SaveChanges(KEEP_OPEN_READWRITE);
+}
+
+bool CSyncFolder::IsHardDelete() {
+    if (g_hardDelete < 0) g_hardDelete = ReadHardDelete() ? 1 : 0;
+    return g_hardDelete == 1;
+}
+
+void CSyncFolder::ForgetHardDelete() {
+    g_hardDelete = -1;
+}

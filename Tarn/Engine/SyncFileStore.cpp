@@ -1,0 +1,343 @@
+// Hidden messages of a folder, and the sync files that lie in them.
+#include <MapiWrapper/StreamTools.h>
+#include <MapiWrapper/TagArray.h>
+#include <Platform/Clock.h>
+#include <Platform/Machine.h>
+#include <Tarn/Engine/syncfolder.h>
+#include <Tools/MessageTools.h>
+
+namespace {
+constexpr char ConfigClass[] = "IPM.Vellum.IDs";
+constexpr char SettingsClass[] = "IPM.VellumSettings";
+constexpr char SyncFileName[] = "SYNCFILE";
+constexpr char Rule[] = "----------------------------------------------------------------";
+
+std::string SubjectOf(const char* name) {
+    return std::string(name) + '.' + ComputerName();
+}
+
+// One text property that must have a value.
+class CTextRestriction {
+public:
+    CTextRestriction(ULONG tag, const std::string& text) {
+        m_value.ulPropTag = tag;
+        m_value.Value.lpszA = const_cast<char*>(text.c_str());
+        m_restriction.rt = RES_PROPERTY;
+        m_restriction.res.resProperty = {RELOP_EQ, tag, &m_value};
+    }
+    CTextRestriction(const CTextRestriction&) = delete;
+    CTextRestriction& operator=(const CTextRestriction&) = delete;
+    SRestriction* Get() { return &m_restriction; }
+
+private:
+    SPropValue m_value{};
+    SRestriction m_restriction{};
+};
+
+HRESULT FindHidden(const IMAPITablePtr& table, const std::string& subject, const std::string& messageClass) {
+    CTextRestriction ofSubject(PR_SUBJECT_A, subject);
+    CTextRestriction ofClass(PR_MESSAGE_CLASS_A, messageClass);
+    SRestriction both[2] = {*ofSubject.Get(), *ofClass.Get()};
+    SRestriction restriction{};
+    restriction.rt = RES_AND;
+    restriction.res.resAnd = {2, both};
+    const HRESULT hr = table->FindRow(&restriction, BOOKMARK_BEGINNING, 0);
+    if (hr >= 0 || hr == MAPI_E_NOT_FOUND) return hr;
+    return table->FindRow(&restriction, BOOKMARK_BEGINNING, 0);
+}
+
+IMessagePtr CreateHidden(const IMAPIFolderPtr& folder, const std::string& subject,
+                         const std::string& messageClass) {
+    IMessagePtr message = folder.CreateMessage(nullptr, MAPI_ASSOCIATED);
+    if (!subject.empty()) message.SetStrProp(PR_SUBJECT_A, subject);
+    message.SetStrProp(PR_MESSAGE_CLASS_A, messageClass);
+    return message;
+}
+
+SSortOrderSet NewestFirst() {
+    SSortOrderSet order{};
+    order.cSorts = 1;
+    order.aSort[0] = {PR_LAST_MODIFICATION_TIME, TABLE_SORT_DESCEND};
+    return order;
+}
+}  // namespace
+
+// --- hidden messages -----------------------------------------------------------------------------
+
+IMessagePtr CSyncFolder::OpenConfigMessage(const IMAPIFolderPtr& folder, const std::string& subject,
+                                           const std::string& messageClass, bool create) {
+    const IMAPITablePtr table = folder._rawAssociatedTable();
+    TraceText(m_traceFile, "In Opening config message");
+    const HRESULT found = FindHidden(table, subject, messageClass);
+    // A search that failed says nothing about what is there. A second message of the same subject
+    // would hide the first one's state from later runs.
+    if (create && found < 0 && found != MAPI_E_NOT_FOUND) THROW_ON_FAILURE_FOR(found, table.Get());
+    if (found < 0) {
+        TraceText(m_traceFile, "Config message not found (probably this is first sync)");
+        if (!create) return {};
+        TraceText(m_traceFile, "Creating config messages");
+        return CreateHidden(folder, subject, messageClass);
+    }
+    CMapiRowSet row;
+    const HRESULT read = table.SetColumnsAndQuery(row, 1, 0, {PR_ENTRYID});
+    if (create) THROW_ON_FAILURE_FOR(read, table.Get());
+    if (read < 0) TraceText(m_traceFile, "OpenConfig Message Table.QueryRows failed");
+    TraceText(m_traceFile, "Config message found");
+    IMessagePtr message = folder.OpenEntryv(row.Cell(0, 0)).As<IMessagePtr>();
+    TraceText(m_traceFile, "Config message opened");
+    return message;
+}
+
+IMessagePtr CSyncFolder::GetConfigMsg(const IMAPIFolderPtr& folder) {
+    try {
+        const IMAPITablePtr table = folder._rawAssociatedTable();
+        CTextRestriction ofClass(PR_MESSAGE_CLASS_A, SettingsClass);
+        table.Restrict(ofClass.Get(), TBL_BATCH);
+        const CMapiRowSet rows = table.QueryRows({PR_ENTRYID});
+        if (rows.Count() > 0) return folder.OpenEntryv(rows.Cell(0, 0)).As<IMessagePtr>();
+        return CreateHidden(folder, {}, SettingsClass);
+    } catch (const CMAPIException& e) {
+        ReportException(e, "GetConfigMsg");
+        return {};
+    }
+}
+
+// --- reading -------------------------------------------------------------------------------------
+
+void CSyncFolder::ReadSyncFiles(const IMAPIFolderPtr& sourceFolder) {
+    m_sourceData.Clear();
+    m_targetData.Clear();
+    ReadSyncFile(sourceFolder, "SourceID", m_sourceData, &m_sourceSyncTime);
+    ReadSyncFile(sourceFolder, "TargetID", m_targetData, &m_targetSyncTime);
+    if (!IsTracing()) return;
+    TraceText(m_traceFile, Rule);
+    TraceText(m_traceFile, "-- Synchonization                                             --\n");
+    TraceText(m_traceFile, Rule);
+    TraceSyncFile("Source", m_sourceData);
+    TraceSyncFile("Target", m_targetData);
+}
+
+namespace {
+void TraceFolderName(FILE* traceFile, const IMAPIFolderPtr& folder) {
+    if (!IsTraceActive(traceFile)) return;
+    try {
+        TraceFormat(traceFile, "Reading sync file from folder %s\n",
+                    folder.GetStrProp(PR_DISPLAY_NAME_A).c_str());
+    } catch (const CMAPIException&) {
+        TraceText(traceFile, "Error getting name from folder\n");
+    }
+}
+
+void ReadSyncTime(const IMessagePtr& message, FILETIME& syncTime) {
+    const ULONG tag = NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true);
+    CMapiPropValue value;
+    syncTime = {};
+    if (HrGetOneProp(message.Get(), tag, value.Out()) >= 0) syncTime = value.Time();
+}
+
+// The whole stream in as few reads as it takes; what stands in it is judged by the parser.
+HRESULT ReadWholeStream(IStream* stream, std::string& bytes) {
+    STATSTG stat{};
+    HRESULT hr = stream->Stat(&stat, STATFLAG_NONAME);
+    if (hr < 0) return hr;
+    if (stat.cbSize.QuadPart > kStreamLimit) return MAPI_E_TOO_BIG;
+    bytes.reserve(static_cast<size_t>(stat.cbSize.QuadPart) + 1);
+    return ReadToEnd(stream, bytes, static_cast<ULONG>(stat.cbSize.QuadPart) + 1);
+}
+}  // namespace
+
+// A sync file that cannot be read makes everything look as on the first day, which costs the run what it
+// knows of deletions. So a failure that passes is not taken for an answer.
+HRESULT CSyncFolder::ReadSyncFile(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
+                                  FILETIME* syncTime) {
+    syncData.Clear();
+    if (!folder) return S_OK;
+    try {
+        const HRESULT hr = ReadSyncFileOnce(folder, name, syncData, syncTime);
+        if (hr >= 0) return hr;
+    } catch (...) {
+        ServerTraceWrite(m_traceFile, "Error reading sync file, second try, Line %d\n",
+                         CurrentPosition().line);
+    }
+    syncData.Clear();
+    try {
+        return ReadSyncFileOnce(folder, name, syncData, syncTime);
+    } catch (const CMAPIException& e) {
+        ServerTraceWrite(m_traceFile, "Error %s reading sync file (Line %d)\n", e.GetErrorText().c_str(),
+                         CurrentPosition().line);
+        ReportException(e, "ReadSyncFile");
+        ++m_outcome.phasesFailed;
+        return e.Hr();
+    } catch (...) {
+        ServerTraceWrite(m_traceFile, "Fatal error reading sync file, Line %d\n", CurrentPosition().line);
+        ++m_outcome.phasesFailed;
+        return E_FAIL;
+    }
+}
+
+HRESULT CSyncFolder::ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
+                                      FILETIME* syncTime) {
+    MARK_POSITION();
+    TraceFolderName(m_traceFile, folder);
+    MARK_POSITION();
+    const IMessagePtr message = OpenConfigMessage(folder, SubjectOf(name), ConfigClass, false);
+    TraceText(m_traceFile, "OpenConfig Message returned");
+    if (!message) {
+        ServerTraceWrite(m_traceFile, "Config message could not be opened, Error line %d\n", __LINE__);
+        return S_OK;
+    }
+    TraceText(m_traceFile, "OpenConfigMessage is != NULL");
+    MARK_POSITION();
+    if (syncTime) ReadSyncTime(message, *syncTime);
+    MARK_POSITION();
+    return ReadSyncAttachment(message, syncData);
+}
+
+HRESULT CSyncFolder::ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap& syncData) {
+    IAttachPtr attachment;
+    FindAttachment(message, SyncFileName, attachment, false);
+    if (!attachment) {
+        ServerTraceWrite(m_traceFile, "Error opening sync file message Error code %s\n",
+                         ErrorName(MAPI_E_NOT_FOUND).c_str());
+        return MAPI_E_NOT_FOUND;
+    }
+    MARK_POSITION();
+    CComPtr<IStream> stream;
+    HRESULT hr = attachment.OpenStream(PR_ATTACH_DATA_BIN, 0, 0, stream);
+    if (hr < 0) {
+        ServerTraceWrite(m_traceFile, "Error %s Opening property\n", ErrorName(hr).c_str());
+        return hr;
+    }
+    MARK_POSITION();
+    std::string bytes;
+    hr = ReadWholeStream(stream.Get(), bytes);
+    if (hr < 0) ServerTraceWrite(m_traceFile, "Error %s Reading sync file message\n", ErrorName(hr).c_str());
+    MARK_POSITION();
+    std::uint32_t announced = 0;
+    const bool whole = syncData.Parse(std::move(bytes), announced);
+    ServerTraceWrite(m_traceFile, "Reading %d elements\n", static_cast<int>(announced));
+    ServerTraceWrite(m_traceFile, "%d Elements read\n", static_cast<int>(syncData.Count()));
+    if (hr < 0) return hr;
+    return whole ? S_OK : MAPI_E_CORRUPT_DATA;
+}
+
+// --- writing -------------------------------------------------------------------------------------
+
+namespace {
+// When the files were last written. Nothing reads it during a run, so a store that refuses is no reason
+// to stop.
+void StampWriteTime(const IMAPIFolderPtr& folder) {
+    try {
+        SPropValue value{};
+        value.ulPropTag = NamedTag(folder.RawProp(), L"VellumTime", PT_SYSTIME, false);
+        value.Value.ft = UtcNow();
+        HrSetOneProp(folder.Get(), &value);
+    } catch (const CMAPIException&) {
+    }
+}
+
+enum FileColumn : ULONG {
+    FILE_ENTRYID,
+    FILE_SYNC_ID,
+    FILE_MODIFIED,
+    FILE_SUBJECT,
+    FILE_LONGTERM_ENTRYID,
+    FILE_DISPLAY_NAME,
+    FILE_SEARCH_KEY,
+};
+
+void WriteEntry(CSyncFileWriter& writer, const CMapiRowSet& rows, ULONG row, ULONG syncIdTag) {
+    const CMapiPropValue longTerm = rows.Cell(row, FILE_LONGTERM_ENTRYID);
+    const CMapiPropValue identifier = longTerm.Type() == PT_BINARY ? longTerm : rows.Cell(row, FILE_ENTRYID);
+    const CMapiPropValue syncId = rows.Cell(row, FILE_SYNC_ID);
+    const CMapiPropValue subject = rows.Cell(row, FILE_SUBJECT);
+    const CMapiPropValue name = subject.IsError() ? rows.Cell(row, FILE_DISPLAY_NAME) : subject;
+    writer.Add(
+        HexFromBinary(identifier.Binary()), rows.Cell(row, FILE_MODIFIED).Time(),
+        syncId.Tag() == syncIdTag ? syncId.Str() : HexFromBinary(rows.Cell(row, FILE_SEARCH_KEY).Binary()),
+        name.Type() == PT_STRING8 ? name.Str() : std::string());
+}
+
+void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
+    CTagArray data({PR_ATTACH_DATA_BIN});
+    THROW_ON_FAILURE_FOR(attachment->DeleteProps(data.Get(), nullptr), attachment.Get());
+    CComPtr<IStream> stream;
+    THROW_ON_FAILURE_FOR(attachment.OpenStream(PR_ATTACH_DATA_BIN, STGM_WRITE | STGM_CREATE,
+                                               MAPI_CREATE | MAPI_MODIFY, stream),
+                         attachment.Get());
+    THROW_ON_FAILURE(WriteAll(stream.Get(), bytes.data(), static_cast<ULONG>(bytes.size()),
+                              static_cast<ULONG>(bytes.size())));
+    THROW_ON_FAILURE(stream->Commit(0));
+}
+}  // namespace
+
+void CSyncFolder::WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                                 bool writeSource, bool writeTarget) {
+    try {
+        StampWriteTime(sourceFolder);
+        if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_SOURCE_STATE));
+        if (writeSource) WriteSyncFile(sourceFolder, sourceFolder, "SourceID", m_lastSyncSource);
+        if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_TARGET_STATE));
+        if (targetFolder && writeTarget)
+            WriteSyncFile(targetFolder, sourceFolder, "TargetID", m_lastSyncTarget);
+    } catch (const CMAPIException& e) {
+        NoteException(e, "CSyncFolder::WriteSyncFiles");
+        ++m_outcome.phasesFailed;
+    }
+}
+
+CMapiRowSet CSyncFolder::QueryFileRows(const IMAPIFolderPtr& folder) {
+    const IMAPITablePtr table = folder._rawContentsTable();
+    ApplyTableFilter(folder, table, nullptr, false);
+    SSortOrderSet order = NewestFirst();
+    THROW_ON_FAILURE_FOR(table->SortTable(&order, TBL_BATCH), table.Get());
+    return table.QueryRows({PR_ENTRYID, TagsOf(folder.RawProp()).larchId, PR_LAST_MODIFICATION_TIME,
+                            PR_SUBJECT_A, PR_LONGTERM_ENTRYID_FROM_TABLE, PR_DISPLAY_NAME_A, PR_SEARCH_KEY});
+}
+
+void CSyncFolder::WriteSyncFile(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
+                                const char* name, const FILETIME&) {
+    // With one side's file new and the other's old, the next run would take what this one wrote for
+    // changes by a person. So it is worth a second try.
+    try {
+        WriteSyncFileOnce(folder, configFolder, name);
+        return;
+    } catch (const CMAPIException& e) {
+        NoteException(e, "CSyncFolder::WriteSyncFile");
+    }
+    try {
+        WriteSyncFileOnce(folder, configFolder, name);
+    } catch (const CMAPIException& e) {
+        NoteException(e, "CSyncFolder::WriteSyncFile");
+        ++m_outcome.phasesFailed;
+    }
+}
+
+// Up to the last save nothing of the old file is lost: the stream, the attachment and the message
+// become visible together.
+void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
+                                    const char* name) {
+    MARK_POSITION();
+    IMessagePtr message =
+        OpenConfigMessage(configFolder ? configFolder : folder, SubjectOf(name), ConfigClass, true);
+    NotNull(message.Get(), "CSyncFolder::WriteSyncFile");
+    MARK_POSITION();
+    IAttachPtr attachment;
+    FindAttachment(message, SyncFileName, attachment, true);
+    if (!attachment) throw CMAPIException(MAPI_E_NOT_FOUND, "CSyncFolder::WriteSyncFile", nullptr);
+    attachment.SetStrProp(PR_ATTACH_FILENAME_A, SyncFileName);
+    MARK_POSITION();
+    const CMapiRowSet rows = QueryFileRows(folder);
+    const ULONG syncIdTag = TagsOf(folder.RawProp()).larchId;
+    CSyncFileWriter writer(rows.Count());
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        WriteEntry(writer, rows, row, syncIdTag);
+    MARK_POSITION();
+    if (rows.Count() > 0)
+        message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),
+                        rows.Cell(0, FILE_MODIFIED).Time());
+    WriteStream(attachment, writer.Bytes());
+    MARK_POSITION();
+    attachment.SaveChanges(0);
+    message.SaveChanges(FORCE_SAVE);
+}

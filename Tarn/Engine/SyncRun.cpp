@@ -1,0 +1,482 @@
+// The order of the phases of a run, and what becomes of the run when one of them fails.
+#include <Platform/Registry.h>
+#include <Platform/UserInterface.h>
+#include <Tarn/Engine/SyncRun.h>
+
+namespace {
+constexpr char SwitchKey[] = "Software\\Ostrand\\Vellum";
+constexpr size_t MaxTracedKey = 250;
+
+// A phase whose failure is told in words of its own and ends only that phase. A failed call of a store
+// goes on to whoever encloses the phase.
+template <class Body>
+void Guarded(CSyncOutcome& outcome, const char* text, const char* title, Body body) {
+    try {
+        body();
+    } catch (const CMAPIException&) {
+        throw;
+    } catch (...) {
+        ++outcome.phasesFailed;
+        ShowMessageBox(text, title);
+    }
+}
+
+// The value counts only where the first spelling of the key does not open and the second does; a value
+// that is not there is written, so that people find the switch.
+DWORD RegistrySwitch(const char* name, DWORD defaultValue) {
+    CRegistryKey key;
+    if (key.Open(RegistryRoot::CurrentUser, std::string("\\") + SwitchKey) == ERROR_SUCCESS)
+        return defaultValue;
+    if (key.Open(RegistryRoot::CurrentUser, SwitchKey, true) != ERROR_SUCCESS) return defaultValue;
+    if (const auto value = key.ReadDword(name)) return *value;
+    key.WriteDword(name, defaultValue);
+    return defaultValue;
+}
+
+IMAPIFolderPtr AsFolder(const IMAPIPropPtr& object) {
+    IMAPIFolderPtr folder = object.As<IMAPIFolderPtr>();
+    if (!folder) throw CMAPIException(MAPI_E_NOT_FOUND, "AsFolder", nullptr);
+    return folder;
+}
+
+// An empty entry ID would open a store's topmost folder.
+SBinary NotEmpty(const CMapiBinary& entryId) {
+    if (entryId.IsEmpty()) throw CMAPIException(MAPI_E_INVALID_ENTRYID, "SyncFolder", nullptr);
+    return entryId.Bin();
+}
+
+FILETIME ReadTime(const IMessagePtr& message, const wchar_t* name) {
+    const ULONG tag = NamedTag(message.RawProp(), name, PT_SYSTIME, true);
+    CMapiPropValue value;
+    if (HrGetOneProp(message.Get(), tag, value.Out()) < 0) return {};
+    return value.Time();
+}
+}  // namespace
+
+void CSyncRun::Status(const std::string& text) {
+    if (m_engine.m_progress) m_engine.m_progress->SetMessageText(text);
+}
+
+void CSyncRun::DropChanges() {
+    m_source.changes.Clear();
+    m_target.changes.Clear();
+}
+
+int CSyncRun::Run(const std::string& source, const std::string& target) {
+    try {
+        Status(LoadText(TEXT_OPENING_FOLDERS));
+        if (!SplitKeys(source, target)) return 1;
+        FILE* trace = m_engine.m_traceFile;
+        TraceFormat(trace, "Synchronize folder %s", source.substr(0, MaxTracedKey).c_str());
+        TraceFormat(trace, "to %s", target.substr(0, MaxTracedKey).c_str());
+        if (!OpenSides()) {
+            ++m_engine.m_outcome.pairsNotOpened;
+            return 0;
+        }
+        m_source.batch.Begin(m_source.store);
+        m_target.batch.Begin(m_target.store);
+        Phases();
+    } catch (const CMAPIException& e) {
+        ++m_engine.m_outcome.phasesFailed;
+        ReportException(e, "SyncSubFolder");
+        DropChanges();
+        return 0;
+    } catch (...) {
+        ++m_engine.m_outcome.phasesFailed;
+        ShowMessageBox("Error in CSyncFolder::SyncSubFolder", "Vellum");
+        return 1;
+    }
+    return m_answer;
+}
+
+void CSyncRun::Phases() {
+    ReadNames();
+    if (!Load()) {
+        m_answer = 1;
+        return;
+    }
+    ++m_engine.m_outcome.pairsRun;
+    SortAndQuery();
+    CheckIdentities();
+    if (m_engine.IsTracing() && HasRows()) {
+        m_engine.TraceRows("Source", m_source.rows);
+        m_engine.TraceRows("Target", m_target.rows);
+    }
+    ReadLastSyncTimes();
+    if (!Analyze()) return;
+    if (m_engine.HasFlag(SYNC_NEW_ONLY) && HasChanges()) ReloadAllRows();
+    CSyncOutcome& outcome = m_engine.m_outcome;
+    Guarded(outcome, "Error finding conflicts", "Tarn",
+            [&] { m_engine.FindConflicts(m_source.changes, m_target.changes); });
+    Guarded(outcome, "Error tracing rows", "Vellum", [&] { TraceChanges(); });
+    KeepConflictLosers();
+    CopyBothWays();
+    if (!m_engine.m_cancelled) WriteState();
+}
+
+// --- opening ---------------------------------------------------------------------------------------
+
+bool CSyncRun::SplitKeys(const std::string& source, const std::string& target) {
+    try {
+        const CFolderKey sourceKey = CFolderKey::FromText(source);
+        const CFolderKey targetKey = CFolderKey::FromText(target);
+        m_source.folderId = sourceKey.m_folder;
+        m_source.storeId = sourceKey.m_store;
+        m_target.folderId = targetKey.m_folder;
+        m_target.storeId = targetKey.m_store;
+        return true;
+    } catch (...) {
+        ++m_engine.m_outcome.phasesFailed;
+        ShowMessageBox("Error in preparing entry ids", "Vellum");
+        return false;
+    }
+}
+
+bool CSyncRun::OpenSides() {
+    try {
+        OpenSource();
+        OpenTarget();
+        return true;
+    } catch (const CMAPIException& e) {
+        ShowMessageBox("Error " + e.GetErrorText() + " in\n" + m_stage, "Tarn");
+    } catch (...) {
+        ShowMessageBox("Error in " + m_stage, "Tarn");
+    }
+    return false;
+}
+
+void CSyncRun::OpenSource() {
+    try {
+        m_stage = "Opening source message store\n" + m_source.storeId.Hex();
+        m_source.store = m_engine.m_session.OpenStore(NotEmpty(m_source.storeId));
+        m_stage = "Opening target message store\n" + m_target.storeId.Hex();
+        m_source.folder = AsFolder(m_source.store.OpenEntry(NotEmpty(m_source.folderId)));
+    } catch (const CMAPIException&) {
+        FindSourceAgain();
+    }
+}
+
+// A store whose entry ID has changed is found by the record key that stands in it; a key written the
+// other way round is found by the same means.
+void CSyncRun::FindSourceAgain() {
+    m_stage = "OpenSource Folder, second try";
+    m_source.folder = AsFolder(
+        m_engine.m_session.OpenEntryInAnyStore(NotEmpty(m_source.storeId), nullptr, MAPI_BEST_ACCESS));
+    m_stage = "Open Source Message Store, second try";
+    m_source.storeId = m_source.folder.GetBinProp(PR_STORE_ENTRYID);
+    m_source.store = m_engine.m_session.OpenStore(NotEmpty(m_source.storeId));
+}
+
+void CSyncRun::OpenTarget() {
+    try {
+        m_stage = "Open Target Message Store";
+        m_target.store = m_engine.m_session.OpenStore(NotEmpty(m_target.storeId));
+        m_stage = "Open Target Folder";
+        m_target.folder = AsFolder(m_target.store.OpenEntry(NotEmpty(m_target.folderId)));
+    } catch (const CMAPIException&) {
+        FindTargetAgain();
+    }
+}
+
+void CSyncRun::FindTargetAgain() {
+    m_stage = "Open Target Folder, second try";
+    m_target.folder =
+        AsFolder(m_target.store.OpenEntry(NotEmpty(m_target.folderId), nullptr, MAPI_BEST_ACCESS));
+    m_target.storeId = m_target.folder.GetBinProp(PR_STORE_ENTRYID);
+    m_stage = "Open Target Message Store, second try";
+    m_target.store = m_engine.m_session.OpenStore(NotEmpty(m_target.storeId));
+}
+
+void CSyncRun::ReadNames() {
+    try {
+        if (m_engine.IsTracing()) {
+            TraceNames();
+        } else {
+            m_source.name = m_source.folder.GetStrProp(PR_DISPLAY_NAME_A);
+            m_target.name = m_target.folder.GetStrProp(PR_DISPLAY_NAME_A);
+        }
+        if (m_engine.m_progress) m_engine.m_progress->SetCaption(m_source.name);
+    } catch (...) {
+        ++m_engine.m_outcome.phasesFailed;
+        ShowMessageBox("Error Getting names", "Vellum");
+    }
+}
+
+void CSyncRun::TraceNames() {
+    FILE* trace = m_engine.m_traceFile;
+    const std::string rule(92, '*');
+    m_source.name = GetFolderPath(m_engine.m_session, m_source.folder, '\\');
+    m_target.name = GetFolderPath(m_engine.m_session, m_target.folder, '\\');
+    TraceText(trace, rule);
+    TraceFormat(trace, "Syncing folder %s\n", m_source.name.c_str());
+    TraceFormat(trace, "           to  %s\n", m_target.name.c_str());
+    TraceText(trace, rule);
+    TraceText(trace, "********************* Syncing folder ******************\n");
+    TraceFormat(trace, "*** %s to %s **", m_source.folder.GetStrPropOrEmpty(PR_DISPLAY_NAME_A).c_str(),
+                m_target.folder.GetStrPropOrEmpty(PR_DISPLAY_NAME_A).c_str());
+}
+
+// --- loading ---------------------------------------------------------------------------------------
+
+void CSyncRun::OpenTable(Side& side, const char* reported, const char* crashed) {
+    try {
+        side.table = side.folder._rawContentsTable();
+    } catch (const CMAPIException& e) {
+        ++m_engine.m_outcome.phasesFailed;
+        ReportException(e, reported);
+    } catch (...) {
+        ++m_engine.m_outcome.phasesFailed;
+        ShowMessageBox(crashed, "Vellum");
+    }
+}
+
+bool CSyncRun::Load() {
+    try {
+        OpenTable(m_source, "Opening source folder", "Crash opening source folder");
+        OpenTable(m_target, "Opening target folder", "Crash opening target folder");
+        if (!m_source.store || !m_target.store || !m_source.folder || !m_target.folder || !m_source.table ||
+            !m_target.table) {
+            ++m_engine.m_outcome.pairsNotOpened;
+            ShowMessageBox("One of the tables can not be opened", "Vellum");
+            return false;
+        }
+        Status("Reading status");
+        m_engine.ReadSyncFiles(m_source.folder);
+        Status("Getting rows");
+        m_engine.ApplyTableFilter(m_source.folder, m_source.table, &m_engine.m_sourceSyncTime, true);
+        m_engine.ApplyTableFilter(m_target.folder, m_target.table, &m_engine.m_targetSyncTime, true);
+        return true;
+    } catch (const CMAPIException&) {
+        throw;
+    } catch (...) {
+        ++m_engine.m_outcome.phasesFailed;
+        ShowMessageBox("Error in loading folders", "Vellum");
+        return false;
+    }
+}
+
+namespace {
+// Sorting and querying: a failure is traced with its stage, and the run goes on with what there is.
+template <class Body>
+void Stage(CSyncFolder& engine, const char* stage, Body body) {
+    try {
+        MARK_POSITION();
+        body();
+    } catch (const CMAPIException& e) {
+        ++engine.m_outcome.phasesFailed;
+        ServerTraceWrite(engine.m_traceFile, "Error %s %s in %s(%d)", e.GetErrorText().c_str(), stage,
+                         SyncFolderSource, CurrentPosition().line);
+        NoteException(e, stage);
+    } catch (...) {
+        ++engine.m_outcome.phasesFailed;
+        ShowMessageBox(FormatText("Error in %s", stage), "Vellum");
+        ServerTraceWrite(engine.m_traceFile, "Fatal Error %s %s(%d)", stage, SyncFolderSource,
+                         CurrentPosition().line);
+    }
+}
+}  // namespace
+
+void CSyncRun::SortTable(Side& side, const char* stage) {
+    Stage(m_engine, stage, [&] {
+        SSortOrderSet order{};
+        order.cSorts = 1;
+        order.aSort[0] = {PR_LAST_MODIFICATION_TIME, TABLE_SORT_DESCEND};
+        THROW_ON_FAILURE_FOR(side.table->SortTable(&order, TBL_BATCH), side.table.Get());
+    });
+}
+
+void CSyncRun::QueryRows(Side& side, const char* stage) {
+    Stage(m_engine, stage, [&] { m_engine.QuerySyncRows(side.rows, side.folder, side.table); });
+}
+
+void CSyncRun::SortAndQuery() {
+    Guarded(m_engine.m_outcome, "Error getting source Sync Time", "Tarn", [&] {
+        SortTable(m_source, "Sorting source table");
+        SortTable(m_target, "Sorting target table");
+        QueryRows(m_source, "Getting source rows");
+        QueryRows(m_target, "Getting target rows");
+    });
+}
+
+void CSyncRun::CheckIdentity(Side& side, const char* failure) {
+    Guarded(m_engine.m_outcome, failure, "Tarn", [&] {
+        if (!side.rows.IsValid() || !m_engine.CheckSyncID(side.folder, side.rows)) return;
+        side.rows.Free();
+        QueryRows(side, &side == &m_source ? "Getting source rows" : "Getting target rows");
+    });
+}
+
+void CSyncRun::CheckIdentities() {
+    CheckIdentity(m_source, "Error getting Source SyncID");
+    CheckIdentity(m_target, "Error getting Target SyncID");
+}
+
+void CSyncRun::ReadLastSyncTimes() {
+    IMessagePtr settings;
+    CSyncOutcome& outcome = m_engine.m_outcome;
+    try {
+        settings = m_engine.GetConfigMsg(m_source.folder);
+    } catch (const CMAPIException& e) {
+        ++outcome.phasesFailed;
+        ReportException(e, "Opening config message");
+    } catch (...) {
+        ++outcome.phasesFailed;
+        ShowMessageBox("Error opening config message\nError in Line", "Tarn");
+    }
+    if (!settings) return;
+    const auto read = [&](const wchar_t* name, FILETIME& time, const char* reported, const char* crashed) {
+        try {
+            time = ReadTime(settings, name);
+        } catch (const CMAPIException& e) {
+            ++outcome.phasesFailed;
+            ReportException(e, reported);
+        } catch (...) {
+            ++outcome.phasesFailed;
+            ShowMessageBox(crashed, "Tarn");
+        }
+    };
+    read(L"VellumTimeSource", m_engine.m_lastSyncSource, "Reading last sync time Source",
+         "Error reading last sync time Tource");
+    read(L"VellumTimeTarget", m_engine.m_lastSyncTarget, "Reading last sync time Target",
+         "Error reading last sync time Target");
+}
+
+// --- deciding --------------------------------------------------------------------------------------
+
+// False if the run was cancelled.
+bool CSyncRun::Analyze() {
+    // Rows that could not be had are not the same as none: everything would look new or deleted. Without
+    // both sides nothing is decided, nothing is done and nothing is remembered.
+    if (!HasRows()) return true;
+    CSyncOutcome& outcome = m_engine.m_outcome;
+    Status("Analyzing source");
+    if (m_engine.HasFlag(SYNC_TO_TARGET)) {
+        ServerTraceWrite(m_engine.m_traceFile, "Analyzing source to target\n");
+        Guarded(outcome, "Error creating modify list source", "Tarn", [&] {
+            m_engine.CreateModifyList("Source", m_source.changes, m_engine.m_sourceData,
+                                      m_engine.m_targetData, m_source.folder, m_target.folder, m_source.rows,
+                                      m_target.rows, m_engine.m_lastSyncSource);
+        });
+        if (m_engine.PollCancelled()) return false;
+    }
+    Status("Analyzing Target");
+    if (m_engine.HasFlag(SYNC_FROM_TARGET)) {
+        ServerTraceWrite(m_engine.m_traceFile, "Analyzing target to source\n");
+        Guarded(outcome, "Error creating target modify list", "Tarn", [&] {
+            m_engine.CreateModifyList("Target", m_target.changes, m_engine.m_targetData,
+                                      m_engine.m_sourceData, m_target.folder, m_source.folder, m_target.rows,
+                                      m_source.rows, m_engine.m_lastSyncTarget);
+        });
+    }
+    return !m_engine.PollCancelled();
+}
+
+// The tables so far showed only what is new; finding counterparts needs the rest as well.
+void CSyncRun::ReloadAllRows() {
+    m_engine.ApplyTableFilter(m_source.folder, m_source.table, nullptr, true);
+    m_engine.ApplyTableFilter(m_target.folder, m_target.table, nullptr, true);
+    m_source.rows.Free();
+    m_target.rows.Free();
+    SortTable(m_source, "Sorting source table");
+    SortTable(m_target, "Sorting target table");
+    QueryRows(m_source, "Getting source rows");
+    QueryRows(m_target, "Getting target rows");
+    if (!HasRows()) DropChanges();
+}
+
+void CSyncRun::TraceChanges() {
+    if (!m_engine.IsTracing()) return;
+    Status("Tracing");
+    for (int pass = 0; pass < 2; ++pass) {
+        TraceText(m_engine.m_traceFile, "Modifications Source\n");
+        m_engine.TraceModifications(m_source.changes);
+        TraceText(m_engine.m_traceFile, "Modifications Target\n");
+        m_engine.TraceModifications(m_target.changes);
+    }
+}
+
+// --- doing -----------------------------------------------------------------------------------------
+
+void CSyncRun::KeepConflictLosers() {
+    ServerTraceWrite(m_engine.m_traceFile,
+                     "----------------------------------------- copy source to target ---------------- \n");
+    Status("Finding conflicts");
+    const auto keep = [&](Side& own, Side& other, CSyncFileMap& ownData, CSyncFileMap& otherData,
+                          const char* failure) {
+        Guarded(m_engine.m_outcome, failure, "Vellum", [&] {
+            m_engine.MoveConflicts(own.changes, own.folder, other.folder, own.rows, other.rows, ownData,
+                                   otherData, own.store, other.store);
+        });
+        return m_engine.PollCancelled();
+    };
+    if (keep(m_source, m_target, m_engine.m_sourceData, m_engine.m_targetData,
+             "Error copying conflicts source to target"))
+        return;
+    keep(m_target, m_source, m_engine.m_targetData, m_engine.m_sourceData,
+         "Error copying conflicts target to source");
+}
+
+void CSyncRun::CopyBothWays() {
+    Status("copying");
+    const auto copy = [&](Side& from, Side& to, CSyncFileMap& data, bool toSource) {
+        Guarded(m_engine.m_outcome, "Error in CopyModifiedElements", "Vellum", [&] {
+            m_engine.m_copyToSource = toSource;
+            m_engine.CopyModifiedElements(from.changes, from.folder, to.folder, from.rows, to.rows, data,
+                                          from.store, to.store, from.name, to.name);
+        });
+        return m_engine.PollCancelled();
+    };
+    if (m_engine.m_cancelled || copy(m_source, m_target, m_engine.m_targetData, false)) return;
+    ServerTraceWrite(m_engine.m_traceFile,
+                     "----------------------------------------- copy target to source ---------------- \n");
+    copy(m_target, m_source, m_engine.m_sourceData, true);
+}
+
+void CSyncRun::WriteState() {
+    Status("writing files");
+    if (HasChanges()) {
+        Guarded(m_engine.m_outcome, "Error in Writing files", "Vellum", [&] {
+            // A sync file must not tell of items that a failing disk has not taken.
+            THROW_ON_FAILURE(m_target.batch.Flush());
+            THROW_ON_FAILURE(m_source.batch.Flush());
+            m_engine.WriteSyncFiles(m_source.folder, m_target.folder, true, true);
+        });
+    }
+    Status("finish");
+}
+
+// --- CSyncFolder -------------------------------------------------------------------------------------
+
+int CSyncFolder::SyncFolder(const std::string& source, const std::string& target, bool, bool,
+                            bool findDeletions) {
+    m_findDeletions = findDeletions;
+    m_sourceSyncTime = m_targetSyncTime = {};
+    m_lastSyncSource = m_lastSyncTarget = {};
+    m_cancelled = 0;
+    m_tags.Clear();
+    m_sourceData.Clear();
+    m_targetData.Clear();
+    if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
+    CSyncRun run(*this);
+    return run.Run(source, target);
+}
+
+// Told once for a batch, not once for each of its subfolders.
+void CSyncFolder::FindDuplicates() {
+    if (m_toldOfDuplicates) return;
+    m_toldOfDuplicates = true;
+    ShowMessageBox(
+        "The removal of duplicates before a run is switched on, but it is not available in this version.\n"
+        "The folders are synchronised without it.",
+        "Vellum");
+}
+
+bool CSyncFolder::PollCancelled() {
+    if (m_progress) m_cancelled = m_progress->IsCancelled();
+    if (m_cancelled) m_outcome.cancelled = true;
+    return m_cancelled != 0;
+}
+
+void CSyncFolder::NoteChanged(unsigned items) {
+    (m_copyToSource ? m_outcome.sourceChanged : m_outcome.targetChanged) += items;
+}

@@ -1,0 +1,65 @@
+// One run over one pair: what it holds, and its phases in their order. Used by CSyncFolder::SyncFolder.
+#pragma once
+#include <Tarn/Engine/FolderKey.h>
+#include <Tarn/Engine/StoreBatch.h>
+#include <Tarn/Engine/syncfolder.h>
+
+#include <string>
+
+class CSyncRun {
+public:
+    explicit CSyncRun(CSyncFolder& engine) : m_engine(engine) {}
+    // The whole run; answers what SyncFolder answers. Never throws.
+    int Run(const std::string& source, const std::string& target);
+
+private:
+    // One side of the pair.
+    struct Side {
+        CMapiBinary folderId;
+        CMapiBinary storeId;
+        IMsgStorePtr store;
+        IMAPIFolderPtr folder;
+        IMAPITablePtr table;
+        CMapiRowSet rows;
+        CSyncMessages changes;
+        std::string name;
+        CStoreBatch batch;
+    };
+
+    bool SplitKeys(const std::string& source, const std::string& target);
+    void Phases();
+
+    bool OpenSides();
+    void OpenSource();
+    void OpenTarget();
+    void FindSourceAgain();
+    void FindTargetAgain();
+    void ReadNames();
+    void TraceNames();
+    void OpenTable(Side& side, const char* reported, const char* crashed);
+    bool Load();
+
+    void SortAndQuery();
+    void SortTable(Side& side, const char* stage);
+    void QueryRows(Side& side, const char* stage);
+    void CheckIdentities();
+    void CheckIdentity(Side& side, const char* failure);
+    void ReadLastSyncTimes();
+    bool Analyze();
+    void ReloadAllRows();
+    void TraceChanges();
+    void KeepConflictLosers();
+    void CopyBothWays();
+    void WriteState();
+
+    void Status(const std::string& text);
+    bool HasRows() const { return m_source.rows.IsValid() && m_target.rows.IsValid(); }
+    bool HasChanges() const { return !m_source.changes.IsEmpty() || !m_target.changes.IsEmpty(); }
+    void DropChanges();
+
+    CSyncFolder& m_engine;
+    Side m_source;
+    Side m_target;
+    std::string m_stage;  // what is being opened, for the message if it fails
+    int m_answer = 0;
+};
