@@ -1,0 +1,225 @@
+#include <MapiWrapper/HexText.h>
+#include <Platform/Clock.h>
+#include <Platform/UserInterface.h>
+#include <Tarn/Engine/ElementCopy.h>
+
+#include <vector>
+
+void CElementCopy::Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowSearch) {
+    m_facts = ReadItemFacts(m_engine, m_source);
+    FindTargetRow(useRowSyncId, allowSearch);
+    if (m_targetRow >= 0) m_oldEntryId = TargetCell(COL_ENTRYID).Binary();
+    if (!m_similar && m_targetRow >= 0 && !CompareTimes()) {
+        m_status = LoadText(TEXT_TIMES_IDENTICAL);
+        m_result = RowResult::Done;
+        return;
+    }
+    if (!ChooseTarget()) {
+        m_engine.NoteRowFailed();
+        return;
+    }
+    if (m_status.empty()) m_status = LoadText(TEXT_COPIED_AS_NEW);
+    EnsureSyncId(m_syncId);
+    Transfer(record);
+}
+
+// ---- the counterpart ------------------------------------------------------------------------------
+
+void CElementCopy::FindTargetRow(bool useRowSyncId, bool allowSearch) {
+    const CMapiRowSet& rows = m_route.targetRows;
+    if (useRowSyncId) m_syncId = m_row.m_syncId;
+    if (m_syncId.empty()) m_syncId = m_facts.syncId;
+    if (!m_syncId.empty()) m_targetRow = rows.FindRow(COL_SYNC_ID, m_syncId);
+    if (m_targetRow < 0 && !m_row.m_searchKey.IsEmpty())
+        m_targetRow = rows.FindRowBinary(COL_SEARCH_KEY, m_row.m_searchKey);
+    if (m_targetRow >= 0 || !allowSearch) return;
+    m_targetRow = SearchSimilar();
+    m_similar = m_targetRow >= 0;
+}
+
+int CElementCopy::SearchSimilar() {
+    try {
+        // The search would open the item to learn its key, which is known here.
+        if (m_row.m_searchKey.IsEmpty()) m_row.m_searchKey = m_facts.searchKey;
+        return m_engine.FindSimilarObject(&m_row, m_route.targetRows, m_route.sourceFolder,
+                                          m_route.targetFolder);
+    } catch (...) {
+        TraceText(m_engine.m_traceFile,
+                  "idRow = FindSimilarObject(smsg,rowsTarget,fldrSource,fldrTarget); failed\n");
+        return -1;
+    }
+}
+
+// False: the two were changed at the same time, so there is nothing to carry.
+bool CElementCopy::CompareTimes() {
+    if (CompareFileTimes(m_row.m_modified, TargetCell(COL_MODIFIED).Time()) == 0) {
+        TraceText(m_engine.m_traceFile, "Found counterpart by SYNCID but date is identical -> no copy\n");
+        if (m_syncId.empty()) AgreeOnSyncId();
+        return false;
+    }
+    m_status = LoadText(TEXT_COPIED_TO_COUNTERPART);
+    if (m_facts.markedPrivate) KeepOldText();
+    TraceText(m_engine.m_traceFile, "   -> Found counterpart by SYNCID");
+    return true;
+}
+
+// The target bears the ID while it is open and is not saved for it: a save would give it a new time, and
+// the two would no longer count as equal.
+void CElementCopy::AgreeOnSyncId() {
+    IMessagePtr target = OpenMessage(m_route.targetFolder, m_oldEntryId);
+    EnsureSyncId(target, m_source, m_syncId);
+    if (m_engine.SetSyncID(m_source, m_syncId, false)) m_source.SaveChanges(KEEP_OPEN_READWRITE);
+    m_engine.SetSyncID(target, m_syncId, false);
+}
+
+// ---- the target -----------------------------------------------------------------------------------
+
+void CElementCopy::KeepOldText() {
+    m_target = OpenMessage(m_route.targetFolder, m_oldEntryId);
+    m_kept = ReadKeptText(m_target, KeptParts::TextLocationAndLinks);
+}
+
+bool CElementCopy::ChooseTarget() {
+    try {
+        MARK_POSITION();
+        OpenTarget();
+        return true;
+    } catch (const CMAPIException& e) {
+        if (m_isNew)
+            TraceFormat(m_engine.m_traceFile, "Error %s creating message", e.GetErrorText().c_str());
+        else
+            Show(FormatText("Error in %s (%d)", SyncFolderSource, CurrentPosition().line), "Vellum");
+    } catch (...) {
+        Show(FormatText("Error in %s (%d)", SyncFolderSource, CurrentPosition().line), "Vellum");
+    }
+    return false;
+}
+
+void CElementCopy::OpenTarget() {
+    const bool reuse = m_targetRow >= 0 && !m_engine.HasFlag(SYNC_ALWAYS_RENEW);
+    // A counterpart found by its contents has not been looked at yet.
+    if (m_similar && m_facts.markedPrivate) KeepOldText();
+    if (!reuse)
+        m_target = IMessagePtr();
+    else if (!m_target)
+        m_target = TryOpenMessage(m_route.targetFolder, m_oldEntryId);
+    m_isNew = !m_target;
+    if (m_isNew) {
+        MARK_POSITION();
+        m_target = m_route.targetFolder.CreateMessage(nullptr, 0);
+        m_replaces = m_targetRow >= 0;
+    } else {
+        MARK_POSITION();
+        KeepTextFromEmptySource(m_engine, m_facts, m_source, m_route.targetFolder, m_target, m_oldEntryId);
+        m_engine.RemoveContents(m_target);
+    }
+}
+
+// ---- the copy -------------------------------------------------------------------------------------
+
+void CElementCopy::Transfer(CSyncTargetRecord* record) {
+    try {
+        CopyToTarget();
+        SaveTarget();
+        if (record) FillRecord(*record);
+        m_result = RowResult::Done;
+        return;
+    } catch (const CMAPIException& e) {
+        ReportTransfer(e);
+    } catch (...) {
+        ReportTransferCrash();
+    }
+    m_engine.NoteRowFailed();
+}
+
+// Any sensitivity counts here, where a target that is merely rewritten asks for a private one.
+bool CElementCopy::StripsText() const {
+    return m_engine.m_stripPrivate && m_facts.IsAppointment() && m_facts.sensitivity != 0;
+}
+
+void CElementCopy::CopyToTarget() {
+    MARK_POSITION();
+    THROW_ON_FAILURE_FOR(CopyContents(m_source, m_target, StripsText() || m_facts.markedPrivate, true),
+                         m_source.RawProp());
+    MARK_POSITION();
+    if (m_facts.markedPrivate)
+        PutKeptTextBack(m_target, m_kept, KeptParts::TextLocationAndLinks);
+    else
+        AnonymiseTarget(m_engine, m_facts, m_target);
+    if (!m_facts.hasCreated) return;
+    SPropValue created{};
+    created.ulPropTag = PR_CREATION_TIME;
+    created.Value.ft = m_facts.created;
+    m_target.SetOneProp(&created);
+}
+
+void CElementCopy::SaveTarget() {
+    const bool link = NeedsLink();
+    if (link) StampBeforeSave();
+    MARK_POSITION();
+    if (m_isNew) m_result = RowResult::MaybeSaved;
+    const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
+    MARK_POSITION();
+    m_action = "Can not get EntryID from Target Message";
+    m_newEntryId = m_target.GetBinProp(PR_ENTRYID);
+    m_action = "Can not save target element";
+    // What the first save has written needs no second one.
+    if (saved < 0) m_target.SaveChanges(KEEP_OPEN_READWRITE);
+    m_action = nullptr;
+    m_engine.NoteChanged();
+    if (m_replaces) RemoveReplaced(m_engine, m_route.targetFolder, m_oldEntryId);
+    MARK_POSITION();
+    if (link) Link();
+}
+
+bool CElementCopy::NeedsLink() const {
+    const auto occursOnce = [](const CMapiRowSet& rows, const SBinary& key) {
+        std::vector<ULONG> found;
+        return rows.FindRows(COL_SEARCH_KEY, HexFromBinary(key), found) == 1;
+    };
+    // The target's key came with the copy.
+    return !occursOnce(m_route.targetRows, m_facts.searchKey) ||
+           !occursOnce(m_route.sourceRows, m_target.GetBinProp(PR_SEARCH_KEY));
+}
+
+// The stamp holds the item's own entry ID. Where that is known before the save, one save does for the
+// contents and the stamp.
+void CElementCopy::StampBeforeSave() {
+    CMapiPropValues own;
+    if (m_target.GetPropsHr(0, own, {PR_ENTRYID, PR_PARENT_ENTRYID}) < 0) return;
+    if (own[0].Binary().cb != 0 && own[1].Binary().cb != 0) m_engine.SetSyncID(m_target, m_syncId, false);
+}
+
+void CElementCopy::Link() {
+    EnsureSyncId(m_target, m_source, m_syncId);
+    if (m_engine.SetSyncID(m_source, m_syncId, false)) m_source.SaveChanges(KEEP_OPEN_READWRITE);
+    if (StampItem(m_engine, m_target, m_syncId)) m_target.SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE);
+}
+
+void CElementCopy::FillRecord(CSyncTargetRecord& record) const {
+    const CMapiPropValues values = m_target.GetProps({PR_STORE_ENTRYID, PR_LAST_MODIFICATION_TIME});
+    record.m_entryId = m_newEntryId;
+    record.m_storeEntryId = values[0].Binary();
+    record.m_tickCount = TickCount();
+    record.m_modifiedLow = values[1].Time().dwLowDateTime;
+    record.m_modifiedHigh = values[1].Time().dwHighDateTime;
+}
+
+// ---- reports --------------------------------------------------------------------------------------
+
+void CElementCopy::Show(const std::string& text, const char* caption) const {
+    if (!m_quiet) ShowMessageBox(text, caption);
+}
+
+void CElementCopy::ReportTransfer(const CMAPIException& e) const {
+    Show(FormatText(m_action ? "Error %x (%s) in SyncFolder(%d)\n" : "Error %x (%s) SyncFolder(%d)",
+                    static_cast<unsigned>(e.Hr()), e.GetErrorText().c_str(), CurrentPosition().line),
+         "Vellumware");
+}
+
+void CElementCopy::ReportTransferCrash() const {
+    if (m_action)
+        Show(FormatText("Error while %s in SyncFolder(%d)", m_action, CurrentPosition().line), "Vellum");
+    else
+        Show(FormatText("Error in %s (%d)", SyncFolderSource, CurrentPosition().line), "Vellum");
+}

@@ -1,0 +1,85 @@
+// One item that is new on its side, or whose link is lost: finding what it belongs to on the other
+// side, and carrying it there.
+#pragma once
+#include <Tarn/Engine/ItemTransfer.h>
+
+// What the rows of one copy loop have in common. Everything is the caller's.
+struct CCopyRoute {
+    CSyncFolder& engine;
+    const IMAPIFolderPtr& sourceFolder;
+    const IMAPIFolderPtr& targetFolder;
+    const CMapiRowSet& sourceRows;
+    const CMapiRowSet& targetRows;
+};
+
+// Carries a changed item across: rewrites the counterpart that bears its sync ID, or without one
+// treats it as new. Reports and counts what fails; never throws. `emptied` receives the entry ID of a
+// target that was saved without its contents.
+RowResult CopyChangedRow(const CCopyRoute& route, CSyncMessage& row, IMessagePtr& source, std::string& status,
+                         bool quiet, CMapiBinary& emptied);
+// The first of the two, by the target's entry ID.
+RowResult RewriteTarget(const CCopyRoute& route, IMessagePtr& source, const SBinary& targetEntryId,
+                        std::string& status, bool quiet, CMapiBinary& emptied);
+
+// For one row and one use.
+class CElementCopy {
+public:
+    CElementCopy(const CCopyRoute& route, CSyncMessage& row, IMessagePtr& source, std::string& status,
+                 bool quiet)
+        : m_route(route),
+          m_engine(route.engine),
+          m_row(row),
+          m_source(source),
+          m_status(status),
+          m_quiet(quiet) {}
+
+    // Throws what goes wrong before a target is chosen. Everything later is reported (not if quiet), and
+    // counted as a failed row.
+    void Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowSearch);
+    RowResult Result() const { return m_result; }
+
+private:
+    void FindTargetRow(bool useRowSyncId, bool allowSearch);
+    int SearchSimilar();
+    bool CompareTimes();
+    void AgreeOnSyncId();
+    bool ChooseTarget();
+    void OpenTarget();
+    void KeepOldText();
+    bool StripsText() const;
+
+    void Transfer(CSyncTargetRecord* record);
+    void CopyToTarget();
+    void SaveTarget();
+    bool NeedsLink() const;
+    void StampBeforeSave();
+    void Link();
+    void FillRecord(CSyncTargetRecord& record) const;
+
+    CMapiPropValue TargetCell(ULONG column) const {
+        return m_route.targetRows.Cell(static_cast<ULONG>(m_targetRow), column);
+    }
+    void ReportTransfer(const CMAPIException& e) const;
+    void ReportTransferCrash() const;
+    void Show(const std::string& text, const char* caption) const;
+
+    const CCopyRoute& m_route;
+    CSyncFolder& m_engine;
+    CSyncMessage& m_row;
+    IMessagePtr& m_source;
+    std::string& m_status;
+    const bool m_quiet;
+
+    CItemFacts m_facts;
+    std::string m_syncId;
+    int m_targetRow = -1;
+    bool m_similar = false;  // found by its contents, not by an ID or a key
+    IMessagePtr m_target;
+    bool m_isNew = false;
+    bool m_replaces = false;  // the old version has to leave the target folder after the save
+    CMapiBinary m_oldEntryId;
+    CMapiBinary m_newEntryId;
+    CKeptText m_kept;
+    const char* m_action = nullptr;  // what a failure in saving was about
+    RowResult m_result = RowResult::NotSaved;
+};

@@ -1,0 +1,207 @@
+#include <Tarn/Engine/ItemTransfer.h>
+#include <Tarn/Engine/MessageComparison.h>
+
+namespace {
+constexpr char AppointmentPrefix[] = "IPM.Appointment";
+constexpr ULONG HtmlTextTag = PROP_TAG(PT_STRING8, 0x1013);
+constexpr LONG LocationId = 0x8208;  // in PSETID_Appointment
+
+// A cell that holds no value because there is none. Any other error is a failed read.
+bool IsAbsent(const CMapiPropValue& cell, const IMessagePtr& message) {
+    if (!cell.IsError()) return false;
+    const HRESULT hr = cell.IsNull() ? MAPI_E_NOT_FOUND : cell.Get()->Value.err;
+    if (hr == MAPI_E_NOT_FOUND) return true;
+    throw CMAPIException(hr, "CGenMapiPropPtr::GetProps", message.RawProp());
+}
+
+void PutLinksBack(IMessagePtr& message, const CContactLinks& links) {
+    CContactLinks arrived;
+    if (links.empty()) ReadContactLinks(arrived, message);
+    if (!links.empty() || !arrived.empty()) WriteContactLinks(links, message);
+}
+
+enum FactCell : ULONG {
+    FACT_SYNC_ID,
+    FACT_CLASS,
+    FACT_SENSITIVITY,
+    FACT_SEARCH_KEY,
+    FACT_CREATED,
+    FACT_SUBJECT,
+    FACT_MARK,
+};
+}  // namespace
+
+bool CItemFacts::IsAppointment() const {
+    return messageClass.compare(0, sizeof AppointmentPrefix - 1, AppointmentPrefix) == 0;
+}
+
+bool CItemFacts::IsPrivateAppointment() const {
+    return sensitivity == static_cast<LONG>(SENSITIVITY_PRIVATE) && IsAppointment();
+}
+
+CItemFacts ReadItemFacts(CSyncFolder& engine, IMessagePtr& message) {
+    const CSyncTags& tags = engine.TagsOf(message.RawProp());
+    const CMapiPropValues values =
+        message.GetProps({tags.larchId, PR_MESSAGE_CLASS_A, PR_SENSITIVITY, PR_SEARCH_KEY, PR_CREATION_TIME,
+                          PR_SUBJECT_A, tags.privateMark});
+
+    CItemFacts facts;
+    if (!IsAbsent(values[FACT_SYNC_ID], message)) facts.syncId = values[FACT_SYNC_ID].Str();
+    if (!IsAbsent(values[FACT_CLASS], message)) facts.messageClass = values[FACT_CLASS].Str();
+    if (!IsAbsent(values[FACT_SENSITIVITY], message)) facts.sensitivity = values[FACT_SENSITIVITY].Long();
+    if (!IsAbsent(values[FACT_SEARCH_KEY], message)) facts.searchKey = values[FACT_SEARCH_KEY].Binary();
+    facts.markedPrivate = !IsAbsent(values[FACT_MARK], message) && values[FACT_MARK].Long() == 1;
+    facts.hasCreated = values[FACT_CREATED].Type() == PT_SYSTIME;
+    facts.created = values[FACT_CREATED].Time();
+    // A subject that cannot be read is one.
+    const CMapiPropValue subject = values[FACT_SUBJECT];
+    facts.hasSubject = subject.IsError() ? subject.Get() && subject.Get()->Value.err != MAPI_E_NOT_FOUND
+                                         : !subject.Str().empty();
+    return facts;
+}
+
+IMessagePtr OpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId) {
+    IMessagePtr message = folder.OpenEntryv(entryId, MAPI_BEST_ACCESS).As<IMessagePtr>();
+    NotNull(message.Get(), "OpenMessage");
+    return message;
+}
+
+IMessagePtr TryOpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId) {
+    CComPtr<IUnknown> object;
+    ULONG type = 0;
+    if (folder->OpenEntry(entryId.cb, reinterpret_cast<LPENTRYID>(entryId.lpb), nullptr, MAPI_BEST_ACCESS,
+                          &type, object.Out()) < 0 ||
+        !object)
+        return {};
+    IMessagePtr message;
+    void* other = nullptr;
+    if (object->QueryInterface(IID_IMessage, &other) >= 0) message.Attach(static_cast<IMessage*>(other));
+    return message;
+}
+
+SPropTagArray* ExcludeBodyTags() {
+    static SizedSPropTagArray(9, tags) = {
+        9,
+        {PR_BODY_A, PR_RTF_COMPRESSED, PR_RTF_IN_SYNC, PR_RTF_SYNC_BODY_COUNT, PR_RTF_SYNC_BODY_CRC,
+         PR_RTF_SYNC_PREFIX_COUNT, PR_RTF_SYNC_TRAILING_COUNT, HtmlTextTag, PR_SUBJECT_A}};
+    return reinterpret_cast<SPropTagArray*>(&tags);
+}
+
+HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool withoutText, bool retry) {
+    SPropTagArray* exclude = withoutText ? ExcludeBodyTags() : nullptr;
+    const HRESULT hr =
+        source->CopyTo(0, nullptr, exclude, 0, nullptr, &IID_IMessage, target.Get(), 0, nullptr);
+    if (hr >= 0 || !retry) return hr;
+    return source->CopyTo(0, nullptr, exclude, 0, nullptr, &IID_IMAPIProp,
+                          static_cast<IMAPIProp*>(target.Get()), 0, nullptr);
+}
+
+namespace {
+// A text property in full. Absent gives the empty text; a read that fails throws.
+std::string ReadTextOrThrow(const IMessagePtr& message, ULONG tag) {
+    CMapiPropValue value;
+    const HRESULT hr = message.GetOneProp(tag, value);
+    if (hr == MAPI_E_NOT_FOUND) return {};
+    if (hr >= 0) return value.Str();
+    if (hr != MAPI_E_NOT_ENOUGH_MEMORY) THROW_ON_FAILURE_FOR(hr, message.RawProp());
+    // Too long for a single value.
+    std::string text = message.GetLongText(tag);
+    if (text.empty()) throw CMAPIException(hr, "IMessagePtr::GetLongText", message.RawProp());
+    return text;
+}
+
+std::string ReadRtfOrThrow(const IMessagePtr& message) {
+    try {
+        return message.GetRtf();
+    } catch (const CMAPIException& e) {
+        if (e.Hr() != MAPI_E_NOT_FOUND) throw;
+        return {};
+    }
+}
+
+std::string ReadSubjectOrThrow(const IMessagePtr& message) {
+    std::string subject = ReadTextOrThrow(message, PR_SUBJECT_A);
+    return subject.empty() ? ReadTextOrThrow(message, PR_DISPLAY_NAME_A) : subject;
+}
+
+ULONG LocationTag(const IMessagePtr& message) {
+    return message.GetIDFromName(SetAppointment, LocationId, PT_STRING8);
+}
+
+void RequireArrived(bool arrived, const char* part, const IMessagePtr& message) {
+    if (!arrived) throw CMAPIException(MAPI_E_UNABLE_TO_COMPLETE, part, message.RawProp());
+}
+
+void PutRtfBack(IMessagePtr& message, const std::string& rtf) {
+    if (rtf.empty()) return;
+    message.SetRtf(rtf, true);
+    // SetRtf is silent where the stream does not open.
+    RequireArrived(!message.GetRtf().empty(), "IMessagePtr::SetRtf", message);
+}
+}  // namespace
+
+CKeptText ReadKeptText(IMessagePtr& message, KeptParts parts) {
+    CKeptText kept;
+    kept.body = message.GetBody();
+    if (kept.body.empty()) kept.body = ReadTextOrThrow(message, PR_BODY_A);
+    kept.rtf = ReadRtfOrThrow(message);
+    if (kept.rtf.empty()) kept.html = ReadTextOrThrow(message, HtmlTextTag);
+    kept.subject = ReadSubjectOrThrow(message);
+    if (parts == KeptParts::TextLocationAndLinks) {
+        ReadContactLinks(kept.links, message);
+        kept.location = ReadTextOrThrow(message, LocationTag(message));
+    }
+    return kept;
+}
+
+void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept, KeptParts parts) {
+    const bool all = parts == KeptParts::TextLocationAndLinks;
+    if (all) message.SetStrProp(LocationTag(message), kept.location);
+    message.SetStrProp(PR_DISPLAY_NAME_A, kept.subject);
+    message.SetStrProp(PR_SUBJECT_A, kept.subject);
+    message.SetBody(kept.body);
+    RequireArrived(kept.body.empty() || !message.GetBody().empty(), "IMessagePtr::SetBody", message);
+    if (all) PutLinksBack(message, kept.links);
+    message.SetNamedValue(L"TarnPriv", PT_LONG, 0);
+    PutRtfBack(message, kept.rtf);
+    if (!kept.html.empty()) message.WriteStream(HtmlTextTag, kept.html);
+}
+
+void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target) {
+    engine.ModifyTarget(target);
+    if (engine.m_stripPrivate && facts.IsPrivateAppointment())
+        RequireArrived(engine.IsMarkedPrivate(target), "CSyncFolder::ModifyTarget", target);
+}
+
+void KeepVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId) {
+    IMAPIFolder* keeper = engine.m_overwriteFolder.Get();
+    if (!keeper) throw CMAPIException(MAPI_E_NOT_FOUND, "KeepVersion", folder.RawProp());
+    SBinary entry = entryId;
+    ENTRYLIST list = {1, &entry};
+    const HRESULT hr = folder->CopyMessages(&list, nullptr, keeper, 0, nullptr, 0);
+    if (hr != S_OK)
+        throw CMAPIException(hr < 0 ? hr : MAPI_E_UNABLE_TO_COMPLETE, "KeepVersion", folder.RawProp());
+}
+
+void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
+                             const IMAPIFolderPtr& targetFolder, const IMessagePtr& target,
+                             const SBinary& targetEntryId) {
+    if (facts.hasSubject || !source.GetBody().empty()) return;
+    CMapiPropValue subject;
+    const HRESULT hr = target.GetOneProp(PR_SUBJECT_A, subject);
+    const bool hasSubject = hr >= 0 ? !subject.Str().empty() : hr != MAPI_E_NOT_FOUND;
+    if (hasSubject || !target.GetBody().empty()) KeepVersion(engine, targetFolder, targetEntryId);
+}
+
+bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId) {
+    if (!engine.SetSyncID(message, syncId, false)) return false;
+    engine.SetSyncID(message, syncId, false);
+    return true;
+}
+
+void RemoveReplaced(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId) {
+    engine.DeleteRowEntry(folder, entryId, engine.m_overwriteFolder);
+    // A second item beside its new version would stay for good, so one refusal is not the last word.
+    if (engine.m_overwriteFolder.IsValid() && TryOpenMessage(folder, entryId))
+        engine.DeleteRowEntry(folder, entryId, engine.m_overwriteFolder);
+}

@@ -1,0 +1,106 @@
+// What the copy routines of a run share: the facts that decide about one item, its text while the item
+// is emptied and filled again, and the guard of versions that would otherwise be gone.
+#pragma once
+#include <Tarn/Engine/syncfolder.h>
+
+#include <memory>
+#include <string>
+
+// The properties of a source item that decide how it is carried over, read in one call.
+struct CItemFacts {
+    std::string syncId;
+    std::string messageClass;
+    CMapiBinary searchKey;
+    LONG sensitivity = 0;
+    bool markedPrivate = false;  // an anonymised copy: its text is not the person's
+    bool hasSubject = false;
+    bool hasCreated = false;
+    FILETIME created{};
+
+    bool IsAppointment() const;
+    bool IsPrivateAppointment() const;
+};
+// Throws where a value cannot be read for another reason than that it is not there: a mark that is
+// taken for absent would let the text of an anonymised copy replace the real one.
+CItemFacts ReadItemFacts(CSyncFolder& engine, IMessagePtr& message);
+
+// Opens with MAPI_BEST_ACCESS. Throws; CNullAccess where the entry is no message.
+IMessagePtr OpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId);
+// The same without throwing: empty where the message does not open.
+IMessagePtr TryOpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId);
+
+// The nine tags of an item's text, which do not travel with a private item.
+SPropTagArray* ExcludeBodyTags();
+
+// All contents but, with `withoutText`, those of ExcludeBodyTags. With `retry` a refused copy between
+// messages is tried as one between property objects. The last HRESULT; the target is not saved.
+HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool withoutText, bool retry);
+
+// The person's text in an item whose counterpart is an anonymised copy.
+struct CKeptText {
+    std::string body;
+    std::string rtf;
+    std::string html;  // only where there is no RTF, which otherwise brings it back
+    std::string subject;
+    std::string location;
+    CContactLinks links;
+};
+enum class KeptParts { Text, TextLocationAndLinks };
+// Throws where a part is there and cannot be read: what is not kept is gone after the copy.
+CKeptText ReadKeptText(IMessagePtr& message, KeptParts parts);
+// Throws where a part does not arrive; the message shall then not be saved.
+void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept, KeptParts parts);
+
+// Takes the text out of the copy of a private appointment, where the pair asks for it. Throws where the
+// mark does not arrive: a copy without it would carry its label back over the person's text.
+void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target);
+
+// Copies the stored version of the entry to the overwrite folder. Throws where that cannot be done,
+// also without an overwrite folder.
+void KeepVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId);
+// To be called before `target` is emptied: where a version with text would be replaced by one without
+// any, keeps the former. Throws like KeepVersion.
+void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
+                             const IMAPIFolderPtr& targetFolder, const IMessagePtr& target,
+                             const SBinary& targetEntryId);
+
+// SetSyncID, and once more where the stamp did not hold: an item whose stamp is not its own loses its
+// link in the next run. True if the message has to be saved.
+bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId);
+
+// Takes the replaced version out of the target folder, after the new one is saved.
+void RemoveReplaced(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId);
+
+// How far a row got. What stopped before the save can be tried again without doubling anything.
+enum class RowResult { Done, NotSaved, MaybeSaved };
+
+// Rewrites a known target from an open source. For one use; everything given must outlive it.
+class CResync {
+public:
+    CResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder, const SBinary& targetEntryId)
+        : m_engine(engine), m_targetFolder(targetFolder), m_targetEntryId(targetEntryId) {}
+
+    // Throws; Result says how far it got.
+    void Run(IMessagePtr& source, std::string& status);
+
+    RowResult Result() const { return m_result; }
+    // The contents did not arrive, and the target was saved without them.
+    bool LeftEmpty() const { return m_leftEmpty; }
+    // Of the target, once it is saved.
+    const CMapiBinary& SavedEntryId() const { return m_savedEntryId; }
+
+private:
+    void ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened);
+    void Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status);
+    void Save(const CItemFacts& facts);
+    void FinishNewTarget(const CItemFacts& facts);
+
+    CSyncFolder& m_engine;
+    const IMAPIFolderPtr& m_targetFolder;
+    const SBinary m_targetEntryId;
+    IMessagePtr m_target;
+    bool m_isNew = false;
+    bool m_leftEmpty = false;
+    CMapiBinary m_savedEntryId;
+    RowResult m_result = RowResult::NotSaved;
+};

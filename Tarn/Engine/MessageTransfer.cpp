@@ -1,0 +1,303 @@
+#include <Tarn/Engine/ElementCopy.h>
+
+#include <vector>
+
+bool CSyncFolder::IsMarkedPrivate(IMessagePtr& message) {
+    CMapiPropValue mark;
+    const HRESULT hr = message.GetOneProp(TagsOf(message.RawProp()).privateMark, mark);
+    if (hr == MAPI_E_NOT_FOUND) return false;
+    THROW_ON_FAILURE_FOR(hr, message.RawProp());
+    return mark.Long() == 1;
+}
+
+namespace {
+// A store without such a table has nothing in it; any other refusal would let old contents survive
+// beside the new.
+bool GotTable(HRESULT hr, const IMAPITablePtr& table, const IMessagePtr& message) {
+    if (hr != MAPI_E_NO_SUPPORT) THROW_ON_FAILURE_FOR(hr, message.RawProp());
+    return table.IsValid();
+}
+
+void RemoveRecipients(IMessagePtr& message) {
+    IMAPITablePtr table;
+    if (!GotTable(message->GetRecipientTable(0, table.Out()), table, message)) return;
+    const CMapiRowSet rows = table.QueryRows({PR_ROWID});
+    if (rows.Count() == 0) return;
+    THROW_ON_FAILURE_FOR(message->ModifyRecipients(MODRECIP_REMOVE, reinterpret_cast<LPADRLIST>(rows.Get())),
+                         message.RawProp());
+}
+
+void RemoveAttachments(IMessagePtr& message) {
+    IMAPITablePtr table;
+    if (!GotTable(message->GetAttachmentTable(0, table.Out()), table, message)) return;
+    const CMapiRowSet rows = table.QueryRows({PR_ATTACH_NUM});
+    for (ULONG i = 0; i < rows.Count(); ++i)
+        THROW_ON_FAILURE_FOR(message->DeleteAttach(static_cast<ULONG>(rows.Cell(i, 0).Long()), 0, nullptr, 0),
+                             message.RawProp());
+}
+}  // namespace
+
+void CSyncFolder::RemoveContents(IMessagePtr& message) {
+    RemoveRecipients(message);
+    RemoveAttachments(message);
+    SPropTagArray* tags = nullptr;
+    if (message->GetPropList(0, &tags) < 0 || !tags) return;
+    message->DeleteProps(tags, nullptr);
+    MAPIFreeBuffer(tags);
+}
+
+// ---- a target whose identity is known -------------------------------------------------------------
+
+namespace {
+bool StripsText(const CSyncFolder& engine, const CItemFacts& facts) {
+    return engine.m_stripPrivate && facts.IsPrivateAppointment();
+}
+
+CKeptText KeepOldText(CSyncFolder& engine, IMessagePtr& oldTarget) {
+    CKeptText kept = ReadKeptText(oldTarget, KeptParts::Text);
+    if (kept.subject.empty()) {
+        IMessagePtr notOpenYet;
+        engine.ModifyTarget(notOpenYet);
+    }
+    return kept;
+}
+}  // namespace
+
+void CResync::Run(IMessagePtr& source, std::string& status) {
+    const CItemFacts facts = ReadItemFacts(m_engine, source);
+    CKeptText kept;
+    IMessagePtr oldTarget;
+    if (facts.markedPrivate) {
+        oldTarget = OpenMessage(m_targetFolder, m_targetEntryId);
+        kept = KeepOldText(m_engine, oldTarget);
+    }
+    ChooseTarget(source, facts, oldTarget);
+    Fill(source, facts, kept, status);
+    Save(facts);
+    m_result = RowResult::Done;
+}
+
+void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened) {
+    if (!m_engine.HasFlag(SYNC_ALWAYS_RENEW))
+        m_target = opened ? opened : TryOpenMessage(m_targetFolder, m_targetEntryId);
+    m_isNew = !m_target;
+    if (m_isNew) {
+        m_target = m_targetFolder.CreateMessage(nullptr, 0);
+    } else {
+        KeepTextFromEmptySource(m_engine, facts, source, m_targetFolder, m_target, m_targetEntryId);
+        m_engine.RemoveContents(m_target);
+    }
+}
+
+void CResync::Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status) {
+    const bool withoutText = facts.markedPrivate || StripsText(m_engine, facts);
+    status = LoadText(TEXT_TARGET_REWRITTEN);
+    m_leftEmpty = CopyContents(source, m_target, withoutText, false) < 0;
+    // The target is saved without its contents all the same, so what it held goes where overwritten
+    // items are kept.
+    const bool movedAway = m_isNew && m_engine.m_overwriteFolder.IsValid();
+    if (m_leftEmpty && !movedAway) KeepVersion(m_engine, m_targetFolder, m_targetEntryId);
+    if (facts.markedPrivate)
+        PutKeptTextBack(m_target, kept, KeptParts::Text);
+    else if (m_leftEmpty)
+        m_engine.ModifyTarget(m_target);
+    else
+        AnonymiseTarget(m_engine, facts, m_target);
+}
+
+void CResync::Save(const CItemFacts& facts) {
+    StampItem(m_engine, m_target, facts.syncId);
+    if (m_isNew) m_result = RowResult::MaybeSaved;
+    m_target.SaveChanges(KEEP_OPEN_READWRITE);
+    m_engine.NoteChanged();
+    m_savedEntryId = m_targetEntryId;
+    if (m_isNew) FinishNewTarget(facts);
+}
+
+void CResync::FinishNewTarget(const CItemFacts& facts) {
+    RemoveReplaced(m_engine, m_targetFolder, m_targetEntryId);
+    if (m_engine.HasFlag(SYNC_ALWAYS_RENEW)) {
+        SBinary entry = m_targetEntryId;
+        ENTRYLIST list = {1, &entry};
+        m_targetFolder->DeleteMessages(&list, 0, nullptr, 0);
+    }
+    // Some stores give a new item its entry ID at the save.
+    if (m_engine.SetSyncID(m_target, facts.syncId, false)) m_target.SaveChanges(KEEP_OPEN_READWRITE);
+    m_savedEntryId = m_target.GetBinProp(PR_ENTRYID);
+}
+
+namespace {
+RowResult ReportedResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder,
+                         const SBinary& targetEntryId, IMessagePtr& source, std::string& status, bool quiet,
+                         CMapiBinary& emptied) {
+    CResync resync(engine, targetFolder, targetEntryId);
+    try {
+        resync.Run(source, status);
+        if (!resync.LeftEmpty()) return resync.Result();
+        emptied = resync.SavedEntryId();
+    } catch (const CMAPIException& e) {
+        if (!quiet) ReportException(e, "CSyncFolder::ResyncObject");
+    } catch (...) {
+        TraceText(engine.m_traceFile, "Crash in CSyncFolder::ResyncObject\n");
+    }
+    engine.NoteRowFailed();
+    return resync.Result();
+}
+}  // namespace
+
+RowResult RewriteTarget(const CCopyRoute& route, IMessagePtr& source, const SBinary& targetEntryId,
+                        std::string& status, bool quiet, CMapiBinary& emptied) {
+    return ReportedResync(route.engine, route.targetFolder, targetEntryId, source, status, quiet, emptied);
+}
+
+int CSyncFolder::ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                              const SBinary& sourceEntryId, const SBinary& targetEntryId,
+                              std::string& status) {
+    try {
+        IMessagePtr source = OpenMessage(sourceFolder, sourceEntryId);
+        CMapiBinary emptied;
+        ReportedResync(*this, targetFolder, targetEntryId, source, status, false, emptied);
+    } catch (const CMAPIException& e) {
+        NoteRowFailed();
+        ReportException(e, "CSyncFolder::ResyncObject");
+    } catch (...) {
+        NoteRowFailed();
+    }
+    return 0;
+}
+
+// ---- making sure that a counterpart exists --------------------------------------------------------
+
+namespace {
+// The analysis empties the tag of a creation time that it has taken and leaves the value.
+bool WasCreatedAt(const CMapiPropValue& cell, const FILETIME& created) {
+    if (cell.IsNull() || (cell.Type() != PT_SYSTIME && cell.Type() != PT_NULL)) return false;
+    return CompareFileTimes(cell.Get()->Value.ft, created) == 0;
+}
+
+bool HoldsText(const CMapiRowSet& rows, ULONG row, ULONG column, const std::string& text) {
+    const CMapiPropValue cell = rows.Cell(row, column);
+    return cell.Type() == PT_STRING8 && cell.Str() == text;
+}
+
+// The first row of that subject that was created at that time or has that sync ID, or -1.
+int FindTwin(const CMapiRowSet& rows, const std::string& subject, const FILETIME& created,
+             const std::string& syncId) {
+    std::vector<ULONG> candidates;
+    rows.FindRows(COL_SUBJECT, subject, candidates);
+    for (const ULONG row : candidates)
+        if (WasCreatedAt(rows.Cell(row, COL_CREATED), created) || HoldsText(rows, row, COL_SYNC_ID, syncId))
+            return static_cast<int>(row);
+    return -1;
+}
+
+bool HasTarget(CSyncFileMap& syncData, const CMapiRowSet& rows, const std::string& syncId,
+               const std::string& subject, const FILETIME& created) {
+    if (!syncId.empty()) {
+        const CSyncFileEntry* entry = syncData.FindBySyncId(syncId);
+        if (entry && !entry->identifier.empty()) return true;
+        const int row = rows.FindRow(COL_SYNC_ID, syncId);
+        if (row >= 0 && HoldsText(rows, static_cast<ULONG>(row), COL_SYNC_ID, syncId)) return true;
+    }
+    return FindTwin(rows, subject, created, syncId) >= 0;
+}
+
+void DropEmptyTables(IMessagePtr& message, FILE* trace) {
+    SizedSPropTagArray(2, tags) = {2, {PR_MESSAGE_RECIPIENTS, PR_MESSAGE_ATTACHMENTS}};
+    const HRESULT hr = message->DeleteProps(reinterpret_cast<SPropTagArray*>(&tags), nullptr);
+    if (hr < 0)
+        TraceFormat(trace, "Delete props error %x %s", static_cast<unsigned>(hr), ErrorName(hr).c_str());
+}
+}  // namespace
+
+void CSyncFolder::CheckIfTargetExists(const SBinary& sourceEntryId, CSyncFileMap& syncData,
+                                      const CMapiRowSet& targetRows, const IMAPIFolderPtr& sourceFolder,
+                                      const IMAPIFolderPtr& targetFolder) {
+    TraceText(m_traceFile, "Check if target exists\n");
+    IMessagePtr source = OpenMessage(sourceFolder, sourceEntryId);
+    const CItemFacts facts = ReadItemFacts(*this, source);
+    std::string syncId = facts.syncId;
+    EnsureSyncId(syncId);
+    const std::string subject = source.GetTitle();
+    if (HasTarget(syncData, targetRows, syncId, subject, facts.created)) return;
+
+    TraceText(m_traceFile, " CheckIfTarget Exists did not find counterpart\n");
+    IMessagePtr target = targetFolder.CreateMessage(nullptr, 0);
+    DropEmptyTables(target, m_traceFile);
+    TraceFormat(m_traceFile, "copy msg %s\n", subject.c_str());
+    THROW_ON_FAILURE_FOR(CopyContents(source, target, false, true), source.RawProp());
+    if (IsTracing())
+        TraceFormat(m_traceFile, "target subj = %s\n", target.GetStrPropOrEmpty(PR_SUBJECT_A).c_str());
+
+    EnsureSyncId(target, source, syncId);
+    SetSyncID(target, syncId, false);
+    if (SetSyncID(source, syncId, false)) source.SaveChanges(KEEP_OPEN_READWRITE);
+    target.SaveChanges(KEEP_OPEN_READWRITE);
+    NoteChanged();
+}
+
+// ---- one item as a watcher sees it ----------------------------------------------------------------
+
+namespace {
+// The first row that bears the message's sync ID, or its subject and creation time.
+CMapiBinary FindWatchedTarget(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CItemFacts& facts,
+                              const std::string& subject) {
+    enum : ULONG { ENTRYID, SYNC_ID, MODIFIED, STAMP, SUBJECT, CREATED };
+    const CSyncTags& tags = engine.TagsOf(folder.RawProp());
+    const CMapiRowSet rows = folder._rawContentsTable().QueryRows(
+        {PR_ENTRYID, tags.larchId, PR_LAST_MODIFICATION_TIME, tags.larchEid, PR_SUBJECT_A, PR_CREATION_TIME});
+    for (ULONG row = 0; row < rows.Count(); ++row) {
+        const CMapiPropValue syncId = rows.Cell(row, SYNC_ID);
+        const bool sameId = syncId.Tag() == tags.larchId && syncId.Str() == facts.syncId;
+        if (sameId || (HoldsText(rows, row, SUBJECT, subject) && facts.hasCreated &&
+                       CompareFileTimes(rows.Cell(row, CREATED).Time(), facts.created) == 0))
+            return CMapiBinary(rows.Cell(row, ENTRYID).Binary());
+    }
+    return {};
+}
+
+void DropAttachments(IMessagePtr& message) {
+    IMAPITablePtr table;
+    if (message->GetAttachmentTable(0, table.Out()) < 0 || !table) return;
+    const CMapiRowSet rows = table.QueryRows({PR_ATTACH_NUM});
+    for (ULONG i = 0; i < rows.Count(); ++i)
+        message->DeleteAttach(static_cast<ULONG>(rows.Cell(i, 0).Long()), 0, nullptr, 0);
+}
+
+IMessagePtr OpenWatchedTarget(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CItemFacts& facts,
+                              const std::string& subject) {
+    const CMapiBinary entryId = FindWatchedTarget(engine, folder, facts, subject);
+    if (entryId.IsEmpty()) return folder.CreateMessage(nullptr, 0);
+    IMessagePtr target = OpenMessage(folder, entryId);
+    DropAttachments(target);
+    return target;
+}
+
+void StampAndSave(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId) {
+    if (engine.SetSyncID(message, syncId, false)) message.SaveChanges(KEEP_OPEN_READWRITE);
+}
+}  // namespace
+
+void CSyncFolder::SyncSingleMessage(IMessagePtr& sourceMessage, const IMAPIFolderPtr& sourceFolder,
+                                    const IMAPIFolderPtr& targetFolder, bool skipPrivate) {
+    const CItemFacts facts = ReadItemFacts(*this, sourceMessage);
+    if (skipPrivate && facts.IsAppointment() && facts.sensitivity != 0) return;
+
+    IMessagePtr target = OpenWatchedTarget(*this, targetFolder, facts, sourceMessage.GetTitle());
+    CKeptText kept;
+    if (facts.markedPrivate) kept = ReadKeptText(target, KeptParts::Text);
+    const bool withoutText = facts.markedPrivate || StripsText(*this, facts);
+    THROW_ON_FAILURE_FOR(CopyContents(sourceMessage, target, withoutText, true), sourceMessage.RawProp());
+    if (facts.markedPrivate)
+        PutKeptTextBack(target, kept, KeptParts::Text);
+    else
+        AnonymiseTarget(*this, facts, target);
+    if (facts.hasCreated) target.SetProp(PR_CREATION_TIME, facts.created);
+    target.SaveChanges(KEEP_OPEN_READWRITE);
+
+    std::string syncId = facts.syncId;
+    EnsureSyncId(syncId);
+    StampAndSave(*this, sourceMessage, syncId);
+    StampAndSave(*this, target, syncId);
+    WriteSyncFiles(sourceFolder, targetFolder, true, true);
+}
