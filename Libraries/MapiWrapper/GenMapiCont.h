@@ -44,5 +44,7 @@ public:
     IMsgStorePtr MsgStore(IMAPISession* session) const;
 
 private:
+    IMAPIPropPtr OpenChecked(const SBinary& entryId, LPCIID iid, ULONG flags, ULONG* type,
+                             const char* context) const;
     IMAPIContainer* RequireContainer(const char* where) const { return NotNull(RawContainer(), where); }
 };

@@ -9,6 +9,9 @@ std::string WideToAnsi(const wchar_t* text);
 std::string WideToAnsi(const std::wstring& text);
 std::wstring AnsiToWide(const char* text);
 std::wstring AnsiToWide(const std::string& text);
+// The form of wide text in streams and files on every target: UTF-16, little-endian, without a
+// terminating zero.
+std::string Utf16Bytes(const std::wstring& text);
 
 // Splits at any of the characters of `delimiters` and appends the pieces to `array`. Delimiters that
 // follow each other count as one, so no piece is empty.

@@ -38,7 +38,7 @@ public:
     }
 
     // Empty: "". Integers in decimal. Reals in the shortest form that reads back (7 or 15 digits).
-    // Currency in decimal with up to four digits behind the point. Bool "True" or "False". Dates
+    // Currency in decimal with up to four digits behind the point. Bool "-1" or "0". Dates
     // "YYYY-MM-DD hh:mm:ss", without the time at midnight.
     std::string Text() const;
 
@@ -54,6 +54,6 @@ private:
         m_value;
 };
 
-// Dates and file times; to the millisecond. False for a date outside 1601 to 9999.
+// Dates and file times, in whole seconds. False for a date outside 1601 to 9999.
 bool FileTimeFromDate(double date, FILETIME& ft);
 double DateFromFileTime(const FILETIME& ft);
