@@ -4,6 +4,15 @@
 #pragma once
 #include <Platform/MapiHeaders.h>
 
+// How the embedded store is set up through the published administration: the service that
+// IMsgServiceAdmin::CreateMsgService makes a store of, and what ConfigureMsgService takes for it.
+inline constexpr char kStoreServiceName[] = "VELLUM";
+//   PR_DISPLAY_NAME             the store's name (else that given to CreateMsgService)
+//   PR_RESOURCE_FLAGS           STATUS_DEFAULT_STORE makes it the default store of its profile
+//   PR_STORE_TABLES_SHORT_TERM  true: tables give short-term entry IDs and the long-term ones in
+//                               PR_LONGTERM_ENTRYID_FROM_TABLE; only for a store not yet opened
+inline constexpr ULONG PR_STORE_TABLES_SHORT_TERM = PROP_TAG(PT_BOOLEAN, 0x6601);
+
 // {6B8E2F2A-5E0B-4C57-9E47-0C5C2B8C1D01}
 inline constexpr GUID IID_IStoreBatch = {
     0x6b8e2f2a, 0x5e0b, 0x4c57, {0x9e, 0x47, 0x0c, 0x5c, 0x2b, 0x8c, 0x1d, 0x01}};
