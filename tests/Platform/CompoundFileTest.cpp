@@ -72,7 +72,7 @@ TEST_F(CompoundFileTest, TreeWithClassesAndStateBitsComesBack) {
     EXPECT_EQ(S_OK, root->Stat(&stat, STATFLAG_NONAME));
     EXPECT_EQ(0x05u, stat.grfStateBits);
     const StorageHold attachment = SubStorage(*root, L"__attach_version1.0_#00000000");
-    EXPECT_EQ((Names{"__substg1.0_37010102:4", "__substg1.0_3701000D/"}), Elements(*attachment));
+    EXPECT_EQ((Names{"__substg1.0_3701000D/", "__substg1.0_37010102:4"}), Elements(*attachment));
     const StorageHold embedded = SubStorage(*attachment, L"__substg1.0_3701000D");
     EXPECT_EQ("inner", StreamBytes(*embedded, L"\x5Props"));
 }
