@@ -7,6 +7,7 @@
 struct StoreUid {
     std::array<std::uint8_t, 16> bytes{};
     bool operator==(const StoreUid& other) const { return bytes == other.bytes; }
+    bool operator<(const StoreUid& other) const { return bytes < other.bytes; }
     std::string_view View() const { return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; }
 };
 

@@ -21,6 +21,8 @@ void CopyAnyMessage(IMessage* source, IMessage* target, const SPropTagArray* exc
 void CopyAnyAttachment(IAttach* source, IAttach* target, const SPropTagArray* exclude,
                        const SPropTagArray* include, ULONG flags, std::vector<CopyProblem>& problems);
 
-// S_OK with *problems null for none, else a block for MAPIFreeBuffer. `problems` may be null.
+// Fills an out parameter for problems: null for none, else a block for MAPIFreeBuffer. `out` may be
+// null. The index of a problem is that of its tag in `asked`, or its place in the array.
 void GiveProblems(const std::vector<CopyProblem>& problems, const SPropTagArray* asked,
                   SPropProblemArray** out);
+void GiveProblemList(const std::vector<SPropProblem>& problems, SPropProblemArray** out);

@@ -19,7 +19,7 @@ void CNameMap::Load(IObjectStorage& storage) {
         m_ids.emplace(name, id);
     });
     m_loaded = true;
-    ++m_version;
+    ++m_generation;
 }
 
 const PropertyName* CNameMap::NameOf(IObjectStorage& storage, PropId id) {
@@ -47,7 +47,6 @@ PropId CNameMap::Add(IObjectStorage& storage, const PropertyName& name, bool per
     if (persist) storage.AddName(id, name);
     m_names.emplace_back(id, name);
     m_ids.emplace(name, id);
-    ++m_version;
     return id;
 }
 

@@ -21,8 +21,8 @@ public:
     PropId Add(IObjectStorage& storage, const PropertyName& name, bool persist);
     // All in order of their IDs.
     const std::vector<std::pair<PropId, PropertyName>>& All(IObjectStorage& storage);
-    // Grows with every change of the map; for caches of mappings between two stores.
-    std::uint64_t Version() const { return m_version; }
+    // Changes when the names are read again; IDs known before may be void then.
+    std::uint64_t Generation() const { return m_generation; }
 
 private:
     struct Hash {
@@ -31,7 +31,7 @@ private:
     void Load(IObjectStorage& storage);
 
     bool m_loaded = false;
-    std::uint64_t m_version = 0;
+    std::uint64_t m_generation = 0;
     std::vector<std::pair<PropId, PropertyName>> m_names;
     std::unordered_map<PropertyName, PropId, Hash> m_ids;
 };

@@ -101,23 +101,36 @@ void CPropertyBag::Compact() {
     m_bytes = std::move(bytes);
 }
 
+bool CPropertyBag::LargeChanged() const {
+    if (m_cleared && m_blockHasLarge) return true;
+    CStoredValue old;
+    for (const Change& change : m_changes) {
+        if (!change.removed && change.size > kSmallValueLimit) return true;
+        if (m_blockHasLarge && m_view.Find(change.id, old) && old.IsLarge()) return true;
+    }
+    return false;
+}
+
 CPropertyBag::Blocks CPropertyBag::Build(std::string_view oldLarge) const {
     CValueBlockWriter small, large;
+    const bool largeChanged = LargeChanged();
     const CValueBlock old(oldLarge);
-    std::size_t cb = 0;
+    Blocks blocks{{}, {}, 0, false};
     ForEach([&](const CStoredValue& value) {
-        cb += value.Size();
-        if (value.IsLarge()) {
-            CStoredValue kept;
-            Require(old.Find(value.Id(), kept), MAPI_E_CORRUPT_STORE);
-            small.AddLarge(value.Id(), value.Type(), kept.Size());
-            large.Add(value.Id(), value.Type(), kept.Bytes());
-        } else if (value.Size() > kSmallValueLimit) {
-            small.AddLarge(value.Id(), value.Type(), value.Size());
-            large.Add(value.Id(), value.Type(), value.Bytes());
-        } else {
+        blocks.cb += value.Size();
+        const bool isLarge = value.IsLarge() || value.Size() > kSmallValueLimit;
+        blocks.hasLarge = blocks.hasLarge || isLarge;
+        if (!isLarge) {
             small.Add(value.Id(), value.Type(), value.Bytes());
+            return;
         }
+        small.AddLarge(value.Id(), value.Type(), value.Size());
+        if (!largeChanged) return;
+        CStoredValue kept;
+        if (value.IsLarge()) Require(old.Find(value.Id(), kept), MAPI_E_CORRUPT_STORE);
+        large.Add(value.Id(), value.Type(), value.IsLarge() ? kept.Bytes() : value.Bytes());
     });
-    return {small.Finish(), large.Finish(), cb};
+    blocks.small = small.Finish();
+    blocks.large = large.Finish();
+    return blocks;
 }

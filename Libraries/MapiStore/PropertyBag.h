@@ -33,12 +33,15 @@ public:
 
     struct Blocks {
         std::string small;  // with a mark for each large value
-        std::string large;  // block of the large values, empty if there are none
+        std::string large;  // block of the large values, empty if there are none; only if LargeChanged
         std::size_t cb;     // bytes of all values
+        bool hasLarge;
     };
     // What is to be stored. `oldLarge` is the object's present block of large values (empty if it has
-    // none); it is needed when NeedsOldLarge().
+    // none); it is needed only when LargeChanged() and HasLargeInBlock().
     Blocks Build(std::string_view oldLarge) const;
+    // A large value was set, overwritten or removed: the block of large values has to be written.
+    bool LargeChanged() const;
     bool HasLargeInBlock() const { return m_blockHasLarge; }
 
 private:

@@ -20,6 +20,11 @@ CQuietCall::~CQuietCall() {
     if (!events.empty()) m_core.Deliver(std::move(events), false);
 }
 
+CStoreLock::~CStoreLock() {
+    auto events = m_core.Unlock();
+    if (!events.empty()) m_core.Deliver(std::move(events), false);
+}
+
 CTwoStoreCall::CTwoStoreCall(CStoreCore& counted, CStoreCore& other) : m_first(&counted), m_second(nullptr) {
     if (&counted != &other) {
         m_second = &other;

@@ -30,7 +30,19 @@ private:
     CStoreCore& m_core;
 };
 
-// The same for two stores, of which only the first counts the call; they may be one and the same.
+// The lock alone, where a store works for itself: a release that still has something to write.
+class CStoreLock {
+public:
+    explicit CStoreLock(CStoreCore& core) : m_core(core) { m_core.Lock(); }
+    ~CStoreLock();
+    CStoreLock(const CStoreLock&) = delete;
+    CStoreLock& operator=(const CStoreLock&) = delete;
+
+private:
+    CStoreCore& m_core;
+};
+
+// A call on two stores, of which only the first counts the call; they may be one and the same.
 // Locks in an order that is the same for every caller.
 class CTwoStoreCall {
 public:

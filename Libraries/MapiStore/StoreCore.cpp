@@ -325,6 +325,17 @@ void CStoreCore::RefreshNames() {
     if (!m_storage->InWrite()) ForgetNamesIfOutdated();
 }
 
+NameMapping& CStoreCore::MappingFrom(CStoreCore& source) {
+    NameMapping& mapping = m_mappings[source.Uid()];
+    const std::uint64_t from = source.m_names.Generation(), to = m_names.Generation();
+    if (mapping.ids.empty() || mapping.fromGeneration != from || mapping.toGeneration != to) {
+        mapping.ids.assign(kLastNamedId - kFirstNamedId + 1, 0);
+        mapping.fromGeneration = from;
+        mapping.toGeneration = to;
+    }
+    return mapping;
+}
+
 void CStoreCore::StartWatching() {
     if (!m_watch) {
         m_watch = std::make_shared<WatchState>();

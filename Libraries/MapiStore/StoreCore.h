@@ -9,13 +9,21 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
 
+// IDs of one store's named properties in another; 0 where not yet looked up.
+struct NameMapping {
+    std::uint64_t fromGeneration = 0, toGeneration = 0;
+    std::vector<PropId> ids;
+};
+
 class CStoreCall;
 class CQuietCall;
 class CTwoStoreCall;
+class CStoreLock;
 
 class CStoreCore : public std::enable_shared_from_this<CStoreCore> {
 public:
@@ -58,6 +66,9 @@ public:
     // Asks the file whether another process has added names; for a name that is not known.
     void RefreshNames();
 
+    // The mapping from another store's IDs to this one's, emptied when either has read its names again.
+    NameMapping& MappingFrom(CStoreCore& source);
+
     // Inside Save only.
     std::uint64_t NextSerial() { return m_counters.serial++; }
     ObjectId NextFolder();
@@ -84,6 +95,7 @@ private:
     friend class CStoreCall;
     friend class CQuietCall;
     friend class CTwoStoreCall;
+    friend class CStoreLock;
     explicit CStoreCore(const std::string& path);
     void Lock();
     void CountCall();
@@ -109,6 +121,7 @@ private:
     std::recursive_mutex m_mutex;  // guards all below
     std::unique_ptr<IObjectStorage> m_storage;
     CNameMap m_names;
+    std::map<StoreUid, NameMapping> m_mappings;
     StoreCounters m_counters;
     StoreCounters m_countersBeforeSave;
     int m_depth = 0;      // nested calls
