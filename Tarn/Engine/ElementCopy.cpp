@@ -167,7 +167,7 @@ void CElementCopy::SaveTarget() {
     if (saved < 0) m_target.SaveChanges(KEEP_OPEN_READWRITE);
     m_action = nullptr;
     m_engine.NoteChanged();
-    if (m_replaces) RemoveReplaced(m_engine, m_route.targetFolder, m_oldEntryId);
+    if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
     MARK_POSITION();
     if (link) Link();
 }

@@ -198,10 +198,3 @@ bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syn
     engine.SetSyncID(message, syncId, false);
     return true;
 }
-
-void RemoveReplaced(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId) {
-    engine.DeleteRowEntry(folder, entryId, engine.m_overwriteFolder);
-    // A second item beside its new version would stay for good, so one refusal is not the last word.
-    if (engine.m_overwriteFolder.IsValid() && TryOpenMessage(folder, entryId))
-        engine.DeleteRowEntry(folder, entryId, engine.m_overwriteFolder);
-}

@@ -68,9 +68,6 @@ void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMess
 // link in the next run. True if the message has to be saved.
 bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId);
 
-// Takes the replaced version out of the target folder, after the new one is saved.
-void RemoveReplaced(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId);
-
 // How far a row got. What stopped before the save can be tried again without doubling anything.
 enum class RowResult { Done, NotSaved, MaybeSaved };
 

@@ -115,7 +115,7 @@ void CResync::Save(const CItemFacts& facts) {
 }
 
 void CResync::FinishNewTarget(const CItemFacts& facts) {
-    RemoveReplaced(m_engine, m_targetFolder, m_targetEntryId);
+    m_engine.DeleteRowEntry(m_targetFolder, m_targetEntryId, m_engine.m_overwriteFolder);
     if (m_engine.HasFlag(SYNC_ALWAYS_RENEW)) {
         SBinary entry = m_targetEntryId;
         ENTRYLIST list = {1, &entry};
