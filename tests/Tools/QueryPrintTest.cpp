@@ -34,7 +34,7 @@ TEST(QueryPrint, RestrictionsAsTextCloseToTheLanguage) {
         {"recipient(exists Subject)", "Recipient(exist Subject )", "recipients"},
         {"attachment(exists Subject)", "Attachment(exist Subject )", "attachments"},
         {"CreationTime > date(3,7,2011)", "CreationTime > Date(3,7,2011) ", "day, month, year"},
-        {"Private=1", "0x8000000b = True ", "named properties by number"},
+        {"Private=1", "0x8000000b = -1 ", "named properties by number"},
         {"a=1", "0x66010003 = 1 ", "and those without a name"},
         {"huge=1", "0x66070014 =  ", "no value"},
         {"0x001a001f = x", "MessageClass =  ", "the type of a tag doesn't count"},

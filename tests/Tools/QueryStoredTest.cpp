@@ -157,16 +157,17 @@ protected:
 };
 
 TEST_F(QueryCall, StandsForItsExpansion) {
-    const std::string sender = "name=From\nquery=[text = $who]\nwho.expression=or\n";
-    EXPECT_EQ(Compiled(sender, "From(\"a;b\") and a=1"),
+    const std::string sender = "name=Sent\nquery=[text = $who]\nwho.expression=or\n";
+    EXPECT_EQ(Compiled(sender, "Sent(\"a;b\") and a=1"),
               "AND 2\n  PROPERTY 0x66010003 = 1\n  OR 2\n    PROPERTY 0x6604001e = \"b\"\n"
               "    PROPERTY 0x6604001e = \"a\"\n");
-    EXPECT_EQ(Compiled(sender, "From(x y)"), "PROPERTY 0x6604001e = \"x y\"\n") << "words join with blanks";
-    EXPECT_EQ(Compiled(sender, "from(x)"), "(NULL)\n") << "case counts, so this is a word alone";
+    EXPECT_EQ(Compiled(sender, "Sent(x y)"), "PROPERTY 0x6604001e = \"x y\"\n") << "words join with blanks";
+    EXPECT_EQ(Compiled(sender, "sent(x)"), "(NULL)\n") << "case counts, so this is a word alone";
     EXPECT_EQ(Compiled("name=Two\nquery=a = $x and b = $y\nx.text=\ny.text=\n", "not Two(1, 2)"),
               "NOT\n  AND 2\n    PROPERTY 0x66020003 = 2\n    PROPERTY 0x66010003 = 1\n");
-    EXPECT_EQ(Compiled("name=Low\nquery=a = $x\nx.text=\n", "Low(substring v)"), "PROPERTY 0x66010003 = 0\n")
-        << "keywords go on as words";
+    EXPECT_EQ(Compiled("name=Low\nquery=a = $x\nx.text=\n", "Low(substring v)"),
+              "CONTENT 0x66010003 level 0x1 0\n")
+        << "a value outside brackets is read as it stands";
     EXPECT_EQ(Compiled("name=In\nquery=a=1\nname=Out\nquery=In() or b=2\n", "Out() and c=3"),
               "AND 2\n  PROPERTY 0x66030003 = 3\n  OR 2\n    PROPERTY 0x66020003 = 2\n"
               "    PROPERTY 0x66010003 = 1\n");
