@@ -55,9 +55,10 @@ SRow CRowWriter::Write(const IRow& row, std::uint64_t key, CRootArena& arena) {
     return written;
 }
 
-CRowSet::~CRowSet() {
+void CRowSet::Clear() {
     for (const SRow& row : m_rows)
         MAPIFreeBuffer(row.lpProps);
+    m_rows.clear();
 }
 
 LPSRowSet CRowSet::Give(const std::vector<std::uint32_t>* order) {
@@ -71,8 +72,6 @@ LPSRowSet CRowSet::Give(const std::vector<std::uint32_t>* order) {
         rows->aRow[i] = row;
         row.lpProps = nullptr;
     }
-    for (const SRow& row : m_rows)
-        MAPIFreeBuffer(row.lpProps);
-    m_rows.clear();
+    Clear();
     return rows;
 }

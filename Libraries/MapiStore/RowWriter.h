@@ -37,7 +37,8 @@ private:
 class CRowSet {
 public:
     CRowSet() = default;
-    ~CRowSet();
+    ~CRowSet() { Clear(); }
+    void Clear();  // frees what is there
     CRowSet(const CRowSet&) = delete;
     CRowSet& operator=(const CRowSet&) = delete;
 
