@@ -26,7 +26,8 @@ double SecondsSince(Clock::time_point start) {
 }
 
 void Check(sqlite3* db, int rc) {
-    if (rc != SQLITE_OK && rc != SQLITE_DONE && rc != SQLITE_ROW) throw std::runtime_error(sqlite3_errmsg(db));
+    if (rc != SQLITE_OK && rc != SQLITE_DONE && rc != SQLITE_ROW)
+        throw std::runtime_error(sqlite3_errmsg(db));
 }
 
 void Execute(sqlite3* db, const char* sql) {
@@ -45,16 +46,18 @@ Database Open(const std::string& path) {
     Database db(raw);
     Check(raw, rc);
     Execute(raw, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;");
-    Execute(raw,
-            "CREATE TABLE IF NOT EXISTS item(id INTEGER PRIMARY KEY, key BLOB, time INTEGER, subject TEXT, body "
-            "TEXT);"
-            "CREATE TABLE IF NOT EXISTS property(item INTEGER, tag INTEGER, value BLOB, PRIMARY KEY(item, tag)) "
-            "WITHOUT ROWID;");
+    Execute(
+        raw,
+        "CREATE TABLE IF NOT EXISTS item(id INTEGER PRIMARY KEY, key BLOB, time INTEGER, subject TEXT, body "
+        "TEXT);"
+        "CREATE TABLE IF NOT EXISTS property(item INTEGER, tag INTEGER, value BLOB, PRIMARY KEY(item, tag)) "
+        "WITHOUT ROWID;");
     return db;
 }
 
 void Remove(const std::string& path) {
-    for (const char* tail : {"", "-wal", "-shm"}) std::remove((path + tail).c_str());
+    for (const char* tail : {"", "-wal", "-shm"})
+        std::remove((path + tail).c_str());
 }
 
 void InsertProperties(sqlite3* db, sqlite3_stmt* st, sqlite3_int64 item) {
@@ -113,7 +116,8 @@ void CSqliteBaseline::Prepare(int count) {
         const std::string key = std::to_string(random()).substr(0, 16);
         const std::string subject = "Item number " + std::to_string(i);
         std::string body(1000, ' ');
-        for (auto& c : body) c = static_cast<char>('a' + random() % 26);
+        for (auto& c : body)
+            c = static_cast<char>('a' + random() % 26);
         sqlite3_bind_int(item.get(), 1, i);
         sqlite3_bind_blob(item.get(), 2, key.data(), static_cast<int>(key.size()), SQLITE_TRANSIENT);
         sqlite3_bind_int64(item.get(), 3, static_cast<sqlite3_int64>(random() >> 2));

@@ -5,10 +5,10 @@
 #include <string>
 
 struct BaselineItem {
-    std::string key;       // 16 bytes
+    std::string key;  // 16 bytes
     std::string subject;
-    std::string body;      // about a kilobyte
-    std::uint64_t time;    // ticks
+    std::string body;    // about a kilobyte
+    std::uint64_t time;  // ticks
 };
 
 // Number of property rows that each item has beside its own row.
