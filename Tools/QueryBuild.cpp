@@ -94,9 +94,9 @@ void CCompileRestriction::PushDay(LONG day, LONG month, LONG year) {
 void CCompileRestriction::PushToday(LONG daysBack) {
     const SYSTEMTIME now = LocalNow();
     CQueryDate date = DateOfDay(now.wDay, now.wMonth, now.wYear);
-    const std::int64_t span = static_cast<std::int64_t>(daysBack) * static_cast<std::int64_t>(kTicksPerDay);
-    date.valid = date.valid && span <= static_cast<std::int64_t>(date.ticks);
-    if (date.valid) date.ticks -= static_cast<std::uint64_t>(span);
+    const auto days = static_cast<std::uint64_t>(std::max<LONG>(daysBack, 0));
+    date.valid = date.valid && days <= date.ticks / kTicksPerDay;
+    if (date.valid) date.ticks -= days * kTicksPerDay;
     Push(DateLiteral(date));
 }
 

@@ -210,6 +210,7 @@ TEST_F(QueryTree, ErrorsNameTheirCauseAndPlace) {
         {"when > date(1,13,2011)", " No such date", 21, "no thirteenth month"},
         {"when > date(1,1,1600)", " No such date", 20, "before all file times"},
         {"when > daysfromnow(200000)", " No such date", 25, "also by counting back"},
+        {"when > daysfromnow(99999999999)", " No such date", 30, "even if there are that many"},
         {"when > daysfromnow 3", " Expected '(' Expected integer Expeced ')'", 19, "its own spelling"},
         {"when > daysfromnow(\"3\")", " Expected integer", 19, "a number is a word"},
         {"when = 3", " Wrong type: Expeced time", 7, "a number is no time"},
