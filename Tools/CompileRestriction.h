@@ -83,6 +83,9 @@ public:
     // CMAPIException if the store refuses that.
     ULONG TagOfWord(const std::string& word);
 
+    // The word by which a text named a tag first, for a heading; PrintTag's text for any other tag.
+    std::string WordOfTag(ULONG tag) const;
+
     // --- printing --------------------------------------------------------------------------------
     // Text close to the language, for a person; not all of it compiles again. A null node is "(NULL)".
     std::string PrintRestriction(const SRestriction* node) const;
@@ -143,6 +146,7 @@ private:
     void PushToday(LONG daysBack);
     void PushNow();
     ULONG ResolveField(const CLiteral* literal);
+    ULONG LookUpField(const CLiteral& literal);
     ULONG ResolveTyped(const std::string& name, ULONG type);
     ULONG ResolveUserField(const std::string& name);
     SPropValue* LiteralValue(ULONG tag, const CLiteral& literal);
@@ -159,7 +163,8 @@ private:
     CQueryMemory m_memory;  // behind the restriction
     std::vector<std::unique_ptr<CLiteral>> m_literalStack;
     std::vector<ULONG> m_usedTags;
-    std::vector<std::string> m_callStack;   // names of the stored queries being expanded
+    std::unordered_map<ULONG, std::string> m_words;  // of the tags that were named
+    std::vector<std::string> m_callStack;            // names of the stored queries being expanded
     const std::string* m_textOf = nullptr;  // the stored query that the scanner reads; null: the text
     size_t m_callOffset = 0;                // where the text called the outermost of them
     size_t m_cbExpanded = 0;

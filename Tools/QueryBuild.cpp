@@ -136,12 +136,23 @@ std::string PropertyNameOfWord(const std::string& word) {
 
 ULONG CCompileRestriction::ResolveField(const CLiteral* literal) {
     if (!literal || literal->restriction) return 0;
-    const std::string& text = literal->text;
+    const ULONG tag = LookUpField(*literal);
+    if (tag) m_words.try_emplace(tag, literal->text);
+    return tag;
+}
+
+std::string CCompileRestriction::WordOfTag(ULONG tag) const {
+    const auto named = m_words.find(tag);
+    return named == m_words.end() ? PrintTag(tag) : named->second;
+}
+
+ULONG CCompileRestriction::LookUpField(const CLiteral& literal) {
+    const std::string& text = literal.text;
     if (StartsWithNoCase(text, "string:")) return ResolveTyped(text.substr(7), PT_STRING8);
     if (StartsWithNoCase(text, "bool:")) return ResolveTyped(text.substr(5), PT_BOOLEAN);
     if (StartsWithNoCase(text, "long:")) return ResolveTyped(text.substr(5), PT_LONG);
     if (text.compare(0, 2, "0x") == 0) return HexToLong(text.c_str() + 2);
-    if (literal->type == TOK_DATE || literal->type == TOK_STRING) return 0;
+    if (literal.type == TOK_DATE || literal.type == TOK_STRING) return 0;
     if (const ULONG tag = TagFromName(PropertyNameOfWord(text))) {
         AddUsedTag(tag);
         return tag;

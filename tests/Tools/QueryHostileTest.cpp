@@ -35,11 +35,11 @@ protected:
 };
 
 TEST_F(QueryHostile, NestingHasALimitWithItsOwnMessage) {
-    const size_t far = 300000;
-    EXPECT_EQ(Error(Repeat("(", far)), " Query is nested too deeply");
-    EXPECT_EQ(Error(Repeat("not ", far)), " Query is nested too deeply");
-    EXPECT_EQ(Error(Repeat("recipient(", far)), " Query is nested too deeply");
-    EXPECT_EQ(Error("a=1" + Repeat(" and a=1 or a=1", far)), " Query is nested too deeply")
+    const size_t many = 300000;
+    EXPECT_EQ(Error(Repeat("(", many)), " Query is nested too deeply");
+    EXPECT_EQ(Error(Repeat("not ", many)), " Query is nested too deeply");
+    EXPECT_EQ(Error(Repeat("recipient(", many)), " Query is nested too deeply");
+    EXPECT_EQ(Error("a=1" + Repeat(" and a=1 or a=1", many)), " Query is nested too deeply")
         << "a tree grows deep without brackets too";
 
     const size_t fits = CCompileRestriction::kMaxDepth - 1;
