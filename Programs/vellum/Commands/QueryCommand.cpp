@@ -1,0 +1,159 @@
+// The query language on the command line.
+#include <Programs/vellum/Commands/QueryCommand.h>
+
+#include <Platform/Directories.h>
+#include <Platform/Files.h>
+#include <Programs/vellum/Commands/CommandContext.h>
+#include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Items/PropertyReport.h>
+#include <Programs/vellum/Items/QueryReport.h>
+
+#include <cstdio>
+#include <ostream>
+
+namespace {
+
+// A folder that can number named properties: the one given, or else the top of the default store. Without
+// a profile or a store there is none, and only words for named properties miss it.
+struct CScope {
+    CScope(CCommandContext& context, const std::string& path) {
+        if (!path.empty()) {
+            folder = context.Session().OpenFolder(path).folder;
+            session = context.Session().Mapi();
+            return;
+        }
+        try {
+            session = context.Session().Mapi();
+            const IMsgStorePtr store = session.OpenDefaultStore();
+            if (store.IsValid()) folder = store._getIPMRoot();
+        } catch (const CCommandError&) {
+        } catch (const CMAPIException&) {
+        }
+    }
+    CMapiSession session;
+    IMAPIFolderPtr folder;
+};
+
+int CheckQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
+    const CScope scope(context, path);
+    CQueryCompiler query(scope.folder, scope.session);
+    if (context.Json()) {
+        const bool correct = query.compiler.Compile(text);
+        Json result = {{"correct", correct}};
+        if (!correct) result.update({{"error", query.Message()}, {"offset", query.compiler.ErrorOffset()}});
+        context.Console().Out() << JsonText(result);
+    }
+    try {
+        query.Compile(text);
+    } catch (const CCommandError&) {
+        if (!scope.folder.IsValid())
+            context.Console().Warn(
+                "There is no store here, so words for named properties (Private, Categories) are unknown.");
+        throw;
+    }
+    context.Console().Note("The query is correct.");
+    return Code(ExitCode::Done);
+}
+
+int PrintQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
+    const CScope scope(context, path);
+    CQueryCompiler query(scope.folder, scope.session);
+    query.Compile(text);
+    if (context.Json())
+        context.Console().Out() << JsonText(QueryToJson(query.compiler));
+    else
+        PrintQuery(context.Console(), query.compiler);
+    return Code(ExitCode::Done);
+}
+
+int RunQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
+    const CFolderRef folder = context.Session().OpenFolder(path);
+    CQueryCompiler query(folder.folder, context.Session().Mapi());
+    query.Compile(text);
+    RunQuery(query.compiler, folder.path).Print(context.Console(), context.Json());
+    return Code(ExitCode::Done);
+}
+
+int ListFields(CCommandContext& context) {
+    CListing listing({{"word", "Word"}, {"type", "Type"}, {"tag", "Property"}}, "There are no fields.");
+    for (const CFieldWord& field : FieldWords()) {
+        char tag[16];
+        std::snprintf(tag, sizeof(tag), "0x%08X", static_cast<unsigned>(field.tag));
+        const CListing::Cell property =
+            field.tag ? CListing::Cell(Json(tag)) : CListing::Cell(Json(), "named property");
+        listing.AddRow({Json(field.word), Json(TypeName(field.type)), property});
+    }
+    listing.Print(context.Console(), context.Json());
+    return Code(ExitCode::Done);
+}
+
+int ListStoredQueries(CCommandContext& context) {
+    CListing listing({{"name", "Name"},
+                      {"parameters", "Parameters"},
+                      {"comment", "Comment"},
+                      {"query", "Query"},
+                      {"visible", ""},
+                      {"recursive", ""}},
+                     "There are no stored queries. They are read from " +
+                         JoinPath(ModuleDirectory(), kStoredQueryFile) + ".");
+    const CINIQuerys queries = LoadStoredQueries();
+    for (const auto& query : queries.Queries()) {
+        Json parameters = Json::array();
+        std::string names;
+        for (const auto& parameter : query->parameters) {
+            parameters.push_back({{"name", Utf8FromNarrow(parameter->name)},
+                                  {"text", Utf8FromNarrow(parameter->text)},
+                                  {"expression", Utf8FromNarrow(parameter->expression)},
+                                  {"field", Utf8FromNarrow(parameter->field)},
+                                  {"editor", Utf8FromNarrow(parameter->editor)},
+                                  {"options", parameter->options}});
+            names += (names.empty() ? "" : ", ") + Utf8FromNarrow(parameter->name);
+        }
+        listing.AddRow({Json(Utf8FromNarrow(query->name)),
+                        {parameters, names},
+                        Json(Utf8FromNarrow(query->comment)),
+                        Json(Utf8FromNarrow(query->query)),
+                        Json(query->visible),
+                        Json(query->recursive)});
+    }
+    listing.Print(context.Console(), context.Json());
+    return Code(ExitCode::Done);
+}
+
+}  // namespace
+
+void AddQueryCommands(CCommandTable& table) {
+    struct Arguments {
+        std::string text;
+        std::string folder;
+    };
+    using Run = int (*)(CCommandContext&, const std::string& text, const std::string& path);
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App& group = table.AddGroup("query", "The language in which pairs and listings choose items",
+                                     "query run 'Subject = substring \"invoice\"' --in Home/Inbox");
+    const auto add = [&](const char* name, const char* text, const char* example, Run run) -> CLI::App& {
+        CLI::App& command =
+            table.AddCommand(group, name, text, example, [arguments, run](CCommandContext& context) {
+                return run(context, arguments->text, arguments->folder);
+            });
+        command.add_option("TEXT", arguments->text, "The query")->required();
+        return command;
+    };
+    const char* scope = "Folder whose store knows the named properties (default: the default store)";
+    add("check", "Say whether a query is correct, and where it is not", "query check 'Importance = 2'",
+        CheckQueryText)
+        .add_option("--in", arguments->folder, scope)
+        ->type_name("FOLDER");
+    add("print", "Show what a query compiles to, as text and as a tree",
+        "query print 'not (Private=1 or Sensitivity=2)'", PrintQueryText)
+        .add_option("--in", arguments->folder, scope)
+        ->type_name("FOLDER");
+    add("run", "List the items of a folder that fit a query",
+        "query run 'MessageSize > 10000 order by descending MessageSize' --in Home/Inbox", RunQueryText)
+        .add_option("--in", arguments->folder, "The folder")
+        ->type_name("FOLDER")
+        ->required();
+    table.AddCommand(group, "fields", "List the words that name a field", "query fields", ListFields);
+    table.AddCommand(group, "stored", "List the stored queries with their parameters", "query stored",
+                     ListStoredQueries);
+}
