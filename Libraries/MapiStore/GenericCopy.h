@@ -21,6 +21,10 @@ void CopyAnyMessage(IMessage* source, IMessage* target, const SPropTagArray* exc
 void CopyAnyAttachment(IAttach* source, IAttach* target, const SPropTagArray* exclude,
                        const SPropTagArray* include, ULONG flags, std::vector<CopyProblem>& problems);
 
+// Properties alone.
+void CopyAnyProperties(IMAPIProp* source, IMAPIProp* target, const SPropTagArray* exclude,
+                       const SPropTagArray* include, ULONG flags, std::vector<CopyProblem>& problems);
+
 // Fills an out parameter for problems: null for none, else a block for MAPIFreeBuffer. `out` may be
 // null. The index of a problem is that of its tag in `asked`, or its place in the array.
 void GiveProblems(const std::vector<CopyProblem>& problems, const SPropTagArray* asked,
