@@ -1,0 +1,107 @@
+// What becomes of items that people create, change, delete, copy and move on either side of a pair.
+#include <Platform/Clock.h>
+#include <support/TwoFolders.h>
+
+INSTANTIATE_TEST_SUITE_P(Stories, TwoFolders, ::testing::Bool(), [](const auto& which) {
+    return std::string(which.param ? "RightIsSource" : "LeftIsSource");
+});
+
+STORY(NewItemsTravelToTheOtherSide) {
+    Given(Left().Creates("A B"), Right().Creates("C"));
+    Then(Both("A B C"), Right().Reads("A", "text of A"), Left().Reads("C", "text of C"));
+}
+
+STORY(NothingInEmptyFoldersIsNothingToDo) {
+    Then(Both(""));
+}
+
+STORY(ChangeTravels) {
+    Given(Both("A B"), Synced());
+    When(Left().Changes("A", "new text"));
+    Then(Both("A B"), Right().Reads("A", "new text"), Right().Reads("B", "text of B"));
+}
+
+STORY(RenamedItemKeepsItsCounterpart) {
+    Given(Both("A B"), Synced());
+    When(Left().Renames("A", "Z"));
+    Then(Both("B Z"));
+}
+
+STORY(DeletionTravelsWhenOtherSideIsUntouched) {
+    Given(Both("A B C"), Synced());
+    When(Left().Deletes("B"));
+    Then(Both("A C"), Right().Discards("B"));
+}
+
+STORY(DeletionStaysWithoutTheOption) {
+    setting.m_flags &= ~static_cast<ULONG>(SYNC_DELETE_IN_TARGET);
+    Given(Both("A B"), Synced());
+    When(Left().Deletes("B"));
+    Then(Left().Has("A"), Right().Has("A B"));
+}
+
+STORY(ItemDeletedOnBothSidesIsGone) {
+    Given(Both("A B"), Synced());
+    When(Left().Deletes("B"), Right().Deletes("B"));
+    Then(Both("A"));
+}
+
+STORY(LaterOfTwoChangesStaysAndTheOtherIsKeptAside) {
+    Given(Both("A B"), Synced());
+    When(Left().Changes("A", "earlier"), Right().Changes("A", "later"));
+    Then(Both("A B"), Left().Reads("A", "earlier"), Right().Reads("A", "later"),
+         Left().KeepsConflictCopies("A"), Right().KeepsConflictCopies(""));
+}
+
+STORY(ChangeAfterAConflictTravelsAsUsual) {
+    Given(Both("A"), Synced());
+    When(
+        Left().Changes("A", "earlier"), Right().Changes("A", "later"), [this] { Run(); },
+        Right().Changes("A", "settled"));
+    Then(Both("A"), Left().Reads("A", "settled"));
+}
+
+STORY(EqualTimesKeepTheSource) {
+    const FILETIME sameTime = FileTimeOf(TicksOf(UtcNow()) + 10'000'000'000ull);
+    Given(Both("A"), Synced());
+    When(Left().ChangesAt("A", "on the left", sameTime), Right().ChangesAt("A", "on the right", sameTime));
+    Then(Both("A"), Left().Reads("A", "on the left"), Right().Reads("A", "on the right"),
+         Target().KeepsConflictCopies("A"), Source().KeepsConflictCopies(""));
+}
+
+STORY(CopyWithinAFolderGetsAnIdentityOfItsOwn) {
+    Given(Both("A B"), Synced());
+    When(Left().CopiesWithin("A"), Left().Renames("A", "Copy"));
+    Then(Both("A B Copy"));
+}
+
+STORY(ItemMovedOutIsDeletedOnTheOtherSide) {
+    Given(Both("A B"), Synced());
+    When(Left().MovesOut("A"));
+    Then(Both("B"), Right().Discards("A"));
+}
+
+STORY(ItemMovedInWithAStaleStampIsCopiedAgain) {
+    Given(Both("A B"), Synced(), Left().MovesOut("A"), Synced());
+    When(Left().MovesIn("A"));
+    Then(Both("A B"), Right().Reads("A", "text of A"));
+}
+
+STORY(ItemMovedOutAndBackBetweenTwoRunsStaysOne) {
+    Given(Both("A B"), Synced());
+    When(Left().MovesOut("A"), Left().MovesIn("A"));
+    Then(Both("A B"));
+}
+
+STORY(FirstSyncOfFoldersThatHoldTheSameCopiesNothing) {
+    Given(Left().Creates("A B"), Left().CopiesTo(Right(), "A"), Left().CopiesTo(Right(), "B"));
+    const std::string before = Left().Fingerprint() + Right().Fingerprint();
+    Then(Both("A B"));
+    EXPECT_EQ(before, Left().Fingerprint() + Right().Fingerprint());
+}
+
+STORY(OneWayPairTakesNothingBack) {
+    setting.m_flags &= ~static_cast<ULONG>(SYNC_FROM_TARGET);
+    Given(Source().Creates("A"), Target().Creates("B"));
+    Then(Source().Has("A"), Target().Has("A B"));
+}

@@ -1,0 +1,135 @@
+// Stories about a pair of folders: what they hold, what happens to them, what a run makes of it.
+//
+//   STORY(DeletionTravelsWhenOtherSideIsUntouched) {
+//       Given(Both("A B C"), Synced());
+//       When(Left().Deletes("B"));
+//       Then(Both("A C"));          // runs, compares, runs again: nothing moves
+//   }
+//
+// Each story runs twice: with the left folder as the source of the pair and with the right one.
+#pragma once
+#include <MapiWrapper/MapiSession.h>
+#include <Platform/UserInterface.h>
+#include <Tarn/Engine/syncfolder.h>
+#include <support/StoreFixture.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// What happens, or what shall hold; nothing is done before Given, When or Then takes it.
+using Step = std::function<void()>;
+
+// One of the two folders, with the store around it. Items are named by their subjects; a text with
+// blanks names several where the verb takes `items`.
+class StorySide {
+public:
+    StorySide(std::string name, TestRef<IMsgStore> store, TestRef<IMAPIFolder> folder);
+
+    // --- what a person does -----------------------------------------------------------------------
+    Step Creates(std::string items);
+    Step Changes(std::string item, std::string body);
+    Step Renames(std::string item, std::string subject);
+    Step Deletes(std::string items);
+    Step CopiesWithin(std::string item);
+    // To and from a folder beside this one, with everything that the store keeps at a move.
+    Step MovesOut(std::string item);
+    Step MovesIn(std::string item);
+    // Into the other folder, keeping times and search key, as a person copies a folder's contents.
+    Step CopiesTo(StorySide& other, std::string item);
+    // Changes the item and sets its time of last modification by hand.
+    Step ChangesAt(std::string item, std::string body, FILETIME time);
+
+    // --- what it holds ------------------------------------------------------------------------------
+    std::string Items() const;  // subjects, sorted, joined by blanks
+    std::string BodyOf(const std::string& item) const;
+    // Entry IDs, times and subjects of all items: equal as long as nothing touches one.
+    std::string Fingerprint() const;
+    // Subjects below the store's root in "Conflicts" and below the wastebasket, wherever they lie.
+    std::string ConflictCopies() const;
+    std::string Discarded() const;
+
+    Step Has(std::string items);
+    Step Reads(std::string item, std::string body);
+    Step KeepsConflictCopies(std::string items);
+    Step Discards(std::string items);
+
+    const std::string& Name() const { return m_name; }
+    IMAPIFolder* Folder() const { return m_folder.Get(); }
+    IMsgStore* Store() const { return m_store.Get(); }
+    std::string Key() const;  // folder key for the engine
+
+private:
+    TestRef<IMAPIFolder> Beside();
+    TestRef<IMessage> Open(const std::string& item) const;
+
+    std::string m_name;
+    TestRef<IMsgStore> m_store;
+    TestRef<IMAPIFolder> m_folder;
+};
+
+// Both folders hold these items: as a given they are made on the left, as an outcome they are looked for.
+struct Both {
+    explicit Both(std::string names) : items(std::move(names)) {}
+    std::string items;
+};
+struct Synced {};
+
+class TwoFolders : public TwoStores, public ::testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    StorySide& Left() { return *m_left; }
+    StorySide& Right() { return *m_right; }
+    // The sides as the pair has them, for rules that tell them apart.
+    StorySide& Source() { return GetParam() ? *m_right : *m_left; }
+    StorySide& Target() { return GetParam() ? *m_left : *m_right; }
+
+    template <class... Steps>
+    void Given(Steps... steps) {
+        (Prepare(steps), ...);
+    }
+    template <class... Steps>
+    void When(Steps... steps) {
+        (Prepare(steps), ...);
+    }
+    // Runs the pair, looks, runs it again and demands that nothing moved.
+    template <class... Outcomes>
+    void Then(Outcomes... outcomes) {
+        Run();
+        (Expect(outcomes), ...);
+        ExpectNothingMoves();
+        (Expect(outcomes), ...);
+    }
+    // The outcome without a run before it.
+    template <class... Outcomes>
+    void Still(Outcomes... outcomes) {
+        (Expect(outcomes), ...);
+    }
+
+    // One run over the pair; the outcome and the protocol stay to be looked at. Message boxes are
+    // failures unless expectMessages is set.
+    void Run();
+    void ExpectNothingMoves();
+
+    CTarnSetting setting;
+    CSyncProtocol protocol;
+    CSyncOutcome outcome;
+    CSyncProgress* progress = nullptr;
+    std::vector<std::string> missingFolders;
+    bool expectMessages = false;
+    std::vector<CRecordingUserInterface::Message> messages;  // of the last run
+
+private:
+    void Prepare(const Both& both);
+    void Prepare(const Synced&) { Run(); }
+    void Prepare(const Step& step) { step(); }
+    void Expect(const Both& both);
+    void Expect(const Step& step) { step(); }
+
+    std::unique_ptr<StorySide> m_left;
+    std::unique_ptr<StorySide> m_right;
+};
+
+#define STORY(name) TEST_P(TwoFolders, name)
