@@ -79,6 +79,9 @@ bool IsComputedOfMessage(PropId id) {
 
 // --- making and opening ----------------------------------------------------------------------------
 
+CMessage::CMessage(const std::shared_ptr<CStoreCore>& core, bool writable)
+    : CPropInterface(core, writable), m_state(*core) {}
+
 CMessage::~CMessage() = default;
 
 CRef<CMessage> CMessage::Create(const std::shared_ptr<CStoreCore>& core, ObjectId folder, bool associated) {

@@ -56,8 +56,7 @@ protected:
     void* FindInterface(REFIID riid) override;
 
 private:
-    CMessage(const std::shared_ptr<CStoreCore>& core, bool writable)
-        : CPropInterface(core, writable), m_state(*core) {}
+    CMessage(const std::shared_ptr<CStoreCore>& core, bool writable);
     bool IsEmbedded() const { return static_cast<bool>(m_owner); }
     bool IsSaved() const { return m_head.id != 0; }
     bool FindTime(PropId id, CStoredValue& value) const;
