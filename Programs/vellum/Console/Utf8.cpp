@@ -1,0 +1,121 @@
+#include <Programs/vellum/Console/Utf8.h>
+
+#include <Platform/Machine.h>
+
+#include <cstdint>
+
+namespace {
+
+constexpr char32_t replacement = 0xFFFD;
+
+void Append(std::string& out, char32_t c) {
+    if (c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) c = replacement;
+    if (c < 0x80) {
+        out += static_cast<char>(c);
+    } else if (c < 0x800) {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        out += static_cast<char>(0xE0 | (c >> 12));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (c >> 18));
+        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
+void Append(std::wstring& out, char32_t c) {
+    if (sizeof(wchar_t) == 2 && c >= 0x10000) {
+        out += static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
+        out += static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+    } else {
+        out += static_cast<wchar_t>(c);
+    }
+}
+
+bool IsTrail(unsigned char byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// The next character, and `at` moved behind it. A byte out of place counts as one character.
+char32_t NextUtf8(const std::string& text, std::size_t& at) {
+    const auto lead = static_cast<unsigned char>(text[at++]);
+    if (lead < 0x80) return lead;
+    const int trail = lead >= 0xF0 && lead < 0xF5 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC2 ? 1 : 0;
+    if (trail == 0 || lead >= 0xF5) return replacement;
+    char32_t c = lead & (0x3F >> trail);
+    for (int i = 0; i < trail; ++i) {
+        if (at >= text.size() || !IsTrail(static_cast<unsigned char>(text[at]))) return replacement;
+        c = (c << 6) | (static_cast<unsigned char>(text[at++]) & 0x3F);
+    }
+    static constexpr char32_t least[] = {0, 0x80, 0x800, 0x10000};
+    return c < least[trail] || (c >= 0xD800 && c < 0xE000) || c > 0x10FFFF ? replacement : c;
+}
+
+}  // namespace
+
+std::string Utf8FromWide(const std::wstring& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto c = static_cast<char32_t>(text[i]);
+        const bool high = c >= 0xD800 && c < 0xDC00;
+        if (high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000)
+            c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<char32_t>(text[++i]) - 0xDC00);
+        Append(out, c);
+    }
+    return out;
+}
+
+std::string Utf8FromWide(const wchar_t* text) {
+    return text ? Utf8FromWide(std::wstring(text)) : std::string();
+}
+
+std::string Utf8FromNarrow(const std::string& text) {
+    return Utf8FromWide(WideFromNarrow(text));
+}
+
+std::wstring WideFromUtf8(const std::string& text) {
+    std::wstring out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();)
+        Append(out, NextUtf8(text, at));
+    return out;
+}
+
+std::size_t Utf8Length(const std::string& text) {
+    std::size_t length = 0;
+    for (const char c : text)
+        if (!IsTrail(static_cast<unsigned char>(c))) ++length;
+    return length;
+}
+
+std::string Utf8Shorten(const std::string& text, std::size_t count) {
+    if (Utf8Length(text) <= count || count == 0) return text;
+    std::size_t at = 0;
+    for (std::size_t i = 0; i + 1 < count; ++i)
+        NextUtf8(text, at);
+    return text.substr(0, at) + "\xE2\x80\xA6";
+}
+
+std::string OneLine(const std::string& text) {
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        const char32_t c = NextUtf8(text, at);
+        Append(out, c < 0x20 || (c >= 0x7F && c < 0xA0) ? U' ' : c);
+    }
+    return out;
+}
+
+std::string PlainLines(const std::string& text) {
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        const char32_t c = NextUtf8(text, at);
+        const bool isControl = c < 0x20 || (c >= 0x7F && c < 0xA0);
+        if (!isControl || c == '\n' || c == '\t') Append(out, c);
+    }
+    return out;
+}

@@ -1,0 +1,21 @@
+// Text for the terminal and for JSON.
+#pragma once
+#include <string>
+
+// From the system's 8-bit code page, and from wide text. What has no meaning becomes U+FFFD, so the
+// result is always valid.
+std::string Utf8FromNarrow(const std::string& text);
+std::string Utf8FromWide(const std::wstring& text);
+std::string Utf8FromWide(const wchar_t* text);
+// Wide text from valid or broken UTF-8.
+std::wstring WideFromUtf8(const std::string& text);
+
+// Characters, for the width of a column.
+std::size_t Utf8Length(const std::string& text);
+// The first `count` characters, with an ellipsis for the last one if the text is longer.
+std::string Utf8Shorten(const std::string& text, std::size_t count);
+
+// The text on one line: control characters, which could also steer the terminal, become blanks.
+std::string OneLine(const std::string& text);
+// Several lines: all control characters but line feeds and tabs are dropped.
+std::string PlainLines(const std::string& text);

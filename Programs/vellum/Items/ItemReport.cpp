@@ -1,0 +1,177 @@
+#include <MapiWrapper/MapiWrapper_std.h>
+#include <Programs/vellum/Items/ItemReport.h>
+
+#include <Platform/Clock.h>
+#include <Programs/vellum/Console/Console.h>
+#include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Items/PropertyReport.h>
+
+#include <cstdio>
+#include <ostream>
+
+namespace {
+
+constexpr int maxEmbeddedDepth = 32;
+
+Json MessageToJson(IMessage* message, int depth);
+
+std::string RecipientType(LONG type) {
+    switch (type & 0x0F) {
+        case MAPI_ORIG:
+            return "from";
+        case MAPI_TO:
+            return "to";
+        case MAPI_CC:
+            return "cc";
+        case MAPI_BCC:
+            return "bcc";
+        default:
+            return std::to_string(type);
+    }
+}
+
+std::string TextOf(const CMapiPropValue& value) {
+    return value.IsError() ? std::string() : Utf8FromNarrow(value.Str());
+}
+
+CMapiRowSet RecipientRows(IMessage* message) {
+    IMAPITablePtr table;
+    THROW_ON_FAILURE_FOR(message->GetRecipientTable(MAPI_UNICODE, table.Out()), message);
+    return table.QueryRows();
+}
+
+const SPropValue* FindCell(const SRow& row, ULONG id) {
+    for (ULONG i = 0; i < row.cValues; ++i)
+        if (PROP_ID(row.lpProps[i].ulPropTag) == id && PROP_TYPE(row.lpProps[i].ulPropTag) != PT_ERROR)
+            return &row.lpProps[i];
+    return nullptr;
+}
+
+std::string CellText(const SRow& row, ULONG tag) {
+    const SPropValue* cell = FindCell(row, PROP_ID(tag));
+    return cell ? TextOf(CMapiPropValue(const_cast<SPropValue*>(cell), false)) : std::string();
+}
+
+LONG CellLong(const SRow& row, ULONG tag) {
+    const SPropValue* cell = FindCell(row, PROP_ID(tag));
+    return cell && PROP_TYPE(cell->ulPropTag) == PT_LONG ? cell->Value.l : 0;
+}
+
+Json RecipientsToJson(IMessage* message) {
+    Json array = Json::array();
+    const CMapiRowSet rows = RecipientRows(message);
+    for (ULONG i = 0; i < rows.Count(); ++i) {
+        const SRow& row = rows.Get()->aRow[i];
+        Json entry = Json::object();
+        entry["type"] = RecipientType(CellLong(row, PR_RECIPIENT_TYPE));
+        entry["name"] = CellText(row, PR_DISPLAY_NAME_W);
+        entry["address"] = CellText(row, PR_EMAIL_ADDRESS_W);
+        entry["properties"] = RowToJson(row, message);
+        array.push_back(std::move(entry));
+    }
+    return array;
+}
+
+std::string AttachmentName(const IAttachPtr& attachment) {
+    for (const ULONG tag : {PR_ATTACH_LONG_FILENAME_A, PR_ATTACH_FILENAME_A, PR_DISPLAY_NAME_A}) {
+        const std::string name = attachment.GetStrPropOrEmpty(tag);
+        if (!name.empty()) return Utf8FromNarrow(name);
+    }
+    return {};
+}
+
+std::vector<ULONG> AttachmentNumbers(IMessage* message) {
+    IMAPITablePtr table;
+    THROW_ON_FAILURE_FOR(message->GetAttachmentTable(0, table.Out()), message);
+    const CMapiRowSet rows = table.QueryRows({PR_ATTACH_NUM});
+    std::vector<ULONG> numbers;
+    for (ULONG i = 0; i < rows.Count(); ++i)
+        numbers.push_back(static_cast<ULONG>(rows.Cell(i, 0).Long()));
+    return numbers;
+}
+
+Json EmbeddedToJson(const IAttachPtr& attachment, int depth) {
+    if (depth >= maxEmbeddedDepth) return nullptr;
+    IMessagePtr embedded;
+    LPUNKNOWN object = nullptr;
+    const HRESULT hr = attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &object);
+    if (hr < 0 || !object) return nullptr;
+    embedded.Attach(static_cast<IMessage*>(object));
+    return MessageToJson(embedded.Get(), depth + 1);
+}
+
+Json AttachmentsToJson(IMessage* message, int depth) {
+    Json array = Json::array();
+    for (const ULONG number : AttachmentNumbers(message)) {
+        Json entry = Json::object();
+        IAttachPtr attachment;
+        const HRESULT hr = message->OpenAttach(number, nullptr, 0, attachment.Out());
+        if (hr < 0) {
+            entry["error"] = ErrorName(hr);
+        } else {
+            const LONG method = attachment.GetLongPropOr0(PR_ATTACH_METHOD);
+            entry["name"] = AttachmentName(attachment);
+            entry["method"] = method;
+            entry["properties"] = PropertiesToJson(attachment.Get());
+            if (method == ATTACH_EMBEDDED_MSG) entry["item"] = EmbeddedToJson(attachment, depth);
+        }
+        array.push_back(std::move(entry));
+    }
+    return array;
+}
+
+Json MessageToJson(IMessage* message, int depth) {
+    const IMessagePtr wrapper(message);
+    Json item = Json::object();
+    item["subject"] = Utf8FromNarrow(wrapper.GetStrPropOrEmpty(PR_SUBJECT_A));
+    item["class"] = Utf8FromNarrow(wrapper.GetStrPropOrEmpty(PR_MESSAGE_CLASS_A));
+    item["properties"] = PropertiesToJson(message);
+    item["recipients"] = RecipientsToJson(message);
+    item["attachments"] = AttachmentsToJson(message, depth);
+    return item;
+}
+
+void PrintHead(CConsole& console, const std::string& name, const std::string& value) {
+    if (value.empty()) return;
+    const std::string label = name + ":" + std::string(name.size() < 10 ? 10 - name.size() : 1, ' ');
+    console.Out() << console.OnOut(CConsole::Style::Bold, label) << OneLine(value) << '\n';
+}
+
+std::string TimeHead(const IMessagePtr& message) {
+    for (const ULONG tag : {PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_DELIVERY_TIME, PR_CREATION_TIME}) {
+        CMapiPropValue value;
+        if (message.GetOneProp(tag, value) >= 0 && value.Type() == PT_SYSTIME) return ShortTime(value.Time());
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string ShortTime(const FILETIME& time) {
+    SYSTEMTIME parts;
+    if (TicksOf(time) == 0 || !SplitFileTime(time, parts)) return {};
+    char text[32];
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u", parts.wYear, parts.wMonth, parts.wDay,
+                  parts.wHour, parts.wMinute);
+    return text;
+}
+
+Json ItemToJson(IMessage* message) {
+    return MessageToJson(message, 0);
+}
+
+void PrintItem(CConsole& console, const IMessagePtr& message) {
+    PrintHead(console, "Subject", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_SUBJECT_A)));
+    PrintHead(console, "From", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_SENDER_NAME_A)));
+    PrintHead(console, "To", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_DISPLAY_TO_A)));
+    PrintHead(console, "Cc", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_DISPLAY_CC_A)));
+    PrintHead(console, "Date", TimeHead(message));
+    PrintHead(console, "Class", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_MESSAGE_CLASS_A)));
+    for (const ULONG number : AttachmentNumbers(message.Get())) {
+        IAttachPtr attachment;
+        if (message->OpenAttach(number, nullptr, 0, attachment.Out()) < 0) continue;
+        PrintHead(console, "Attached", AttachmentName(attachment));
+    }
+    const std::string body = PlainLines(Utf8FromNarrow(message.GetBody()));
+    if (!body.empty()) console.Out() << '\n' << body << (body.back() == '\n' ? "" : "\n");
+}

@@ -1,0 +1,154 @@
+#include <Programs/vellum/Sync/PairOptions.h>
+
+#include <Programs/vellum/Console/ExitCode.h>
+#include <Programs/vellum/Console/Utf8.h>
+
+#include <algorithm>
+
+namespace {
+
+struct COption {
+    ULONG flag;
+    const char* name;  // the switch, and with "_" the name in JSON
+    const char* negative;
+    const char* text;
+};
+
+constexpr COption options[] = {
+    {SYNC_ACTIVE, "active", "inactive", "Take part in 'sync' without a PAIR"},
+    {SYNC_DELETE_IN_TARGET, "delete", "no-delete", "Carry deletions across, too"},
+    {SYNC_SUBFOLDERS, "subfolders", "no-subfolders", "With subfolders of equal name"},
+    {SYNC_CREATE_SUBFOLDERS, "create-subfolders", "no-create-subfolders",
+     "Create subfolders that one side lacks (implies --subfolders)"},
+    {SYNC_STRIP_PRIVATE, "strip-private", "no-strip-private",
+     "Take the text out of private appointments in the target"},
+    {SYNC_SKIP_PRIVATE, "skip-private", "no-skip-private", "Leave private items behind"},
+    {SYNC_ALWAYS_RENEW, "renew", "no-renew", "Replace changed items instead of rewriting them"},
+    {SYNC_NEW_ONLY, "new-only", "no-new-only", "Look only at items changed since the last run"},
+    {SYNC_AT_START, "at-start", "no-at-start", "Take part in 'sync --at-start'"},
+    {SYNC_AT_SHUTDOWN, "at-shutdown", "no-at-shutdown", "Take part in 'sync --at-shutdown'"},
+    {SYNC_CONTINUOUS_TO, "continuous-to", "no-continuous-to", "Watch the source and carry changes at once"},
+    {SYNC_CONTINUOUS_FROM, "continuous-from", "no-continuous-from",
+     "Watch the target and carry changes at once"},
+    {SYNC_CHECK_LITTER_BIN, "check-bin", "no-check-bin",
+     "Carry a deletion only if the item lies in the wastebasket"},
+    {SYNC_TRACE_FILE, "trace-file", "no-trace-file", "Write a trace file for this pair"},
+};
+
+constexpr ULONG bothDirections = SYNC_TO_TARGET | SYNC_FROM_TARGET;
+
+void Put(CTarnSetting& pair, ULONG flags, bool on) {
+    pair.m_flags = on ? pair.m_flags | flags : pair.m_flags & ~flags;
+}
+
+void CheckName(const std::string& name) {
+    const bool digits = !name.empty() && name.find_first_not_of("0123456789") == std::string::npos;
+    const bool bad = name.empty() || digits || std::any_of(name.begin(), name.end(), [](unsigned char c) {
+                         return c < 0x20 || c == ';';
+                     });
+    if (bad)
+        throw CCommandError(ExitCode::Usage, "\"" + name + "\" cannot be the name of a pair",
+                            "A name is not empty, not a mere number, and holds no semicolon.");
+}
+
+void CheckQueryText(const std::string& query) {
+    if (query.find_first_of(std::string(";\r\n\0", 4)) != std::string::npos)
+        throw CCommandError(ExitCode::Usage, "A pair's query cannot hold semicolons or line breaks",
+                            "Lists of values are written with commas, parts are joined by 'and' and 'or'.");
+}
+
+}  // namespace
+
+void CPairOptions::AddTo(CLI::App& command) {
+    auto* both = command.add_flag("--both", m_both, "Carry changes in both directions (default)");
+    auto* to = command.add_flag("--to-target", m_toTarget, "Carry changes from source to target only");
+    auto* from = command.add_flag("--from-target", m_fromTarget, "Carry changes from target to source only");
+    both->excludes(to)->excludes(from);
+    to->excludes(from);
+    m_switches.clear();
+    for (const COption& option : options)
+        m_switches.push_back({option.flag, option.name, false, false});
+    for (std::size_t i = 0; i < std::size(options); ++i) {
+        const COption& option = options[i];
+        auto* on = command.add_flag_callback(
+            std::string("--") + option.name, [this, i] { m_switches[i].given = m_switches[i].value = true; },
+            option.text);
+        auto* off = command.add_flag_callback(
+            std::string("--") + option.negative, [this, i] { m_switches[i].given = true; },
+            std::string("Not so: the opposite of --") + option.name);
+        on->excludes(off);
+    }
+    command.add_option("--query", m_query, "Only items that fit this query; an empty text takes it away")
+        ->type_name("TEXT");
+    command.add_option("--name", m_name, "The pair's name")->type_name("NAME");
+}
+
+void CPairOptions::Apply(CTarnSetting& pair) const {
+    if (m_both || m_toTarget || m_fromTarget) {
+        Put(pair, bothDirections, false);
+        Put(pair, m_both ? bothDirections : m_toTarget ? SYNC_TO_TARGET : SYNC_FROM_TARGET, true);
+    }
+    bool createGiven = false;
+    bool subfoldersRefused = false;
+    for (const Switch& one : m_switches) {
+        if (!one.given) continue;
+        Put(pair, one.flag, one.value);
+        createGiven = createGiven || (one.flag == SYNC_CREATE_SUBFOLDERS && one.value);
+        subfoldersRefused = subfoldersRefused || (one.flag == SYNC_SUBFOLDERS && !one.value);
+    }
+    if (createGiven && subfoldersRefused)
+        throw CCommandError(ExitCode::Usage, "--create-subfolders and --no-subfolders contradict each other");
+    if (createGiven) Put(pair, SYNC_SUBFOLDERS, true);
+    if (subfoldersRefused) Put(pair, SYNC_CREATE_SUBFOLDERS, false);
+    if (pair.Has(SYNC_NEW_ONLY) && pair.Has(SYNC_DELETE_IN_TARGET))
+        throw CCommandError(
+            ExitCode::Usage,
+            "--new-only and --delete do not go together: every item that was not changed since the "
+            "last run would be taken for deleted",
+            "Choose one, for example:  --delete --no-new-only");
+    if (m_query) {
+        CheckQueryText(*m_query);
+        pair.m_query = *m_query;
+    }
+    if (m_name) {
+        CheckName(*m_name);
+        pair.m_groupId = *m_name;
+    }
+}
+
+std::string DirectionWord(const CTarnSetting& pair) {
+    switch (pair.m_flags & bothDirections) {
+        case bothDirections:
+            return "both";
+        case SYNC_TO_TARGET:
+            return "to-target";
+        case SYNC_FROM_TARGET:
+            return "from-target";
+        default:
+            return "none";
+    }
+}
+
+std::string OptionWords(const CTarnSetting& pair) {
+    std::string words;
+    for (const COption& option : options)
+        if (option.flag != SYNC_ACTIVE && pair.Has(option.flag))
+            words += (words.empty() ? "--" : " --") + std::string(option.name);
+    return words;
+}
+
+Json PairToJson(const CTarnSetting& pair, std::size_t number) {
+    Json json = Json::object();
+    json["number"] = number;
+    json["name"] = Utf8FromNarrow(pair.m_groupId);
+    json["source"] = Utf8FromNarrow(pair.m_sourcePath);
+    json["target"] = Utf8FromNarrow(pair.m_targetPath);
+    json["direction"] = DirectionWord(pair);
+    for (const COption& option : options) {
+        std::string key = option.name;
+        std::replace(key.begin(), key.end(), '-', '_');
+        json[key] = pair.Has(option.flag);
+    }
+    json["query"] = Utf8FromNarrow(pair.m_query);
+    return json;
+}

@@ -1,0 +1,158 @@
+#include <Programs/vellum/Sync/PairRun.h>
+
+#include <Platform/Clock.h>
+#include <Platform/Directories.h>
+#include <Platform/Machine.h>
+#include <Programs/vellum/Console/Console.h>
+#include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Items/ItemReport.h>
+#include <Programs/vellum/Session/StoreBatch.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ostream>
+
+namespace {
+
+// A file name for a folder key, which is longer than a file name may be.
+std::string LockPath(const std::string& key) {
+    std::uint64_t hash = 0xcbf29ce484222325ull;
+    for (const char c : key)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3ull;
+    char name[32];
+    std::snprintf(name, sizeof(name), "%016llx.lock", static_cast<unsigned long long>(hash));
+    const std::string directory = JoinPath(DataDirectory(), "locks");
+    MakeDirectories(directory);
+    return JoinPath(directory, name);
+}
+
+std::string Plural(unsigned count, const std::string& word) {
+    return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
+}
+
+bool FoldersAreThere(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target) {
+    const CTarnSetting& pair = result.pair;
+    if (!session.OpenFolderByKey(pair.m_sourceKey, source))
+        result.problem = "The folder \"" + pair.m_sourcePath + "\" cannot be opened";
+    else if (!session.OpenFolderByKey(pair.m_targetKey, target))
+        result.problem = "The folder \"" + pair.m_targetPath + "\" cannot be opened";
+    return result.problem.empty();
+}
+
+void PrintSummary(CConsole& console, const CPairResult& result) {
+    const CSyncOutcome& outcome = result.outcome;
+    std::string text = Plural(outcome.sourceChanged, "change") + " in the source, " +
+                       Plural(outcome.targetChanged, "change") + " in the target";
+    if (outcome.conflicts > 0) text += ", " + Plural(outcome.conflicts, "conflict");
+    if (outcome.rowsFailed > 0)
+        text += ", " + console.OnOut(CConsole::Style::Error, Plural(outcome.rowsFailed, "item") + " failed");
+    if (outcome.phasesFailed > 0)
+        text +=
+            ", " + console.OnOut(CConsole::Style::Error, Plural(outcome.phasesFailed, "step") + " failed");
+    if (outcome.cancelled) text += ", cancelled";
+    if (result.protocol.IsEmpty() && outcome.sourceChanged + outcome.targetChanged == 0 &&
+        outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled)
+        text = "nothing to do";
+    console.Out() << "  " << text << '\n';
+}
+
+}  // namespace
+
+bool CPairLock::TryLock(const CTarnSetting& pair, const std::string& label, std::string& holder) {
+    // Always in the same order, so that two runs never wait for each other.
+    const auto [first, second] = std::minmax(pair.m_sourceKey, pair.m_targetKey);
+    const std::string text = "process " + std::to_string(static_cast<unsigned>(ProcessId())) + ", pair \"" +
+                             label + "\", since " + ShortTime(UtcNow()) + " UTC";
+    return m_first.TryLock(LockPath(first), text, holder) && m_second.TryLock(LockPath(second), text, holder);
+}
+
+void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result) {
+    CPairLock lock;
+    if (!lock.TryLock(result.pair, result.label, result.busy)) {
+        if (result.busy.empty()) result.busy = "another run";
+        return;
+    }
+    CFolderRef source;
+    CFolderRef target;
+    if (!FoldersAreThere(session, result, source, target)) return;
+    const CStoreBatch sourceBatch(source.store);
+    const CStoreBatch targetBatch(target.store);
+    CSyncFolder run;
+    run.m_session = session.Mapi();
+    run.m_setting = &result.pair;
+    run.m_protocol = &result.protocol;
+    run.m_progress = &progress;
+    run.m_stripPrivate = result.pair.Has(SYNC_STRIP_PRIVATE);
+    run.m_skipPrivate = result.pair.Has(SYNC_SKIP_PRIVATE);
+    run.m_checkLitterBin = result.pair.Has(SYNC_CHECK_LITTER_BIN);
+    if (result.pair.Has(SYNC_TRACE_FILE)) run.OpenTraceFile();
+    run.SyncSubFolder(result.pair.m_sourceKey, result.pair.m_targetKey, result.pair.Has(SYNC_TO_TARGET),
+                      result.pair.Has(SYNC_FROM_TARGET), result.pair.Has(SYNC_DELETE_IN_TARGET),
+                      result.pair.Has(SYNC_SUBFOLDERS), result.pair.Has(SYNC_CREATE_SUBFOLDERS));
+    if (result.pair.Has(SYNC_TRACE_FILE)) run.CloseTraceFile();
+    result.outcome = run.m_outcome;
+    result.missingFolders = run.m_missingFolders;
+}
+
+std::string StateWord(int state) {
+    switch (state) {
+        case STATE_NONE:
+            return "kept";
+        case STATE_NEW:
+        case STATE_MOVED:
+            return "new";
+        case STATE_MODIFIED:
+            return "changed";
+        case STATE_CONFLICT:
+            return "conflict";
+        case STATE_DELETED:
+            return "deleted";
+        default:
+            return "looked at";
+    }
+}
+
+Json ResultToJson(const CPairResult& result) {
+    Json json = Json::object();
+    json["name"] = Utf8FromNarrow(result.label);
+    json["source"] = Utf8FromNarrow(result.pair.m_sourcePath);
+    json["target"] = Utf8FromNarrow(result.pair.m_targetPath);
+    if (!result.busy.empty()) json["busy"] = Utf8FromNarrow(result.busy);
+    if (!result.problem.empty()) json["problem"] = Utf8FromNarrow(result.problem);
+    Json entries = Json::array();
+    for (std::size_t i = 0; i < result.protocol.Count(); ++i) {
+        const CSyncProtocolEntry& entry = result.protocol.At(i);
+        entries.push_back({{"state", StateWord(entry.m_state)},
+                           {"subject", Utf8FromNarrow(entry.m_subject)},
+                           {"from", Utf8FromNarrow(entry.m_origin)},
+                           {"to", Utf8FromNarrow(entry.m_destination)},
+                           {"detail", Utf8FromNarrow(entry.m_detail)}});
+    }
+    json["protocol"] = std::move(entries);
+    json["source_changed"] = result.outcome.sourceChanged;
+    json["target_changed"] = result.outcome.targetChanged;
+    json["conflicts"] = result.outcome.conflicts;
+    json["failed"] = result.outcome.rowsFailed + result.outcome.phasesFailed + result.outcome.pairsNotOpened;
+    json["cancelled"] = result.outcome.cancelled;
+    Json missing = Json::array();
+    for (const std::string& path : result.missingFolders)
+        missing.push_back(Utf8FromNarrow(path));
+    json["missing_folders"] = std::move(missing);
+    return json;
+}
+
+void PrintResult(CConsole& console, const CPairResult& result) {
+    console.ClearTransient();
+    console.Out() << console.OnOut(CConsole::Style::Bold, OneLine(Utf8FromNarrow(result.label))) << ": "
+                  << OneLine(Utf8FromNarrow(result.pair.m_sourcePath)) << " and "
+                  << OneLine(Utf8FromNarrow(result.pair.m_targetPath)) << '\n';
+    if (!result.protocol.IsEmpty()) {
+        CListing listing(
+            {{"state", "What"}, {"subject", "Item"}, {"from", "From"}, {"to", "To"}, {"detail", "Done"}}, "");
+        const Json json = ResultToJson(result);
+        for (const Json& entry : json["protocol"])
+            listing.AddRow({entry["state"], entry["subject"], entry["from"], entry["to"], entry["detail"]});
+        listing.PrintTable(console);
+    }
+    PrintSummary(console, result);
+}

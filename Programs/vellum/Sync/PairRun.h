@@ -1,0 +1,41 @@
+// Running pairs for the command line: which ones, one at a time, and what came of them.
+#pragma once
+#include <Platform/Files.h>
+#include <Programs/vellum/Console/Listing.h>
+#include <Programs/vellum/Session/ProfileSession.h>
+#include <Tarn/Engine/syncfolder.h>
+
+#include <string>
+#include <vector>
+
+class CConsole;
+
+struct CPairResult {
+    CTarnSetting pair;
+    std::string label;
+    CSyncProtocol protocol;
+    CSyncOutcome outcome;
+    std::vector<std::string> missingFolders;
+    std::string busy;     // who holds the pair; empty: nobody
+    std::string problem;  // why it could not be begun; empty: it could
+};
+
+// Keeps other processes away from the two folders of a pair while it lives.
+class CPairLock {
+public:
+    // False where another run holds one of the folders; `holder` tells which.
+    bool TryLock(const CTarnSetting& pair, const std::string& label, std::string& holder);
+
+private:
+    CProcessLock m_first;
+    CProcessLock m_second;
+};
+
+// Runs one pair on this thread. Failures inside the run are in the outcome, what the engine had to say
+// about them went to the installed user interface.
+void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result);
+
+// The word for a protocol state: "new", "changed", "deleted", "conflict", "kept".
+std::string StateWord(int state);
+Json ResultToJson(const CPairResult& result);
+void PrintResult(CConsole& console, const CPairResult& result);
