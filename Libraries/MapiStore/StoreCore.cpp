@@ -282,6 +282,12 @@ void CStoreCore::AbandonSave() noexcept {
     m_names.Forget();
 }
 
+// Saves that were confirmed and could not be committed afterwards are told to the next one who saves.
+void CStoreCore::TellLostBatch() {
+    const HRESULT lost = std::exchange(m_lostBatch, S_OK);
+    if (FAILED(lost)) throw CStoreError(lost);
+}
+
 // A commit that fails takes back all that was gathered; the caller learns it from the code.
 void CStoreCore::CommitGathered() {
     if (!m_storage->InWrite()) return;
