@@ -13,30 +13,18 @@ enum Origin : LONG {
     ORIGIN_DELETED = 5242,
 };
 
-// A row as the rules look at it.
+// A row as the rules look at it. Views into the row set: most rows are unchanged, and nothing is copied
+// for those.
 struct RowFacts {
+    ULONG index = 0;
     SBinary identifier{};
     SBinary stamp{};
-    SBinary searchKey{};
-    std::string syncId;  // empty if the row's stamp is not its own
+    std::string_view syncId;  // empty if the row's stamp is not its own
     FILETIME modified{};
     FILETIME created{};
-    std::string name;
 
     bool IsStale() const { return stamp.cb != 0 && !EqualBinary(identifier, stamp); }
 };
-
-std::unique_ptr<CSyncMessage> NewRecord(const RowFacts& row, LONG state, LONG origin) {
-    auto record = std::make_unique<CSyncMessage>();
-    record->m_entryId = row.identifier;
-    record->m_syncId = row.syncId;
-    record->m_modified = row.modified;
-    record->m_created = row.created;
-    record->m_name = row.name;
-    record->m_state = state;
-    record->m_origin = origin;
-    return record;
-}
 
 std::string NameOfRow(const CMapiRowSet& rows, ULONG row) {
     const CMapiPropValue subject = rows.Cell(row, COL_SUBJECT);
@@ -65,9 +53,9 @@ public:
         if (m_run.HasFlag(SYNC_NEW_ONLY) &&
             CompareFileTimes(lastSyncTime, m_ownRows.Cell(index, COL_MODIFIED).Time()) > 0)
             return;
-        RowFacts row = Facts(index);
+        const RowFacts row = Facts(index);
         MARK_POSITION();
-        if (m_tracing) TraceRow(index, row);
+        if (m_tracing) TraceRow(row);
         const bool handled = row.syncId.empty() ? WithoutSyncId(row) : WithSyncId(row);
         if (handled || !m_run.m_checkTarget || !m_otherFolder) return;
         MARK_POSITION();
@@ -97,25 +85,36 @@ private:
     RowFacts Facts(ULONG index) {
         MARK_POSITION();
         RowFacts row;
+        row.index = index;
         row.modified = m_ownRows.Cell(index, COL_MODIFIED).Time();
         const CMapiPropValue created = m_ownRows.Cell(index, COL_CREATED);
         row.created = created.Time();
         if (const SBinary* identifier = RowIdentifier(m_ownRows, index)) row.identifier = *identifier;
-        row.searchKey = m_ownRows.Cell(index, COL_SEARCH_KEY).Binary();
         const CMapiPropValue stamp = m_ownRows.Cell(index, COL_STAMP);
         if (stamp.Type() == PT_BINARY) {
             row.stamp = stamp.Binary();
             const CMapiPropValue syncId = m_ownRows.Cell(index, COL_SYNC_ID);
-            if (syncId.Type() == PT_STRING8)
+            if (syncId.Type() == PT_STRING8 && syncId.Get()->Value.lpszA)
                 row.syncId = syncId.Get()->Value.lpszA;
             else
                 Trace(" moved entry, removing sync id \n");
         }
-        if (!EqualBinary(row.identifier, row.stamp)) row.syncId.clear();
+        if (!EqualBinary(row.identifier, row.stamp)) row.syncId = {};
         // Nobody after this may take the creation time from the row.
         if (!created.IsNull()) created.Get()->ulPropTag = PR_NULL;
-        row.name = NameOfRow(m_ownRows, index);
         return row;
+    }
+
+    std::unique_ptr<CSyncMessage> NewRecord(const RowFacts& row, LONG state, LONG origin) const {
+        auto record = std::make_unique<CSyncMessage>();
+        record->m_entryId = row.identifier;
+        record->m_syncId = row.syncId;
+        record->m_modified = row.modified;
+        record->m_created = row.created;
+        record->m_name = NameOfRow(m_ownRows, row.index);
+        record->m_state = state;
+        record->m_origin = origin;
+        return record;
     }
 
     // True if the row is dealt with; false if it is unchanged.
@@ -140,7 +139,7 @@ private:
         // Without another side to look at, the item counts as having no single counterpart.
         int hits = 2;
         std::vector<ULONG> found;
-        if (m_otherFolder) hits = OtherRows().FindRows(COL_SYNC_ID, row.syncId, found);
+        if (m_otherFolder) hits = OtherRows().FindRows(COL_SYNC_ID, std::string(row.syncId), found);
         if (hits != 1) {
             m_result.Add(NewRecord(row, STATE_NEW, ORIGIN_NEW));
         } else if (CompareFileTimes(row.modified, m_otherRows.Cell(found[0], COL_MODIFIED).Time()) == 0) {
@@ -151,17 +150,18 @@ private:
         return true;
     }
 
-    bool WithoutSyncId(RowFacts& row) {
+    bool WithoutSyncId(const RowFacts& row) {
         MARK_POSITION();
         MARK_INNER_POSITION();
         Trace(" --> New Element because syncIDSource is empty\n");
+        const SBinary searchKey = m_ownRows.Cell(row.index, COL_SEARCH_KEY).Binary();
         LONG comparison = 0;
         if (m_otherFolder && m_run.FindBySearchKey(m_ownData, row.identifier, OtherRows(), row.modified,
-                                                   row.searchKey, comparison))
+                                                   searchKey, comparison))
             return true;
-        row.syncId = HexFromBinary(row.searchKey);
         auto record = NewRecord(row, row.IsStale() ? STATE_MOVED : STATE_NEW, ORIGIN_NEW_WITHOUT_ID);
-        record->m_searchKey = row.searchKey;
+        record->m_syncId = HexFromBinary(searchKey);
+        record->m_searchKey = searchKey;
         Trace("New object");
         m_result.Add(std::move(record));
         return true;
@@ -181,10 +181,10 @@ private:
         if (m_tracing) TraceText(m_run.m_traceFile, text);
     }
 
-    void TraceRow(ULONG index, const RowFacts& row) {
-        Trace("Row %d %s %s %s, mod: %x, %x\n", static_cast<int>(index), row.name.c_str(),
-              HexFromBinary(row.identifier).c_str(), row.syncId.c_str(),
-              static_cast<unsigned>(row.modified.dwLowDateTime),
+    void TraceRow(const RowFacts& row) {
+        Trace("Row %d %s %s %s, mod: %x, %x\n", static_cast<int>(row.index),
+              NameOfRow(m_ownRows, row.index).c_str(), HexFromBinary(row.identifier).c_str(),
+              std::string(row.syncId).c_str(), static_cast<unsigned>(row.modified.dwLowDateTime),
               static_cast<unsigned>(row.modified.dwHighDateTime));
     }
 
