@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <utility>
 
 #include "PropertyBag.h"
 #include "SqliteStorage.h"
