@@ -118,10 +118,12 @@ void AppendSingle(const SPropValue& value, std::string& bytes) {
 // A table cell shows the beginning, without cutting a character in two.
 std::string_view CutText(std::string_view utf8, bool cell) {
     if (!cell || utf8.size() <= kCellCharacters) return utf8;
-    std::size_t cb = kCellCharacters;
-    while (cb > 0 && (static_cast<unsigned char>(utf8[cb]) & 0xC0) == 0x80)
-        --cb;
-    return utf8.substr(0, cb);
+    std::size_t characters = 0;
+    for (std::size_t at = 0; at < utf8.size(); ++at) {
+        const bool continues = (static_cast<unsigned char>(utf8[at]) & 0xC0) == 0x80;
+        if (!continues && characters++ == kCellCharacters) return utf8.substr(0, at);
+    }
+    return utf8;
 }
 
 std::string_view CutBinary(std::string_view bytes, bool cell) {
