@@ -63,9 +63,8 @@ public:
     }
 
     void Deletions() {
-        for (const CSyncFileEntry* entry : m_ownData.InKeyOrder()) {
+        for (const CSyncFileEntry* entry : m_ownData.UnseenInKeyOrder()) {
             try {
-                if (entry->seen == 1) continue;
                 auto record = std::make_unique<CSyncMessage>();
                 record->m_syncId = entry->syncId;
                 record->m_name = entry->name;

@@ -164,10 +164,19 @@ void CSyncFileMap::SetSeen(LONG seen) {
 }
 
 std::vector<CSyncFileEntry*> CSyncFileMap::InKeyOrder() {
+    return Ordered(false);
+}
+
+std::vector<CSyncFileEntry*> CSyncFileMap::UnseenInKeyOrder() {
+    return Ordered(true);
+}
+
+std::vector<CSyncFileEntry*> CSyncFileMap::Ordered(bool unseenOnly) {
     std::vector<CSyncFileEntry*> ordered;
-    ordered.reserve(Count());
-    for (CSyncFileEntry& entry : m_entries)
+    for (CSyncFileEntry& entry : m_entries) {
+        if (unseenOnly && entry.seen == 1) continue;
         if (m_byIdentifier.Find(IdentifierKey(entry)) == &entry) ordered.push_back(&entry);
+    }
     std::sort(ordered.begin(), ordered.end(), [](const CSyncFileEntry* a, const CSyncFileEntry* b) {
         return IdentifierKey(*a) < IdentifierKey(*b);
     });

@@ -71,6 +71,8 @@ public:
     void SetSeen(LONG seen);
     // The entries of the first map, ordered by the bytes of their keys. Sorted anew at each call.
     std::vector<CSyncFileEntry*> InKeyOrder();
+    // Only those that are not marked as seen: after most runs none, and then nothing is sorted.
+    std::vector<CSyncFileEntry*> UnseenInKeyOrder();
     // Entries in the first map.
     size_t Count() const { return m_byIdentifier.Count(); }
 
@@ -83,6 +85,7 @@ public:
 
 private:
     void Enter(CSyncFileEntry& entry);
+    std::vector<CSyncFileEntry*> Ordered(bool unseenOnly);
 
     std::string m_bytes;               // what Parse was given; the texts point into it
     std::deque<std::string> m_copies;  // texts of Add
