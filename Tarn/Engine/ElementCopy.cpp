@@ -155,7 +155,6 @@ void CElementCopy::CopyToTarget() {
 
 void CElementCopy::SaveTarget() {
     const bool link = NeedsLink();
-    if (link) StampBeforeSave();
     MARK_POSITION();
     if (m_isNew) m_result = RowResult::MaybeSaved;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
@@ -182,14 +181,7 @@ bool CElementCopy::NeedsLink() const {
            !occursOnce(m_route.sourceRows, m_target.GetBinProp(PR_SEARCH_KEY));
 }
 
-// The stamp holds the item's own entry ID. Where that is known before the save, one save does for the
-// contents and the stamp.
-void CElementCopy::StampBeforeSave() {
-    CMapiPropValues own;
-    if (m_target.GetPropsHr(0, own, {PR_ENTRYID, PR_PARENT_ENTRYID}) < 0) return;
-    if (own[0].Binary().cb != 0 && own[1].Binary().cb != 0) m_engine.SetSyncID(m_target, m_syncId, false);
-}
-
+// Only now: the stamp holds the target's own entry ID, which a new item has not had before its save.
 void CElementCopy::Link() {
     EnsureSyncId(m_target, m_source, m_syncId);
     if (m_engine.SetSyncID(m_source, m_syncId, false)) m_source.SaveChanges(KEEP_OPEN_READWRITE);

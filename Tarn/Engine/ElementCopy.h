@@ -52,7 +52,6 @@ private:
     void CopyToTarget();
     void SaveTarget();
     bool NeedsLink() const;
-    void StampBeforeSave();
     void Link();
     void FillRecord(CSyncTargetRecord& record) const;
 
