@@ -11,7 +11,7 @@ inline constexpr char kStoreServiceName[] = "VELLUM";
 //   PR_RESOURCE_FLAGS           STATUS_DEFAULT_STORE makes it the default store of its profile
 //   PR_STORE_TABLES_SHORT_TERM  true: tables give short-term entry IDs and the long-term ones in
 //                               PR_LONGTERM_ENTRYID_FROM_TABLE; only for a store not yet opened
-inline constexpr ULONG PR_STORE_TABLES_SHORT_TERM = PROP_TAG(PT_BOOLEAN, 0x6601);
+inline constexpr ULONG PR_STORE_TABLES_SHORT_TERM = PROP_TAG(PT_BOOLEAN, 0x6600);
 
 // {6B8E2F2A-5E0B-4C57-9E47-0C5C2B8C1D01}
 inline constexpr GUID IID_IStoreBatch = {
