@@ -17,8 +17,6 @@ else()
   find_package(SQLite3 REQUIRED)
   target_link_libraries(Sqlite INTERFACE SQLite::SQLite3)
 
-  find_package(PkgConfig REQUIRED)
-  pkg_check_modules(Gsf REQUIRED IMPORTED_TARGET libgsf-1)
   find_library(VELLUM_LIBPFF pff REQUIRED)
 endif()
 

@@ -14,6 +14,8 @@ endif()
 if(WIN32)
   add_compile_definitions(_WIN32_WINNT=0x0601 WINVER=0x0601 WIN32_LEAN_AND_MEAN NOMINMAX)
   add_link_options(-static -static-libgcc -static-libstdc++)
+  # Programs find a DLL beside them.
+  set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 endif()
 
 find_program(VELLUM_CCACHE ccache)

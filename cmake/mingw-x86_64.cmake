@@ -7,8 +7,11 @@ set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
-# The test programs run under Wine.
-find_program(VELLUM_WINE NAMES wine64 wine HINTS /usr/lib/wine /usr/bin NO_CMAKE_FIND_ROOT_PATH)
+# The test programs run under Wine. The wrapper script of the package complains about a missing 32-bit
+# half, so the program behind it comes first.
+find_program(VELLUM_WINE NAMES wine64 wine PATHS /usr/lib/wine /usr/bin NO_DEFAULT_PATH)
 if(VELLUM_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${VELLUM_WINE})
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/run-under-wine.in ${CMAKE_BINARY_DIR}/run-under-wine
+                 @ONLY FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_BINARY_DIR}/run-under-wine)
 endif()

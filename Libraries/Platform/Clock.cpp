@@ -1,7 +1,6 @@
 #include <Platform/Clock.h>
 #include <Platform/OfTarget.h>
 
-#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -18,9 +17,6 @@ constexpr int FirstYear = 1601;
 constexpr int LastYear = 30827;
 constexpr sys_days Epoch{std::chrono::year{FirstYear} / 1 / 1};
 
-std::atomic<bool> g_overridden{false};
-std::atomic<std::uint64_t> g_ticks{0};
-
 // The days since the epoch become year and day of year by hand: the calendar of the standard library
 // does not have to reach beyond the year 32767 and here stays within four centuries.
 constexpr std::uint64_t DaysPer400Years = 146'097;
@@ -28,28 +24,28 @@ constexpr std::uint64_t DaysPer400Years = 146'097;
 }  // namespace
 
 FILETIME UtcNow() {
-    if (g_overridden) return FileTimeOf(g_ticks);
+    if (SharedClockState().overridden) return FileTimeOf(SharedClockState().ticks);
     const auto sinceUnix = std::chrono::system_clock::now().time_since_epoch();
     const auto sinceEpoch = std::chrono::sys_time<days>{} - Epoch;
     return FileTimeOf(std::chrono::duration_cast<Ticks>(sinceUnix + sinceEpoch).count());
 }
 
 SYSTEMTIME LocalNow() {
-    if (!g_overridden) return SystemLocalTime();
+    if (!SharedClockState().overridden) return SystemLocalTime();
     SYSTEMTIME st;
-    SplitFileTime(FileTimeOf(g_ticks), st);
+    SplitFileTime(FileTimeOf(SharedClockState().ticks), st);
     return st;
 }
 
 DWORD TickCount() {
-    if (g_overridden) return static_cast<DWORD>(g_ticks / TicksPerMs);
+    if (SharedClockState().overridden) return static_cast<DWORD>(SharedClockState().ticks / TicksPerMs);
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return static_cast<DWORD>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
 void SleepMs(DWORD ms) {
-    if (g_overridden) {
-        g_ticks += ms * TicksPerMs;
+    if (SharedClockState().overridden) {
+        SharedClockState().ticks += ms * TicksPerMs;
         return;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
@@ -91,14 +87,14 @@ bool JoinFileTime(const SYSTEMTIME& st, FILETIME& ft) {
 }
 
 CClockOverride::CClockOverride(FILETIME start) {
-    g_ticks = TicksOf(start);
-    g_overridden = true;
+    SharedClockState().ticks = TicksOf(start);
+    SharedClockState().overridden = true;
 }
 
 CClockOverride::~CClockOverride() {
-    g_overridden = false;
+    SharedClockState().overridden = false;
 }
 
 void CClockOverride::Advance(std::uint64_t ticks) {
-    g_ticks += ticks;
+    SharedClockState().ticks += ticks;
 }

@@ -5,9 +5,9 @@
 #include <cstdint>
 
 FILETIME UtcNow();
-SYSTEMTIME LocalNow();       // local wall clock
-DWORD TickCount();           // milliseconds, wraps at 32 bits
-void SleepMs(DWORD ms);      // returns at once while a CClockOverride is in force, which it advances
+SYSTEMTIME LocalNow();   // local wall clock
+DWORD TickCount();       // milliseconds, wraps at 32 bits
+void SleepMs(DWORD ms);  // returns at once while a CClockOverride is in force, which it advances
 
 // Published conversions without time-zone arithmetic. SplitFileTime answers false and zeroes the
 // result for a value past 30827 AD; JoinFileTime answers false for a date that does not exist.

@@ -4,17 +4,25 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 
 namespace {
 
-std::mutex g_lock;
-std::string g_base;  // guarded by g_lock
+// The variable is where the base lies: so other modules of this process, which carry a copy of this
+// room, and programs that it starts use the same places.
+constexpr char BaseVariable[] = "VELLUM_DATA_DIR";
+
+std::mutex g_lock;                         // guards the next one and changes of the variable
+std::optional<std::string> g_fromOutside;  // what the variable held before the first SetBaseDirectory
+
+std::string Variable() {
+    const char* set = std::getenv(BaseVariable);
+    return set ? set : "";
+}
 
 std::string BaseDirectory() {
     const std::lock_guard guard(g_lock);
-    if (!g_base.empty()) return g_base;
-    const char* outside = std::getenv("VELLUM_DATA_DIR");
-    return outside ? outside : "";
+    return Variable();
 }
 
 std::string Made(const std::string& path) {
@@ -40,5 +48,6 @@ std::string DataDirectory() {
 
 void SetBaseDirectory(const std::string& base) {
     const std::lock_guard guard(g_lock);
-    g_base = base;
+    if (!g_fromOutside) g_fromOutside = Variable();
+    SetEnvironment(BaseVariable, base.empty() ? *g_fromOutside : base);
 }

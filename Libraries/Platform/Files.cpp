@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <system_error>
 
@@ -27,6 +28,17 @@ std::string TemporaryBeside(const std::string& path) {
     static std::atomic<unsigned> counter{0};
     const auto now = fs::file_time_type::clock::now().time_since_epoch().count();
     return path + "." + std::to_string(now) + "." + std::to_string(++counter) + ".tmp";
+}
+
+// FILETIME ticks; 0 for an entry that has just gone.
+std::uint64_t Written(const fs::directory_entry& entry) {
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+    std::error_code error;
+    const auto time = entry.last_write_time(error);
+    if (error) return 0;
+    const auto sinceUnix = fs::file_time_type::clock::to_sys(time).time_since_epoch();
+    constexpr auto unixEpoch = Ticks(116'444'736'000'000'000);
+    return static_cast<std::uint64_t>((std::chrono::duration_cast<Ticks>(sinceUnix) + unixEpoch).count());
 }
 
 }  // namespace
@@ -93,7 +105,7 @@ std::vector<DirectoryEntry> ListDirectory(const std::string& path) {
         std::error_code ofEntry;
         const bool isDirectory = it->is_directory(ofEntry);
         const auto cb = isDirectory ? 0 : it->file_size(ofEntry);
-        entries.push_back({NarrowPath(it->path().filename()), isDirectory, ofEntry ? 0 : cb});
+        entries.push_back({NarrowPath(it->path().filename()), isDirectory, ofEntry ? 0 : cb, Written(*it)});
     }
     if (error) SetLastFileError(error);
     std::sort(entries.begin(), entries.end(),

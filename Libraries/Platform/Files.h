@@ -20,6 +20,7 @@ struct DirectoryEntry {
     std::string name;  // without path
     bool isDirectory;
     std::uint64_t cbSize;
+    std::uint64_t written;  // time of the last change, FILETIME ticks
 };
 // Entries without "." and "..", sorted by name in byte order; empty if the directory does not open.
 std::vector<DirectoryEntry> ListDirectory(const std::string& path);
@@ -29,7 +30,7 @@ bool ReadFileBytes(const std::string& path, std::string& bytes);
 // old bytes or the new ones, also after a crash.
 bool WriteFileDurably(const std::string& path, const std::string& bytes);
 
-std::string LastFileError();            // text of the last failure on this thread
+std::string LastFileError();  // text of the last failure on this thread
 std::string JoinPath(const std::string& directory, const std::string& name);
 
 // A lock on a file that the system takes back when the process dies. Movable, unlocks when destroyed.

@@ -2,11 +2,23 @@
 // For this room only.
 #pragma once
 #include <windows.h>
+#include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <system_error>
 
 SYSTEMTIME SystemLocalTime();  // the real wall clock, whatever CClockOverride says
+
+// The clock of CClockOverride: one for all modules of the process that carry a copy of this room.
+struct ClockState {
+    std::atomic<bool> overridden{false};
+    std::atomic<std::uint64_t> ticks{0};
+};
+ClockState& SharedClockState();
+
+// For this process, its other modules and its children; empty takes the variable away.
+void SetEnvironment(const char* name, const std::string& value);
 
 // Paths in the system's code page and what the standard library makes of them.
 std::filesystem::path NativePath(const std::string& path);

@@ -51,6 +51,19 @@ SYSTEMTIME SystemLocalTime() {
     return st;
 }
 
+ClockState& SharedClockState() {
+    static ClockState state;
+    return state;
+}
+
+void SetEnvironment(const char* name, const std::string& value) {
+    if (value.empty()) {
+        ::unsetenv(name);
+    } else {
+        ::setenv(name, value.c_str(), 1);
+    }
+}
+
 std::filesystem::path NativePath(const std::string& path) {
     return path;
 }

@@ -1,0 +1,97 @@
+#include <Platform/Machine.h>
+#include <Platform/OfTarget.h>
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::string EnvironmentDirectory(const char* variable) {
+    const char* set = std::getenv(variable);
+    return std::string(set && *set ? set : ".") + "\\Vellum";
+}
+
+// The module that this code was linked into: the add-in's DLL or the program.
+HMODULE OwnModule() {
+    HMODULE module = nullptr;
+    constexpr DWORD flags =
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    GetModuleHandleExA(flags, reinterpret_cast<LPCSTR>(&OwnModule), &module);
+    return module;
+}
+
+DWORD WriteAll(HANDLE file, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        constexpr size_t most = 1u << 30;
+        const size_t rest = bytes.size() - done;
+        DWORD n = 0;
+        if (!WriteFile(file, bytes.data() + done, static_cast<DWORD>(rest < most ? rest : most), &n,
+                       nullptr)) {
+            return GetLastError();
+        }
+        done += n;
+    }
+    return FlushFileBuffers(file) ? ERROR_SUCCESS : GetLastError();
+}
+
+ClockState* MapClockState() {
+    const std::string name = "Local\\VellumClock-" + std::to_string(GetCurrentProcessId());
+    const HANDLE mapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                              sizeof(ClockState), name.c_str());
+    void* view = mapping ? MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(ClockState)) : nullptr;
+    // A new mapping is all zero, which is the state without an override.
+    return view ? static_cast<ClockState*>(view) : new ClockState;
+}
+
+}  // namespace
+
+SYSTEMTIME SystemLocalTime() {
+    SYSTEMTIME st;
+    GetLocalTime(&st);
+    return st;
+}
+
+// A DLL of ours in the process carries a copy of this room; both have to see the same clock.
+ClockState& SharedClockState() {
+    static ClockState* const state = MapClockState();
+    return *state;
+}
+
+void SetEnvironment(const char* name, const std::string& value) {
+    _putenv((std::string(name) + "=" + value).c_str());
+}
+
+std::filesystem::path NativePath(const std::string& path) {
+    return WideFromNarrow(path);
+}
+std::string NarrowPath(const std::filesystem::path& path) {
+    return NarrowFromWide(path.wstring());
+}
+
+int WriteAndFlush(const std::string& path, const std::string& bytes) {
+    const HANDLE file =
+        CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
+    const DWORD code = WriteAll(file, bytes);
+    CloseHandle(file);
+    return static_cast<int>(code);
+}
+
+// The file system keeps renames in order by itself.
+void FlushDirectory(const std::string&) {}
+
+std::string SystemModuleDirectory() {
+    char path[MAX_PATH] = {};
+    const DWORD length = GetModuleFileNameA(OwnModule(), path, MAX_PATH);
+    const std::string text(path, length < MAX_PATH ? length : 0);
+    const size_t separator = text.rfind('\\');
+    return separator == std::string::npos ? "." : text.substr(0, separator);
+}
+
+std::string SystemConfigDirectory() {
+    return EnvironmentDirectory("APPDATA");
+}
+std::string SystemDataDirectory() {
+    return EnvironmentDirectory("LOCALAPPDATA");
+}
