@@ -40,6 +40,7 @@ public:
     std::vector<CComPtr<CFakeAttach>> attachments;
     std::vector<CFakeTable::CRow> recipients;
     HRESULT recipientResult = S_OK;
+    HRESULT openAttachResult = S_OK;
     std::vector<std::string> addedAddresses;
     bool Offers(const IID& iid) const override { return iid == IID_IMAPIProp || iid == IID_IMessage; }
     HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG, LPMAPITABLE* out) override {
@@ -52,6 +53,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID, ULONG, LPATTACH* out) override {
+        if (openAttachResult < 0) return openAttachResult;
         if (number >= attachments.size()) return static_cast<HRESULT>(MAPI_E_NOT_FOUND);
         *out = attachments[number].Get();
         (*out)->AddRef();
