@@ -314,14 +314,7 @@ IMessagePtr CSyncFolder::OpenRowMessage(CSyncMessage& row, const IMAPIFolderPtr&
     return row.m_message ? row.m_message : OpenMessage(sourceFolder, row.m_entryId);
 }
 
-// A move that fails leaves a second item beside its new version for good, so one refusal is not the last
-// word.
 void CSyncFolder::DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,
                                  const IMAPIFolderPtr& overwriteFolder) {
-    if (!overwriteFolder) return;
-    SBinary entry = entryId;
-    ENTRYLIST list = {1, &entry};
-    for (int attempt = 0; attempt < 2; ++attempt)
-        if (folder->CopyMessages(&list, nullptr, overwriteFolder.Get(), 0, nullptr, MESSAGE_MOVE) == S_OK)
-            return;
+    MoveAside(folder, entryId, overwriteFolder);
 }

@@ -38,16 +38,20 @@ void CElementCopy::FindTargetRow(bool useRowSyncId, bool allowSearch) {
 }
 
 int CElementCopy::SearchSimilar() {
+    // The search would open the item to learn its key, which is known here. The row goes without it: a
+    // second try must not find by key what the first did not.
+    const CMapiBinary rowKey = m_row.m_searchKey;
+    int found = -1;
     try {
-        // The search would open the item to learn its key, which is known here.
-        if (m_row.m_searchKey.IsEmpty()) m_row.m_searchKey = m_facts.searchKey;
-        return m_engine.FindSimilarObject(&m_row, m_route.targetRows, m_route.sourceFolder,
-                                          m_route.targetFolder);
+        if (rowKey.IsEmpty()) m_row.m_searchKey = m_facts.searchKey;
+        found = m_engine.FindSimilarObject(&m_row, m_route.targetRows, m_route.sourceFolder,
+                                           m_route.targetFolder);
     } catch (...) {
         TraceText(m_engine.m_traceFile,
                   "idRow = FindSimilarObject(smsg,rowsTarget,fldrSource,fldrTarget); failed\n");
-        return -1;
     }
+    m_row.m_searchKey = rowKey;
+    return found;
 }
 
 // False: the two were changed at the same time, so there is nothing to carry.
@@ -154,7 +158,6 @@ void CElementCopy::CopyToTarget() {
 }
 
 void CElementCopy::SaveTarget() {
-    const bool link = NeedsLink();
     MARK_POSITION();
     if (m_isNew) m_result = RowResult::MaybeSaved;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
@@ -168,17 +171,20 @@ void CElementCopy::SaveTarget() {
     m_engine.NoteChanged();
     if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
     MARK_POSITION();
-    if (link) Link();
+    if (NeedsLink()) Link();
 }
 
+// Two items whose keys occur once on each side count as linked by them. A key that cannot be read links
+// nothing.
 bool CElementCopy::NeedsLink() const {
     const auto occursOnce = [](const CMapiRowSet& rows, const SBinary& key) {
         std::vector<ULONG> found;
         return rows.FindRows(COL_SEARCH_KEY, HexFromBinary(key), found) == 1;
     };
-    // The target's key came with the copy.
-    return !occursOnce(m_route.targetRows, m_facts.searchKey) ||
-           !occursOnce(m_route.sourceRows, m_target.GetBinProp(PR_SEARCH_KEY));
+    CMapiPropValue key;
+    if (m_target.GetOneProp(PR_SEARCH_KEY, key) < 0) return true;
+    return !occursOnce(m_route.sourceRows, key.Binary()) ||
+           !occursOnce(m_route.targetRows, m_facts.searchKey);
 }
 
 // Only now: the stamp holds the target's own entry ID, which a new item has not had before its save.

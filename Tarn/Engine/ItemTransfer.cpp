@@ -198,3 +198,15 @@ bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syn
     engine.SetSyncID(message, syncId, false);
     return true;
 }
+
+// A move that fails leaves a second item beside its new version for good, so one refusal is not the last
+// word.
+bool MoveAside(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& overwriteFolder) {
+    if (!overwriteFolder) return false;
+    SBinary entry = entryId;
+    ENTRYLIST list = {1, &entry};
+    for (int attempt = 0; attempt < 2; ++attempt)
+        if (folder->CopyMessages(&list, nullptr, overwriteFolder.Get(), 0, nullptr, MESSAGE_MOVE) == S_OK)
+            return true;
+    return false;
+}

@@ -68,6 +68,9 @@ void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMess
 // link in the next run. True if the message has to be saved.
 bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId);
 
+// Moves the entry out of `folder`. False where the store refuses twice, or without an overwrite folder.
+bool MoveAside(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& overwriteFolder);
+
 // How far a row got. What stopped before the save can be tried again without doubling anything.
 enum class RowResult { Done, NotSaved, MaybeSaved };
 

@@ -115,8 +115,10 @@ void CResync::Save(const CItemFacts& facts) {
 }
 
 void CResync::FinishNewTarget(const CItemFacts& facts) {
-    m_engine.DeleteRowEntry(m_targetFolder, m_targetEntryId, m_engine.m_overwriteFolder);
-    if (m_engine.HasFlag(SYNC_ALWAYS_RENEW)) {
+    // What was moved is not named again: where a store keeps the entry ID of a moved item, that would
+    // destroy it in its new place.
+    const bool moved = MoveAside(m_targetFolder, m_targetEntryId, m_engine.m_overwriteFolder);
+    if (!moved && m_engine.HasFlag(SYNC_ALWAYS_RENEW)) {
         SBinary entry = m_targetEntryId;
         ENTRYLIST list = {1, &entry};
         m_targetFolder->DeleteMessages(&list, 0, nullptr, 0);
