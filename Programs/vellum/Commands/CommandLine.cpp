@@ -3,6 +3,7 @@
 #include <Platform/Directories.h>
 #include <Platform/Machine.h>
 #include <Programs/vellum/Commands/CommandContext.h>
+#include <Programs/vellum/Commands/QueryCommand.h>
 #include <Programs/vellum/Console/CommandLineUi.h>
 #include <Programs/vellum/Console/Interrupt.h>
 #include <Programs/vellum/Console/TraceFile.h>
@@ -60,6 +61,7 @@ void AddCommands(CCommandTable& table) {
     AddItemCommands(table);
     AddPairCommands(table);
     AddSyncCommand(table);
+    AddQueryCommands(table);
 }
 
 // The words of the deepest command that the line reached, for the hint behind an error.

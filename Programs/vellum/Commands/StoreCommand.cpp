@@ -26,10 +26,10 @@ int ListStores(CCommandContext& context) {
     return Code(ExitCode::Done);
 }
 
-int CreateStore(CCommandContext& context, const std::string& name, bool longTermIds) {
+int CreateStore(CCommandContext& context, const std::string& name, bool shortTermTables) {
     CProfileAdmin admin;
     const std::string profile = admin.Resolve(context.Options().profile);
-    admin.CreateStore(profile, name, longTermIds);
+    admin.CreateStore(profile, name, shortTermTables);
     context.Console().Note("Created the store \"" + name + "\" in the profile \"" + profile + "\".");
     return Code(ExitCode::Done);
 }
@@ -80,9 +80,10 @@ int SetDefaultStore(CCommandContext& context, const std::string& name) {
     const CStoreInfo store = session.FindStore(name);
     if (store.isDefault) return Code(ExitCode::Done);
     // The list of pairs lies in the default store and goes with it.
-    const auto pairs = CPairStore(session).Load();
+    CPairStore list(session);
+    const auto pairs = list.Load();
     session.SetDefaultStore(store);
-    if (!pairs.empty()) CPairStore(session).Save(pairs);
+    list.Save(pairs);
     context.Console().Note("\"" + name + "\" is the default store now.");
     return Code(ExitCode::Done);
 }
@@ -93,7 +94,7 @@ void AddStoreCommands(CCommandTable& table) {
     struct Arguments {
         std::string name;
         bool force = false;
-        bool longTermIds = false;
+        bool shortTermTables = false;
     };
     auto arguments = std::make_shared<Arguments>();
     CLI::App& group = table.AddGroup("store", "Stores of a profile: each is a file of folders and items",
@@ -102,11 +103,12 @@ void AddStoreCommands(CCommandTable& table) {
     CLI::App& create =
         table.AddCommand(group, "create", "Create a store; the first one becomes the default",
                          "store create Home", [arguments](CCommandContext& context) {
-                             return CreateStore(context, arguments->name, arguments->longTermIds);
+                             return CreateStore(context, arguments->name, arguments->shortTermTables);
                          });
     create.add_option("NAME", arguments->name, "Its name")->required();
-    create.add_flag("--long-term-ids", arguments->longTermIds,
-                    "Its tables also give long-term entry IDs, as those of some servers do");
+    create.add_flag(
+        "--short-term-tables", arguments->shortTermTables,
+        "Its tables give short-term entry IDs beside the long-term ones, as those of some servers do");
     CLI::App& remove = table.AddCommand(group, "remove", "Remove a store with its items",
                                         "store remove Old --force", [arguments](CCommandContext& context) {
                                             return RemoveStore(context, arguments->name, arguments->force);

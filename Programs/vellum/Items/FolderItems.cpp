@@ -3,9 +3,8 @@
 #include <MapiWrapper/MapiWrapper_std.h>
 #include <Platform/Clock.h>
 #include <Programs/vellum/Items/ItemReport.h>
+#include <Programs/vellum/Items/QueryReport.h>
 #include <Programs/vellum/Session/Explain.h>
-#include <Tools/CompileRestriction.h>
-#include <Tools/INIQuerys.h>
 
 #include <algorithm>
 #include <set>
@@ -56,24 +55,10 @@ std::vector<CItemRow> ReadItems(const CFolderRef& folder) {
     return items;
 }
 
-// The compiler with the stored queries that it may call.
-struct CCompiledQuery {
-    CCompiledQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query)
-        : queries(LoadStoredQueries()) {
-        PrepareQueryCompiler(compiler, folder.folder.Get(), session.Mapi().Raw(), &queries);
-        if (compiler.Compile(query)) return;
-        std::string words = compiler.ErrorText();
-        words.erase(0, words.find_first_not_of(' '));
-        throw CCommandError(ExitCode::Usage, "The query cannot be understood: " + words,
-                            query + "\n  " + std::string(compiler.ErrorOffset(), ' ') + "^");
-    }
-    CINIQuerys queries;
-    CCompileRestriction compiler;
-};
-
 std::set<std::string> FittingIds(CProfileSession& session, const CFolderRef& folder,
                                  const std::string& query) {
-    CCompiledQuery compiled(session, folder, query);
+    CQueryCompiler compiled(folder.folder, session.Mapi());
+    compiled.Compile(query);
     const IMAPITablePtr table = folder.folder._rawContentsTable();
     if (SRestriction* restriction = compiled.compiler.Restriction()) {
         try {
@@ -104,7 +89,7 @@ std::string Upper(std::string text) {
 }  // namespace
 
 void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query) {
-    CCompiledQuery(session, folder, query);
+    CQueryCompiler(folder.folder, session.Mapi()).Compile(query);
 }
 
 std::vector<CItemRow> ListItems(CProfileSession& session, const CFolderRef& folder,

@@ -2,14 +2,13 @@
 #include <Programs/vellum/Session/ProfileAdmin.h>
 
 #include <Platform/Directories.h>
+#include <Platform/StoreExtensions.h>
 #include <Programs/vellum/Session/Explain.h>
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
-
-constexpr const char* serviceName = "VELLUM";
 
 LPTSTR Narrow(const std::string& text) {
     return reinterpret_cast<LPTSTR>(const_cast<char*>(text.c_str()));
@@ -43,7 +42,7 @@ std::vector<CServiceInfo> ReadServices(IMsgServiceAdmin* admin) {
     std::vector<CServiceInfo> services;
     for (ULONG i = 0; i < rows.Count(); ++i) {
         const SBinary uid = rows.Cell(i, 2).Binary();
-        if (rows.Cell(i, 1).Str() != serviceName || uid.cb != sizeof(MAPIUID)) continue;
+        if (rows.Cell(i, 1).Str() != kStoreServiceName || uid.cb != sizeof(MAPIUID)) continue;
         CServiceInfo service;
         service.name = rows.Cell(i, 0).Str();
         std::memcpy(&service.uid, uid.lpb, sizeof(MAPIUID));
@@ -52,13 +51,13 @@ std::vector<CServiceInfo> ReadServices(IMsgServiceAdmin* admin) {
     return services;
 }
 
-void ConfigureStore(IMsgServiceAdmin* admin, MAPIUID uid, const std::string& name, bool longTermIds) {
+void ConfigureStore(IMsgServiceAdmin* admin, MAPIUID uid, const std::string& name, bool shortTermTables) {
     SPropValue values[2]{};
     values[0].ulPropTag = PR_DISPLAY_NAME_A;
     values[0].Value.lpszA = const_cast<char*>(name.c_str());
-    values[1].ulPropTag = PROP_TAG(PT_BOOLEAN, 0x6600);
+    values[1].ulPropTag = PR_STORE_TABLES_SHORT_TERM;
     values[1].Value.b = TRUE;
-    const HRESULT hr = admin->ConfigureMsgService(&uid, 0, 0, longTermIds ? 2 : 1, values);
+    const HRESULT hr = admin->ConfigureMsgService(&uid, 0, 0, shortTermTables ? 2 : 1, values);
     if (hr >= 0) return;
     admin->DeleteMsgService(&uid);
     CheckCall(hr, "The store \"" + name + "\" cannot be created", ExitCode::NotOpen);
@@ -140,7 +139,7 @@ std::vector<CServiceInfo> CProfileAdmin::Stores(const std::string& profile) cons
     return ReadServices(Services(profile).Get());
 }
 
-void CProfileAdmin::CreateStore(const std::string& profile, const std::string& name, bool longTermIds) {
+void CProfileAdmin::CreateStore(const std::string& profile, const std::string& name, bool shortTermTables) {
     CheckName(name, "store");
     const auto admin = Services(profile);
     const auto before = ReadServices(admin.Get());
@@ -148,13 +147,13 @@ void CProfileAdmin::CreateStore(const std::string& profile, const std::string& n
         if (service.name == name)
             throw CCommandError(ExitCode::Usage, "There is a store \"" + name + "\" in the profile \"" +
                                                      profile + "\" already");
-    CheckCall(admin->CreateMsgService(Narrow(serviceName), Narrow(name), 0, 0),
+    CheckCall(admin->CreateMsgService(Narrow(kStoreServiceName), Narrow(name), 0, 0),
               "The store \"" + name + "\" cannot be created", ExitCode::NotOpen);
     for (const CServiceInfo& service : ReadServices(admin.Get())) {
         const bool isOld = std::any_of(before.begin(), before.end(), [&](const CServiceInfo& old) {
             return std::memcmp(&old.uid, &service.uid, sizeof(MAPIUID)) == 0;
         });
-        if (!isOld) return ConfigureStore(admin.Get(), service.uid, name, longTermIds);
+        if (!isOld) return ConfigureStore(admin.Get(), service.uid, name, shortTermTables);
     }
     throw CCommandError(ExitCode::Internal, "The new store \"" + name + "\" does not turn up in the profile");
 }

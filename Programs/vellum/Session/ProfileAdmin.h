@@ -34,8 +34,9 @@ public:
 
     // Stores of a profile. The first one becomes its default store.
     std::vector<CServiceInfo> Stores(const std::string& profile) const;
-    // `longTermIds`: the store's tables also give long-term entry IDs, as some servers' do.
-    void CreateStore(const std::string& profile, const std::string& name, bool longTermIds);
+    // `shortTermTables`: the store's tables give short-term entry IDs beside the long-term ones, as those
+    // of some servers do.
+    void CreateStore(const std::string& profile, const std::string& name, bool shortTermTables);
     void RemoveStore(const std::string& profile, const std::string& name);
 
 private:

@@ -7,6 +7,7 @@
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/ItemReport.h>
 #include <Programs/vellum/Session/StoreBatch.h>
+#include <Tarn/Settings/RunDispatch.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -78,13 +79,8 @@ void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& res
     const CStoreBatch sourceBatch(source.store);
     const CStoreBatch targetBatch(target.store);
     CSyncFolder run;
-    run.m_session = session.Mapi();
-    run.m_setting = &result.pair;
-    run.m_protocol = &result.protocol;
+    PrepareFolder(run, result.pair, session.Mapi(), &result.protocol);
     run.m_progress = &progress;
-    run.m_stripPrivate = result.pair.Has(SYNC_STRIP_PRIVATE);
-    run.m_skipPrivate = result.pair.Has(SYNC_SKIP_PRIVATE);
-    run.m_checkLitterBin = result.pair.Has(SYNC_CHECK_LITTER_BIN);
     if (result.pair.Has(SYNC_TRACE_FILE)) run.OpenTraceFile();
     run.SyncSubFolder(result.pair.m_sourceKey, result.pair.m_targetKey, result.pair.Has(SYNC_TO_TARGET),
                       result.pair.Has(SYNC_FROM_TARGET), result.pair.Has(SYNC_DELETE_IN_TARGET),

@@ -1,24 +1,10 @@
 #include <Programs/vellum/Sync/PairStore.h>
 
-#include <Programs/vellum/Session/Explain.h>
+#include <Programs/vellum/Console/ExitCode.h>
 
 #include <algorithm>
 
 namespace {
-
-constexpr const char* settingsSubject = "VellumSettings_V100";
-constexpr const char* settingsClass = "IPM.Vellum";
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const auto end = std::min(text.find_first_of(std::string("\r\n\0", 3), at), text.size());
-        if (end > at) lines.push_back(text.substr(at, end - at));
-        at = end + 1;
-    }
-    return lines;
-}
 
 // Semicolons separate the fields of the text form and cannot be kept in it.
 std::string WithoutSemicolons(std::string text) {
@@ -28,49 +14,28 @@ std::string WithoutSemicolons(std::string text) {
 
 }  // namespace
 
-IMAPIFolderPtr CPairStore::Home() {
-    const IMsgStorePtr store = m_session.Mapi().OpenDefaultStore();
-    if (!store)
+std::vector<CTarnSetting> CPairStore::Load() {
+    if (!m_session.Mapi().OpenDefaultStore())
         throw CCommandError(ExitCode::NotOpen,
                             "The profile \"" + m_session.Name() + "\" has no store to keep its pairs in",
                             "Create one:  vellum store create NAME");
-    return store.GetReceiveFolder("");
-}
-
-std::vector<CTarnSetting> CPairStore::Load() {
-    const IMessagePtr message = FindOrCreateHidden(Home(), settingsSubject, settingsClass, false);
+    m_settings.Clear();
+    m_settings.Load(m_session.Mapi());
     std::vector<CTarnSetting> pairs;
-    if (!message) return pairs;
-    for (const std::string& line : Lines(message.GetBody())) {
-        if (line.front() == '+') {
-            if (!pairs.empty()) pairs.back().EmailsFromText({line});
-            continue;
-        }
-        CTarnSetting pair;
-        pair.FromText(line);
-        if (pair.m_sourceKey.find(':') != std::string::npos &&
-            pair.m_targetKey.find(':') != std::string::npos)
-            pairs.push_back(pair);
-    }
+    for (std::size_t i = 0; i < m_settings.Count(); ++i)
+        if (m_settings.At(i).m_deleted == 0) pairs.push_back(m_settings.At(i));
     return pairs;
 }
 
-void CPairStore::Save(std::vector<CTarnSetting> pairs) {
-    std::string text;
-    for (CTarnSetting& pair : pairs) {
-        if (pair.m_deleted != 0) continue;
+void CPairStore::Save(const std::vector<CTarnSetting>& pairs) {
+    m_settings.Clear();
+    for (CTarnSetting pair : pairs) {
         pair.m_sourcePath = WithoutSemicolons(pair.m_sourcePath);
         pair.m_targetPath = WithoutSemicolons(pair.m_targetPath);
-        if (!text.empty() && text.back() != '\n') text += "\r\n";
-        text += pair.ToText();
+        m_settings.Add(pair);
     }
-    try {
-        IMessagePtr message = FindOrCreateHidden(Home(), settingsSubject, settingsClass, true);
-        message.SetBody(text);
-        message.SaveChanges(KEEP_OPEN_READWRITE);
-    } catch (const CMAPIException& e) {
-        throw CCommandError(ExitCode::NotOpen, "The list of pairs cannot be written: " + Explain(e.Hr()));
-    }
+    if (!m_settings.Save(m_session.Mapi()))
+        throw CCommandError(ExitCode::NotOpen, "The list of pairs could not be written");
 }
 
 std::string PairLabel(const std::vector<CTarnSetting>& pairs, std::size_t index) {

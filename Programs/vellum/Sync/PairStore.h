@@ -2,25 +2,25 @@
 #pragma once
 #include <Programs/vellum/Session/ProfileSession.h>
 #include <Tarn/Engine/TarnSetting.h>
+#include <Tarn/Settings/TarnSettings.h>
 
 #include <string>
 #include <vector>
 
-// The only place that knows how pairs are kept: in a hidden message of the default store, in the text
-// form of CTarnSetting, so that they travel with the mailbox. A pair's name stands in its group
-// identifier, because the text form loses the query of a record without one.
+// The list of the profile's settings as the commands change it. A pair's name stands in its group
+// identifier, because the text form of a record loses the query where there is none.
 class CPairStore {
 public:
     explicit CPairStore(CProfileSession& session) : m_session(session) {}
 
-    // Records without keys are left out. Throws CCommandError where there is no default store.
+    // Throws CCommandError where there is no default store, which keeps the list.
     std::vector<CTarnSetting> Load();
-    // Replaces the list. On failure the former list stands.
-    void Save(std::vector<CTarnSetting> pairs);
+    // Replaces the list; call Load before. Throws CCommandError; the former list stands then.
+    void Save(const std::vector<CTarnSetting>& pairs);
 
 private:
-    IMAPIFolderPtr Home();
     CProfileSession& m_session;
+    CTarnSettings m_settings;
 };
 
 // "Inbox" of pair 2, for messages: its name, or its number where it has none.
