@@ -34,16 +34,34 @@ private:
     SRestriction m_restriction{};
 };
 
-HRESULT FindHidden(const IMAPITablePtr& table, const std::string& subject, const std::string& messageClass) {
+// Whose memory a hidden message is: that of the pair with this target, or of no pair in particular.
+enum class Owner { ThisPair, Nobody, Anybody };
+
+// S_OK with the table standing on the row, MAPI_E_NOT_FOUND, or the store's code after a second try.
+HRESULT FindHidden(const IMAPITablePtr& table, const std::string& subject, const std::string& messageClass,
+                   Owner owner, ULONG ownerTag, std::string& ownerKey) {
     CTextRestriction ofSubject(PR_SUBJECT_A, subject);
     CTextRestriction ofClass(PR_MESSAGE_CLASS_A, messageClass);
-    SRestriction both[2] = {*ofSubject.Get(), *ofClass.Get()};
-    SRestriction restriction{};
-    restriction.rt = RES_AND;
-    restriction.res.resAnd = {2, both};
-    const HRESULT hr = table->FindRow(&restriction, BOOKMARK_BEGINNING, 0);
+    SRestriction parts[3] = {*ofSubject.Get(), *ofClass.Get(), {}};
+    SPropValue key{};
+    SRestriction exists{};
+    exists.rt = RES_EXIST;
+    exists.res.resExist.ulPropTag = ownerTag;
+    if (owner == Owner::ThisPair) {
+        key.ulPropTag = ownerTag;
+        key.Value.bin = {static_cast<ULONG>(ownerKey.size()), reinterpret_cast<BYTE*>(ownerKey.data())};
+        parts[2].rt = RES_PROPERTY;
+        parts[2].res.resProperty = {RELOP_EQ, ownerTag, &key};
+    } else {
+        parts[2].rt = RES_NOT;
+        parts[2].res.resNot.lpRes = &exists;
+    }
+    SRestriction all{};
+    all.rt = RES_AND;
+    all.res.resAnd = {owner == Owner::Anybody ? 2u : 3u, parts};
+    const HRESULT hr = table->FindRow(&all, BOOKMARK_BEGINNING, 0);
     if (hr >= 0 || hr == MAPI_E_NOT_FOUND) return hr;
-    return table->FindRow(&restriction, BOOKMARK_BEGINNING, 0);
+    return table->FindRow(&all, BOOKMARK_BEGINNING, 0);
 }
 
 IMessagePtr CreateHidden(const IMAPIFolderPtr& folder, const std::string& subject,
@@ -64,11 +82,37 @@ SSortOrderSet NewestFirst() {
 
 // --- hidden messages -----------------------------------------------------------------------------
 
+// Two pairs may have the same source folder, and their memories then lie side by side in it. To take one
+// for the other would show every item of one target as deleted from the other. A message without an
+// owner was written before there were owners; the first pair that comes takes it over.
+HRESULT CSyncFolder::FindConfigRow(const IMAPIFolderPtr& folder, const IMAPITablePtr& table,
+                                   const std::string& subject, const std::string& messageClass) {
+    if (m_pairKey.empty()) return FindHidden(table, subject, messageClass, Owner::Anybody, 0, m_pairKey);
+    const ULONG ownerTag = TagsOf(folder.RawProp()).pairKey;
+    const HRESULT hr = FindHidden(table, subject, messageClass, Owner::ThisPair, ownerTag, m_pairKey);
+    if (hr != MAPI_E_NOT_FOUND) return hr;
+    return FindHidden(table, subject, messageClass, Owner::Nobody, ownerTag, m_pairKey);
+}
+
+// The store by its record key and the folder by the end of its entry ID: the front of an entry ID may
+// change from one open of a store to the next.
+void CSyncFolder::SetPairTarget(const IMAPIFolderPtr& targetFolder) {
+    constexpr ULONG cbFront = 20;
+    m_pairKey.clear();
+    if (!targetFolder) return;
+    const CMapiPropValues values = targetFolder.GetProps({PR_STORE_RECORD_KEY, PR_ENTRYID});
+    const SBinary store = values[0].Binary();
+    const SBinary folder = values[1].Binary();
+    if (store.cb == 0 || folder.cb <= cbFront) return;
+    m_pairKey.assign(reinterpret_cast<const char*>(store.lpb), store.cb);
+    m_pairKey.append(reinterpret_cast<const char*>(folder.lpb) + cbFront, folder.cb - cbFront);
+}
+
 IMessagePtr CSyncFolder::OpenConfigMessage(const IMAPIFolderPtr& folder, const std::string& subject,
                                            const std::string& messageClass, bool create) {
     const IMAPITablePtr table = folder._rawAssociatedTable();
     TraceText(m_traceFile, "In Opening config message");
-    const HRESULT found = FindHidden(table, subject, messageClass);
+    const HRESULT found = FindConfigRow(folder, table, subject, messageClass);
     // A search that failed says nothing about what is there. A second message of the same subject
     // would hide the first one's state from later runs.
     if (create && found < 0 && found != MAPI_E_NOT_FOUND) THROW_ON_FAILURE_FOR(found, table.Get());
@@ -275,6 +319,7 @@ void CSyncFolder::WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPI
                                  bool writeSource, bool writeTarget) {
     try {
         StampWriteTime(sourceFolder);
+        SetPairTarget(targetFolder);
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_SOURCE_STATE));
         if (writeSource) WriteSyncFile(sourceFolder, sourceFolder, "SourceID", m_lastSyncSource);
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_TARGET_STATE));
@@ -336,6 +381,10 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     if (rows.Count() > 0)
         message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),
                         rows.Cell(0, FILE_MODIFIED).Time());
+    if (!m_pairKey.empty())
+        message.SetProp(
+            TagsOf(message.RawProp()).pairKey,
+            SBinary{static_cast<ULONG>(m_pairKey.size()), reinterpret_cast<BYTE*>(m_pairKey.data())});
     WriteStream(attachment, writer.Bytes());
     MARK_POSITION();
     attachment.SaveChanges(0);

@@ -17,8 +17,9 @@ CSyncTags AskForTags(IMAPIProp* object) {
     const size_t eid = names.Add(L"LarchEid", PT_BINARY);
     const size_t parent = names.Add(L"LarchParentEid", PT_BINARY);
     const size_t mark = names.Add(L"TarnPriv", PT_LONG);
+    const size_t pair = names.Add(L"VellumTarget", PT_BINARY);
     names.Resolve(object, MAPI_CREATE);
-    return {names.Tag(id), names.Tag(eid), names.Tag(parent), names.Tag(mark)};
+    return {names.Tag(id), names.Tag(eid), names.Tag(parent), names.Tag(mark), names.Tag(pair)};
 }
 
 // Names are numbered alike in all objects that show the same signature; empty where an object shows none.

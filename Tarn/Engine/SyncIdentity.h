@@ -35,6 +35,7 @@ struct CSyncTags {
     ULONG larchEid = 0;        // PT_BINARY, the item's entry ID when it was stamped
     ULONG larchParentEid = 0;  // PT_BINARY, its folder at that time
     ULONG privateMark = 0;     // PT_LONG, TarnPriv: 1 in an anonymised copy
+    ULONG pairKey = 0;         // PT_BINARY, on the hidden messages: the target of their pair
 };
 
 // The name under which the sync ID is kept: L"LarchID", or L"LarchID.<computer>" while the switch for

@@ -241,6 +241,7 @@ bool CSyncRun::Load() {
             return false;
         }
         Status("Reading status");
+        m_engine.SetPairTarget(m_target.folder);
         m_engine.ReadSyncFiles(m_source.folder);
         Status("Getting rows");
         m_engine.ApplyTableFilter(m_source.folder, m_source.table, &m_engine.m_sourceSyncTime, true);
@@ -454,6 +455,7 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_lastSyncSource = m_lastSyncTarget = {};
     m_cancelled = 0;
     m_tags.Clear();
+    m_pairKey.clear();
     m_sourceData.Clear();
     m_targetData.Clear();
     if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();

@@ -118,6 +118,9 @@ public:
                                   const std::string& messageClass, bool create);
     // The message with the last sync times, made (unsaved) if absent; empty after a failure.
     IMessagePtr GetConfigMsg(const IMAPIFolderPtr& folder);
+    // Names the target of the pair whose sync files are read and written from now on; an empty folder
+    // for a folder that stands alone. WriteSyncFiles does it by itself. Throws.
+    void SetPairTarget(const IMAPIFolderPtr& targetFolder);
     void ReadSyncFiles(const IMAPIFolderPtr& sourceFolder);
     // `name` is "SourceID" or "TargetID"; `syncTime` may be null. S_OK also where no message exists.
     // Never throws; after a failure the map holds what was read so far.
@@ -282,6 +285,8 @@ public:
 private:
     friend class CSyncRun;  // the phases of one pair (SyncRun.h)
 
+    HRESULT FindConfigRow(const IMAPIFolderPtr& folder, const IMAPITablePtr& table,
+                          const std::string& subject, const std::string& messageClass);
     HRESULT ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
                              FILETIME* syncTime);
     void WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
@@ -310,6 +315,7 @@ private:
     void TraceDeletionFailure();
 
     CSyncTagCache m_tags;
+    std::string m_pairKey;  // see SetPairTarget
     bool m_toldOfDuplicates = false;
     int m_depth = 0;  // levels of subfolders above the pair under way
 };
