@@ -139,10 +139,9 @@ TEST(CopyPropValue, CopiesTheMemoryBehindEveryKind) {
         CMapiPropValue copy(source.ulPropTag);
         ASSERT_EQ(CopyPropValue(copy.Get(), &source), S_OK);
         EXPECT_EQ(copy.Text(), ValueText(&source)) << std::hex << source.ulPropTag;
-        if (source.ulPropTag & MV_FLAG)
-            EXPECT_NE(copy.Get()->Value.MVl.lpl, source.Value.MVl.lpl);
-        else
-            EXPECT_NE(copy.Get()->Value.lpguid, source.Value.lpguid);
+        const bool array = (source.ulPropTag & MV_FLAG) != 0;
+        EXPECT_NE(array ? static_cast<void*>(copy.Get()->Value.MVl.lpl) : copy.Get()->Value.lpguid,
+                  array ? static_cast<void*>(source.Value.MVl.lpl) : source.Value.lpguid);
     }
     CMapiPropValue texts(PROP_TAG(PT_MV_STRING8, 2));
     CopyPropValue(texts.Get(), &rich.All()[1]);

@@ -1,0 +1,194 @@
+// The wrappers on the embedded store: what only a real store can show.
+#include <MapiWrapper/ExchangeTags.h>
+#include <MapiWrapper/MapiWrapper.h>
+#include <MapiWrapper/MapiWrapper_std.h>
+#include <gtest/gtest.h>
+
+#include <support/StoreFixture.h>
+
+namespace {
+
+class RealStore : public TwoStores {
+protected:
+    void SetUp() override {
+        TwoStores::SetUp();
+        m_session = CMapiSession(session.Get());
+        m_left = IMAPIFolderPtr(left.Get());
+        m_right = IMAPIFolderPtr(right.Get());
+        m_message = m_left.CreateMessage(nullptr, 0);
+    }
+    void TearDown() override {
+        m_message = IMessagePtr();
+        m_left = m_right = IMAPIFolderPtr();
+        m_session.Free();
+        TwoStores::TearDown();
+    }
+    // Saved and opened anew, so that it shows what lies in the store.
+    IMessagePtr Reopened() {
+        m_message.SaveChanges(KEEP_OPEN_READWRITE);
+        return m_left.OpenEntryv(m_message.GetBinProp(PR_ENTRYID)).As<IMessagePtr>();
+    }
+    CMapiSession m_session;
+    IMAPIFolderPtr m_left, m_right;
+    IMessagePtr m_message;
+};
+
+TEST_F(RealStore, BodiesOfEveryForm) {
+    const std::string body(100000, 'b');  // more than a property call gives
+    m_message.SetBody(body);
+    EXPECT_EQ(m_message.GetBody(), body);
+    IMessagePtr message = Reopened();
+    EXPECT_EQ(message.GetBody(), body);
+    EXPECT_EQ(message.GetLongText(PR_BODY_A), body);
+    message.SetBody("short");
+    EXPECT_EQ(message.GetBody(), "short");
+    message.SetBodyW(L"w\u00E4\u20AC");
+    EXPECT_EQ(message.GetBody(), WideToAnsi(L"w\u00E4\u20AC"));
+}
+
+TEST_F(RealStore, RtfGoesThroughItsCompression) {
+    std::string text = "{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0 Arial;}}";
+    for (int i = 0; i < 3000; ++i)
+        text += "\\pard line " + std::to_string(i) + "\\par\r\n";
+    text += "}";
+    m_message.SetRtf(text, true);
+    IMessagePtr message = Reopened();
+    EXPECT_EQ(message.GetRtf(), text);
+    EXPECT_NE(message.GetBody().find("line 2999"), std::string::npos);  // synchronised
+}
+
+TEST_F(RealStore, HtmlLiesInTheRtf) {
+    m_message.SetHtml("a{b\n");
+    EXPECT_EQ(m_message.GetRtf(), "{\\fromhtml1 a\\{b \r\n}");
+    m_message.SetHtml("a<b>x</b>");
+    EXPECT_EQ(m_message.GetHtml(), "<b>x</b>");
+    m_message.SetRtf("{\\rtf1 nothing of it}", false);
+    EXPECT_EQ(m_message.GetHtml(), "");
+}
+
+TEST_F(RealStore, AttachmentsAreFoundByNumber) {
+    ASSERT_EQ(m_message.AddAttachmentData("first", 5, "C:\\dir\\one.txt"), S_OK);
+    const std::string large(300000, 'L');
+    ASSERT_EQ(m_message.AddAttachmentData(large.data(), 300000, "C:\\dir\\two.jpg"), S_OK);
+    const IMessagePtr message = Reopened();
+    IMAPITablePtr table;
+    THROW_ON_FAILURE(message->GetAttachmentTable(0, table.Out()));
+    const CMapiRowSet rows = table.QueryRows({PR_ATTACH_NUM, PR_ATTACH_FILENAME_A});
+    ASSERT_EQ(rows.Count(), 2u);
+    const int row = rows.FindRow(1, "two.jpg");
+    ASSERT_GE(row, 0);
+    std::string data;
+    EXPECT_TRUE(message.ReadAttachment(static_cast<ULONG>(rows.Cell(row, 0).Long()), data));
+    EXPECT_EQ(data, large);
+    EXPECT_FALSE(message.ReadAttachment(4711, data));
+}
+
+TEST_F(RealStore, RecipientsAreResolvedAndListed) {
+    ASSERT_EQ(m_message.AddRecipient(session.Get(), "Ann", "ann@example.org", "SMTP", false, MAPI_TO), S_OK);
+    ASSERT_EQ(m_message.AddRecipient(session.Get(), "Bob", "bob@example.org", "SMTP", true, MAPI_CC), S_OK);
+    const CRecipients recipients = Reopened().rawGetRecipients();
+    ASSERT_EQ(recipients.size(), 2u);
+    EXPECT_EQ(recipients[0]->displayName, "Ann");
+    EXPECT_EQ(recipients[0]->emailAddress, "ann@example.org");
+    EXPECT_EQ(recipients[0]->addressType, "SMTP");
+    EXPECT_EQ(recipients[1]->recipientType, MAPI_CC);
+    EXPECT_FALSE(recipients[0]->entryId.IsEmpty());
+}
+
+TEST_F(RealStore, HiddenMessagesStayOutOfTheContents) {
+    IMessagePtr made = FindOrCreateHidden(m_left, "Vellum", "IPM.Vellum.IDs", true);
+    made.SaveChanges();
+    const CMapiBinary id = made.GetBinProp(PR_ENTRYID);
+    made = IMessagePtr();
+    const IMessagePtr found = FindOrCreateHidden(m_left, "Vellum", "IPM.Vellum.IDs", false);
+    ASSERT_TRUE(found.IsValid());
+    EXPECT_TRUE(m_session.Raw() && found.GetBinProp(PR_ENTRYID) == id);
+    EXPECT_FALSE(FindOrCreateHidden(m_left, "Vellum", "IPM.VellumSettings", false).IsValid());
+    EXPECT_EQ(m_left._rawContentsTable().QueryRows({PR_ENTRYID}).Count(), 0u);
+}
+
+TEST_F(RealStore, ContactLinksGoRound) {
+    CContactLinks links;
+    m_message.SetStrProp(PR_SUBJECT_A, "contact");
+    IMessagePtr contact = Reopened();
+    ReadContactLinks(links, contact);
+    EXPECT_TRUE(links.empty());
+    AddContactLink(links, contact);
+    AddContactLink(links, contact);
+    WriteContactLinks(links, m_message);
+    CContactLinks read;
+    ReadContactLinks(read, Reopened());
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(read.back().name, "contact");
+    EXPECT_TRUE(read.back().entryId == contact.GetBinProp(PR_ENTRYID));
+    EXPECT_TRUE(read.back().searchKey == contact.GetBinProp(PR_SEARCH_KEY));
+    EXPECT_EQ(read.back().words, links.back().words);
+}
+
+TEST_F(RealStore, NamesAreNumberedPerStore) {
+    m_right.GetIDFromName(PS_PUBLIC_STRINGS, L"OnlyOnTheRight", PT_STRING8);
+    CNamedTags leftTags, rightTags;
+    for (CNamedTags* tags : {&leftTags, &rightTags}) {
+        tags->Add(L"LarchID", PT_STRING8);
+        tags->Add(L"LarchEid", PT_BINARY);
+    }
+    leftTags.Resolve(m_left);
+    rightTags.Resolve(m_right);
+    EXPECT_EQ(leftTags.Tag(0), m_left.GetIDFromName(PS_PUBLIC_STRINGS, L"LarchID", PT_STRING8));
+    EXPECT_NE(PROP_ID(leftTags.Tag(1)), PROP_ID(rightTags.Tag(0)));
+    m_message.SetStrProp(leftTags.Tag(0), "id");
+    EXPECT_EQ(Reopened().GetNamedStr(L"LarchID"), "id");
+}
+
+TEST_F(RealStore, BatchModeWritesTheSameValues) {
+    m_message.SetBatch(true);
+    m_message.SetStrProp(PR_SUBJECT_A, "gathered");
+    for (ULONG i = 0; i < 60; ++i)
+        m_message.SetLongProp(PROP_TAG(PT_LONG, 0x6100 + i), static_cast<LONG>(i));
+    const IMessagePtr message = Reopened();
+    EXPECT_EQ(message.GetStrProp(PR_SUBJECT_A), "gathered");
+    EXPECT_EQ(message.GetLongProp(PROP_TAG(PT_LONG, 0x6100 + 59)), 59);
+}
+
+TEST_F(RealStore, FoldersPathsAndStores) {
+    IMAPIPropPtr last = CreateFolderPath(m_left, "One\\Two", '\\');
+    const IMAPIFolderPtr two = last.As<IMAPIFolderPtr>();
+    ASSERT_TRUE(two.IsValid());
+    const std::string path = GetFolderPath(m_session, two, '\\');
+    ASSERT_GE(path.size(), 12u);
+    EXPECT_EQ(path.substr(path.size() - 12), "Left\\One\\Two");
+    EXPECT_NE(GetFolderPathOf(m_session, two).find("Left\\One\\Two"), std::string::npos);
+    EXPECT_EQ(FindSubfolder(FindSubfolder(m_left, "One"), "Two").GetBinProp(PR_ENTRYID),
+              two.GetBinProp(PR_ENTRYID));
+    EXPECT_EQ(two.Parent(session.Get()).GetStrProp(PR_DISPLAY_NAME_A), "One");
+
+    const IMsgStorePtr store = two.MsgStore(session.Get());
+    EXPECT_EQ(GetFolderPath(m_session, store._getIPMRoot(), '\\'), "");
+    EXPECT_EQ(store.GetStrProp(PR_DISPLAY_NAME_A), "Store 1");
+    EXPECT_EQ(m_session.OpenDefaultStore().GetStrProp(PR_DISPLAY_NAME_A), "Store 1");
+    EXPECT_TRUE(m_session.GetStoreEntryId(two.GetBinProp(PR_ENTRYID)) == store.GetBinProp(PR_ENTRYID));
+    EXPECT_TRUE(m_session.OpenEntryInAnyStore(m_right.GetBinProp(PR_ENTRYID), nullptr, MAPI_BEST_ACCESS)
+                    .As<IMAPIFolderPtr>()
+                    .IsValid());
+    IMsgStorePtr second;
+    EXPECT_EQ(m_session.OpenStoreByName("Store 2", second), S_OK);
+    EXPECT_FALSE(store.CompareEntryIDs(m_left.GetBinProp(PR_ENTRYID), two.GetBinProp(PR_ENTRYID)));
+}
+
+TEST_F(RealStore, WellKnownFoldersHaveTheirKind) {
+    EXPECT_EQ(GetFolderKind(m_session.GetOutbox(), m_session), 1);
+    EXPECT_EQ(GetFolderKind(m_session.GetSentMail(), m_session), 2);
+    EXPECT_EQ(GetFolderKind(m_session.OpenDefaultStore().GetWastebasket(), m_session), 3);
+    EXPECT_EQ(GetFolderKind(m_session.GetInbox(), m_session), 0);
+}
+
+TEST_F(RealStore, ALogonOfItsOwn) {
+    CMapiSession own;
+    ASSERT_EQ(LogonMapi(Profile().Name(), own), S_OK);
+    EXPECT_EQ(own.OpenDefaultStore().GetStrProp(PR_DISPLAY_NAME_A), "Store 1");
+    LogoffMapi(own);
+    EXPECT_FALSE(own.IsValid());
+    LogoffMapi(own);  // nothing to leave
+}
+
+}  // namespace
