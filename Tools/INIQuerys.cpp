@@ -1,23 +1,15 @@
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
+#include <Tools/CharClasses.h>
 #include <Tools/CompileRestriction.h>
 #include <Tools/INIQuerys.h>
 #include <Tools/QueryLiteral.h>
+#include <Tools/QueryText.h>
 
 #include <algorithm>
 #include <string_view>
 
 namespace {
-
-std::string LowerCase(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
-}
-
-bool IsNameByte(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
 
 constexpr const char* kWhite = " \t\r\n";
 
@@ -97,7 +89,7 @@ bool CINIQuery::Expand(std::string& result) {
         const char c = query[i];
         if (c == '$') {
             size_t end = i + 1;
-            while (end < query.size() && IsNameByte(query[end]))
+            while (end < query.size() && IsAlnum(query[end]))
                 ++end;
             const CINIQueryParamter& parameter = Parameter(query.substr(i + 1, end - i - 1));
             if (open == std::string::npos) result += parameter.value;

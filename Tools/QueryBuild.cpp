@@ -5,6 +5,7 @@
 #include <MapiWrapper/UserFields.h>
 #include <Tools/CompileRestriction.h>
 #include <Tools/QueryLiteral.h>
+#include <Tools/QueryText.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -108,14 +109,8 @@ void CCompileRestriction::PushNow() {
 
 namespace {
 
-bool StartsWithNoCase(const std::string& text, const char* prefix) {
-    for (size_t i = 0; prefix[i] != 0; ++i) {
-        if (i >= text.size()) return false;
-        const char c = text[i];
-        const char lower = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-        if (lower != prefix[i]) return false;
-    }
-    return true;
+bool StartsWithNoCase(const std::string& text, std::string_view prefix) {
+    return EqualNoCase(std::string_view(text).substr(0, prefix.size()), prefix);
 }
 
 // "MessageClass" is PR_MESSAGE_CLASS. Every byte that is no lower-case letter starts a part, so digits do.

@@ -1,4 +1,6 @@
+#include <Tools/CharClasses.h>
 #include <Tools/QueryLexer.h>
+#include <Tools/QueryText.h>
 
 #include <algorithm>
 #include <unordered_map>
@@ -6,23 +8,8 @@
 
 namespace {
 
-// The scanner's alphabet is ASCII whatever the locale.
-bool IsLetterOrDigit(unsigned char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-bool IsWhite(unsigned char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-bool IsOperator(unsigned char c) {
-    return c != 0 && std::string_view("+-()*/=,").find(static_cast<char>(c)) != std::string_view::npos;
-}
-
-std::string LowerCase(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
+bool IsOperator(char c) {
+    return c != 0 && std::string_view("+-()*/=,").find(c) != std::string_view::npos;
 }
 
 // The keywords, misspelt ones included: stored texts use them as they are.
@@ -95,7 +82,7 @@ void CQueryLexer::Exchange(State& state) {
 
 size_t CQueryLexer::TokenOffset() const {
     size_t i = m_tokenStart;
-    while (i < m_text.size() && IsWhite(At(i)))
+    while (i < m_text.size() && IsSpace(At(i)))
         ++i;
     return std::min(i, m_text.size());
 }
@@ -103,11 +90,11 @@ size_t CQueryLexer::TokenOffset() const {
 int CQueryLexer::NextToken() {
     m_tokenStart = m_cursor;
     if (At(m_cursor) == 0) return TOK_END;
-    unsigned char c = At(m_cursor++);
-    while (IsWhite(c))
+    char c = At(m_cursor++);
+    while (IsSpace(c))
         c = At(m_cursor++);
     if (IsOperator(c)) return c;
-    const unsigned char next = At(m_cursor);
+    const char next = At(m_cursor);
     if (c == '>' && next == '=') {
         ++m_cursor;
         return TOK_GE;
@@ -122,7 +109,7 @@ int CQueryLexer::NextToken() {
     }
     // There is no less-than: queries that people have stored mean "greater" by either sign.
     if (c == '>' || c == '<') return '>';
-    return c == '"' ? Quoted() : Word(static_cast<char>(c));
+    return c == '"' ? Quoted() : Word(c);
 }
 
 // A missing closing quote is closed by the end.
@@ -144,7 +131,7 @@ int CQueryLexer::Word(char first) {
         return TOK_WORD;
     }
     const size_t start = m_cursor - 1;
-    while (IsLetterOrDigit(At(m_cursor)))
+    while (IsAlnum(At(m_cursor)))
         ++m_cursor;
     m_tokenText.assign(m_text, start, m_cursor - start);
     const int keyword = QueryKeyword(m_tokenText);

@@ -78,7 +78,7 @@ public:
     void Exchange(State& state);
 
 private:
-    unsigned char At(size_t i) const { return i < m_text.size() ? m_text[i] : 0; }
+    char At(size_t i) const { return i < m_text.size() ? m_text[i] : '\0'; }
     int Quoted();
     int Word(char first);
 

@@ -2,6 +2,7 @@
 #include <MapiWrapper/NameTables.h>
 #include <MapiWrapper/PropValue.h>
 #include <Platform/Clock.h>
+#include <Tools/CharClasses.h>
 #include <Tools/CompileRestriction.h>
 #include <Tools/QueryText.h>
 
@@ -10,10 +11,6 @@
 namespace {
 
 constexpr ULONG kLastUnnamedTag = 0x7FFFFFFF;
-
-bool IsWhite(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
 
 }  // namespace
 
@@ -115,7 +112,7 @@ std::string CCompileRestriction::WrapText(const std::string& text, size_t length
         size_t end = text.size();
         if (length <= text.size() - start)
             end = static_cast<size_t>(std::find_if(text.begin() + static_cast<std::ptrdiff_t>(start + length),
-                                                   text.end(), IsWhite) -
+                                                   text.end(), IsSpace) -
                                       text.begin());
         lines.append(text, start, end - start);
         lines += "\r\n";

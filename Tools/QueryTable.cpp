@@ -5,9 +5,9 @@
 #include <MapiWrapper/MsgStore.h>
 #include <Tools/CompileRestriction.h>
 #include <Tools/QueryLiteral.h>
+#include <Tools/QueryText.h>
 
 #include <cstring>
-#include <string_view>
 
 namespace {
 
@@ -18,14 +18,6 @@ const std::vector<ULONG> kNameColumns = {PR_ENTRYID, PR_DISPLAY_NAME_A};
 // A published entry ID: four bytes of flags, then the provider's UID.
 constexpr ULONG kUidOffset = 4;
 constexpr ULONG kcbUid = 16;
-
-bool EqualNoCase(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (lower(a[i]) != lower(b[i])) return false;
-    return true;
-}
 
 bool SameUid(const SBinary& a, const SBinary& b) {
     if (a.cb < kUidOffset + kcbUid || b.cb < kUidOffset + kcbUid) return false;
