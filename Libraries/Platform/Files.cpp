@@ -91,10 +91,8 @@ bool RenameFile(const std::string& from, const std::string& to) {
 }
 
 bool CopyFileTo(const std::string& from, const std::string& to) {
-    std::error_code error;
-    const bool copied =
-        fs::copy_file(NativePath(from), NativePath(to), fs::copy_options::overwrite_existing, error);
-    return Result(copied && !error, error);
+    const int code = CopyOver(from, to);
+    return Result(code == 0, std::error_code(code, std::system_category()));
 }
 
 std::vector<DirectoryEntry> ListDirectory(const std::string& path) {

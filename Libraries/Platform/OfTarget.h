@@ -26,6 +26,9 @@ std::string NarrowPath(const std::filesystem::path& path);
 
 // Writes a new file and flushes it to the disk; 0 or the system's code.
 int WriteAndFlush(const std::string& path, const std::string& bytes);
+// Copies a file over another or to a new name; 0 or the system's code. The standard library of one
+// target refuses an existing file, whatever it is told.
+int CopyOver(const std::string& from, const std::string& to);
 // Makes a rename in the directory last through a loss of power, where the target needs it.
 void FlushDirectory(const std::string& directory);
 // Remembers a failure of this thread for LastFileError().

@@ -78,6 +78,12 @@ int WriteAndFlush(const std::string& path, const std::string& bytes) {
     return ::close(fd) == 0 || code ? code : errno;
 }
 
+int CopyOver(const std::string& from, const std::string& to) {
+    std::error_code error;
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, error);
+    return error.value();
+}
+
 void FlushDirectory(const std::string& directory) {
     const int fd = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return;

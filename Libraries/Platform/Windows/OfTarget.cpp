@@ -78,6 +78,10 @@ int WriteAndFlush(const std::string& path, const std::string& bytes) {
     return static_cast<int>(code);
 }
 
+int CopyOver(const std::string& from, const std::string& to) {
+    return CopyFileA(from.c_str(), to.c_str(), FALSE) ? 0 : static_cast<int>(GetLastError());
+}
+
 // The file system keeps renames in order by itself.
 void FlushDirectory(const std::string&) {}
 
