@@ -10,5 +10,6 @@ std::string ParentPath(const std::string& path);
 // is none.
 std::string SplitPathHead(const std::string& path, std::string& rest);
 // Creates every level of `path` that does not exist ("\", on other systems also "/", separates). 0 on
-// success, -1 when the last level is not there afterwards. The working directory stays as it is.
+// success, -1 when the last level is not there afterwards. Levels that exist are entered on the way: the
+// working directory of the process stays changed, so give an absolute path and keep none that is relative.
 int CreatePath(const std::string& path);
