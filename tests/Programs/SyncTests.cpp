@@ -4,6 +4,8 @@
 #include <Programs/vellum/Console/ProgressLine.h>
 #include <Programs/vellum/Sync/PairRun.h>
 
+#include <algorithm>
+
 #include "CommandFixture.h"
 
 namespace {
@@ -167,6 +169,44 @@ TEST_F(Pairs, MissingFoldersAndBusyPairsHaveCodesOfTheirOwn) {
     EXPECT_EQ(gone.code, 6);
     EXPECT_NE(gone.err.find("Office\\B"), std::string::npos) << gone.err;
     EXPECT_NE(gone.err.find("\"ab\""), std::string::npos) << gone.err;
+}
+
+TEST_F(Pairs, DryRunTellsWhatTheRunThenDoes) {
+    RunDone({"item", "new", "Home/A", "--subject", "One", "--body", "1"});
+    RunDone({"item", "new", "Home/A", "--subject", "Two", "--body", "2"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--delete"});
+    RunDone({"sync"});
+    RunDone({"item", "set", "Home/A", "One", "--body", "1 changed"});
+    RunDone({"item", "delete", "Office/B", "Two"});
+    RunDone({"item", "new", "Office/B", "--subject", "Three", "--body", "3"});
+    const Json before = Snapshot();
+    const auto states = [](const Json& results) {
+        Texts found;
+        for (const Json& entry : results[0]["protocol"])
+            found.push_back(entry["state"].get<std::string>() + " " + entry["subject"].get<std::string>());
+        std::sort(found.begin(), found.end());
+        return found;
+    };
+    const Texts planned = states(RunJson({"sync", "--dry-run"}));
+    EXPECT_EQ(planned, (Texts{"changed One", "deleted Two", "new Three"}));
+    EXPECT_EQ(Snapshot(), before);
+    EXPECT_EQ(states(RunJson({"sync"})), planned);
+    EXPECT_EQ(Contents("Home/A"), (Texts{"One=1 changed", "Three=3"}));
+}
+
+TEST_F(Pairs, TraceGoesToItsFileAndOnlyThere) {
+    RunDone({"item", "new", "Home/A", "--subject", "One"});
+    RunDone({"pair", "add", "Home/A", "Office/B"});
+    RunDone({"sync", "--trace", PathOf("trace.txt"), "--quiet"});
+    std::string trace;
+    ASSERT_TRUE(ReadFileBytes(PathOf("trace.txt"), trace));
+    EXPECT_EQ(trace.rfind("Vellum: ", 0), 0u) << trace.substr(0, 80);
+    EXPECT_NE(trace.find("One"), std::string::npos);
+    const std::size_t cb = trace.size();
+    RunDone({"sync"});
+    ASSERT_TRUE(ReadFileBytes(PathOf("trace.txt"), trace));
+    EXPECT_EQ(trace.size(), cb);
+    ExpectRefusal({"sync", "--trace", PathOf("no/where.txt")}, 6, {"where.txt"});
 }
 
 TEST_F(Pairs, RenewAndQueryAndDirectionReachTheRun) {

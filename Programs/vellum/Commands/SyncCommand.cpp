@@ -1,6 +1,7 @@
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Console/Interrupt.h>
 #include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Sync/DryRun.h>
 #include <Programs/vellum/Sync/PairRun.h>
 #include <Programs/vellum/Sync/PairStore.h>
 #include <Programs/vellum/Sync/TerminalProgress.h>
@@ -17,6 +18,7 @@ struct CSyncArguments {
     bool all = false;
     bool atStart = false;
     bool atShutdown = false;
+    bool dryRun = false;
     bool extendedExit = false;
 };
 
@@ -68,7 +70,8 @@ void ReportProblem(CConsole& console, const CPairResult& result) {
                       "\" travels by mail or directory, which this version does not run");
     if (!result.missingFolders.empty()) {
         ShowMissingFolders(result.missingFolders);
-        console.Note("  To have them created:  vellum pair edit \"" + result.label +
+        if (!result.pair.Has(SYNC_CREATE_SUBFOLDERS))
+            console.Note("  To have them created:  vellum pair edit \"" + result.label +
                      "\" --create-subfolders");
     }
 }
@@ -94,7 +97,11 @@ int Sync(CCommandContext& context, const CSyncArguments& arguments) {
         result.pair = pairs[index];
         result.label = PairLabel(pairs, index);
         CTerminalProgress progress(console);
-        RunPair(session, progress, result);
+        result.isDryRun = arguments.dryRun;
+        if (arguments.dryRun)
+            DryRunPair(session, progress, result);
+        else
+            RunPair(session, progress, result);
         progress.Stop();
         if (InterruptRequested()) result.outcome.cancelled = true;
         ReportProblem(console, result);
@@ -128,6 +135,7 @@ void AddSyncCommand(CCommandTable& table) {
     command.add_flag("--at-start", arguments->atStart, "Only pairs that run at start")->excludes(pairs);
     command.add_flag("--at-shutdown", arguments->atShutdown, "Only pairs that run at shutdown")
         ->excludes(pairs);
+    command.add_flag("--dry-run", arguments->dryRun, "Only say what would be done");
     command.add_flag("--ext-exit", arguments->extendedExit,
                      "Add 32 to the exit code if the source side was changed, 64 if the target side was");
 }

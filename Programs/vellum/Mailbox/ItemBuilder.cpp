@@ -35,7 +35,9 @@ constexpr ULONG ownedByStore[] = {PROP_ID(PR_ENTRYID),
                                   PROP_ID(PR_ATTACH_NUM),
                                   PROP_ID(PR_ATTACH_SIZE),
                                   PROP_ID(PR_RTF_IN_SYNC),
-                                  PROP_ID(PR_SUBMIT_FLAGS)};
+                                  PROP_ID(PR_SUBMIT_FLAGS),
+                                  PROP_ID(PR_STORE_SUPPORT_MASK),
+                                  PROP_ID(PR_MDB_PROVIDER)};
 // Of a recipient, only the row's own bookkeeping stays behind.
 constexpr ULONG ownedByTable[] = {PROP_ID(PR_ROWID), PROP_ID(PR_INSTANCE_KEY), PROP_ID(PR_RECORD_KEY)};
 

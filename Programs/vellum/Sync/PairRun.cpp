@@ -6,7 +6,6 @@
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/ItemReport.h>
-#include <Programs/vellum/Session/StoreBatch.h>
 #include <Tarn/Settings/RunDispatch.h>
 
 #include <algorithm>
@@ -31,17 +30,14 @@ std::string Plural(unsigned count, const std::string& word) {
     return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
 }
 
-bool FoldersAreThere(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target) {
-    const CTarnSetting& pair = result.pair;
-    if (!session.OpenFolderByKey(pair.m_sourceKey, source))
-        result.problem = "The folder \"" + pair.m_sourcePath + "\" cannot be opened";
-    else if (!session.OpenFolderByKey(pair.m_targetKey, target))
-        result.problem = "The folder \"" + pair.m_targetPath + "\" cannot be opened";
-    return result.problem.empty();
-}
-
 void PrintSummary(CConsole& console, const CPairResult& result) {
     const CSyncOutcome& outcome = result.outcome;
+    if (result.isDryRun) {
+        console.Out() << "  "
+                      << (result.protocol.IsEmpty() ? "nothing to do" : "nothing was changed: a dry run")
+                      << '\n';
+        return;
+    }
     std::string text = Plural(outcome.sourceChanged, "change") + " in the source, " +
                        Plural(outcome.targetChanged, "change") + " in the target";
     if (outcome.conflicts > 0) text += ", " + Plural(outcome.conflicts, "conflict");
@@ -67,6 +63,15 @@ bool CPairLock::TryLock(const CTarnSetting& pair, const std::string& label, std:
     return m_first.TryLock(LockPath(first), text, holder) && m_second.TryLock(LockPath(second), text, holder);
 }
 
+bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target) {
+    const CTarnSetting& pair = result.pair;
+    if (!session.OpenFolderByKey(pair.m_sourceKey, source))
+        result.problem = "The folder \"" + pair.m_sourcePath + "\" cannot be opened";
+    else if (!session.OpenFolderByKey(pair.m_targetKey, target))
+        result.problem = "The folder \"" + pair.m_targetPath + "\" cannot be opened";
+    return result.problem.empty();
+}
+
 void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result) {
     CPairLock lock;
     if (!lock.TryLock(result.pair, result.label, result.busy)) {
@@ -75,9 +80,7 @@ void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& res
     }
     CFolderRef source;
     CFolderRef target;
-    if (!FoldersAreThere(session, result, source, target)) return;
-    const CStoreBatch sourceBatch(source.store);
-    const CStoreBatch targetBatch(target.store);
+    if (!OpenPairFolders(session, result, source, target)) return;
     CSyncFolder run;
     PrepareFolder(run, result.pair, session.Mapi(), &result.protocol);
     run.m_progress = &progress;

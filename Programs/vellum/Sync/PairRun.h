@@ -18,6 +18,7 @@ struct CPairResult {
     std::vector<std::string> missingFolders;
     std::string busy;     // who holds the pair; empty: nobody
     std::string problem;  // why it could not be begun; empty: it could
+    bool isDryRun = false;
 };
 
 // Keeps other processes away from the two folders of a pair while it lives.
@@ -30,6 +31,9 @@ private:
     CProcessLock m_first;
     CProcessLock m_second;
 };
+
+// Opens both folders; false with the problem told where one of them is not there.
+bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target);
 
 // Runs one pair on this thread. Failures inside the run are in the outcome, what the engine had to say
 // about them went to the installed user interface.
