@@ -285,6 +285,7 @@ const PropertyName* NameOrRefresh(CStoreCore& core, PropId id) {
 
 HRESULT CPropObject::GetNamesBody(SPropTagArray** tags, const GUID* set, ULONG flags, ULONG* count,
                                   MAPINAMEID*** names) {
+    Require(m_core != nullptr, MAPI_E_NO_SUPPORT);
     Require(tags && count && names, MAPI_E_INVALID_PARAMETER);
     *count = 0;
     *names = nullptr;
@@ -334,6 +335,7 @@ PropId CPropObject::IdForName(const MAPINAMEID& given, bool create) {
 }
 
 HRESULT CPropObject::GetIdsBody(ULONG count, MAPINAMEID** names, ULONG flags, SPropTagArray** tags) {
+    Require(m_core != nullptr, MAPI_E_NO_SUPPORT);
     Require(tags, MAPI_E_INVALID_PARAMETER);
     *tags = nullptr;
     Require((flags & ~static_cast<ULONG>(MAPI_CREATE)) == 0, MAPI_E_UNKNOWN_FLAGS);

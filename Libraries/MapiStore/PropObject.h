@@ -57,6 +57,11 @@ public:
                      SPropProblemArray** problems);
 
 protected:
+    // GuardedCall on the object's store, if it belongs to one.
+    template <class Body>
+    HRESULT Guarded(Body&& body) const noexcept {
+        return m_core ? GuardedCall(*m_core, body) : GuardedCall(body);
+    }
     void RequireWritable() const { Require(m_writable, MAPI_E_NO_ACCESS); }
     void SetReadOnly() { m_writable = false; }
 
@@ -83,28 +88,28 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override {
-        return GuardedCall(Core(), [&] {
+        return Guarded([&] {
             Save(flags);
             return S_OK;
         });
     }
     HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
                                        LPSPropValue* values) override {
-        return GuardedCall(Core(), [&] { return GetPropsBody(tags, flags, count, values); });
+        return Guarded([&] { return GetPropsBody(tags, flags, count, values); });
     }
     HRESULT STDMETHODCALLTYPE GetPropList(ULONG flags, LPSPropTagArray* tags) override {
-        return GuardedCall(Core(), [&] { return GetPropListBody(flags, tags); });
+        return Guarded([&] { return GetPropListBody(flags, tags); });
     }
     HRESULT STDMETHODCALLTYPE OpenProperty(ULONG tag, LPCIID iid, ULONG options, ULONG flags,
                                            LPUNKNOWN* object) override {
-        return GuardedCall(Core(), [&] { return OpenPropertyBody(tag, iid, options, flags, object); });
+        return Guarded([&] { return OpenPropertyBody(tag, iid, options, flags, object); });
     }
     HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
                                        LPSPropProblemArray* problems) override {
-        return GuardedCall(Core(), [&] { return SetPropsBody(count, values, problems); });
+        return Guarded([&] { return SetPropsBody(count, values, problems); });
     }
     HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problems) override {
-        return GuardedCall(Core(), [&] { return DeletePropsBody(tags, problems); });
+        return Guarded([&] { return DeletePropsBody(tags, problems); });
     }
     // The lock is taken further in: the target may lie in a second store.
     HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray exclude, ULONG, LPMAPIPROGRESS, LPCIID,
@@ -118,10 +123,10 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray* tags, LPGUID set, ULONG flags, ULONG* count,
                                               LPMAPINAMEID** names) override {
-        return GuardedCall(Core(), [&] { return GetNamesBody(tags, set, flags, count, names); });
+        return Guarded([&] { return GetNamesBody(tags, set, flags, count, names); });
     }
     HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG count, LPMAPINAMEID* names, ULONG flags,
                                               LPSPropTagArray* tags) override {
-        return GuardedCall(Core(), [&] { return GetIdsBody(count, names, flags, tags); });
+        return Guarded([&] { return GetIdsBody(count, names, flags, tags); });
     }
 };

@@ -101,6 +101,11 @@ CStoreCore::CStoreCore(const std::string& path) : m_path(path) {
 
 void CStoreCore::Create(const std::string& path, const std::string& displayName, bool longTermIds) {
     CSqliteStorage::Create(path);
+    {
+        // A core of a file that was removed under the same name may still be held by somebody.
+        const std::lock_guard lock(TheRegistry().mutex);
+        TheRegistry().cores.erase(std::filesystem::weakly_canonical(path).string());
+    }
     try {
         const GUID uid = NewGuid();
         {
@@ -147,6 +152,17 @@ std::string CStoreCore::DisplayName() {
 
 void CStoreCore::SetDisplayName(const std::string& name) {
     Save([&] { m_storage->WriteFact("name", name); });
+}
+
+void CStoreCore::SetLongTermIds(bool on) {
+    if (on == m_longTermIds) return;
+    Save([&] {
+        if (on)
+            m_storage->WriteFact("long-term", "1");
+        else
+            m_storage->RemoveFact("long-term");
+    });
+    m_longTermIds = on;
 }
 
 // --- lock, faults, events --------------------------------------------------------------------------

@@ -47,6 +47,7 @@ public:
     CNameMap& Names() { return m_names; }
     std::string DisplayName();
     void SetDisplayName(const std::string& name);
+    void SetLongTermIds(bool on);
 
     // One save: body() inside a transaction. Outside a batch it is on disk afterwards, inside one it
     // is gathered. If body throws, nothing of it stays. Counts as a save for the kill on request.
