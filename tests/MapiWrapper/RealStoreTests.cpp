@@ -135,7 +135,7 @@ TEST_F(RealStore, NamesAreNumberedPerStore) {
     leftTags.Resolve(m_left);
     rightTags.Resolve(m_right);
     EXPECT_EQ(leftTags.Tag(0), m_left.GetIDFromName(PS_PUBLIC_STRINGS, L"LarchID", PT_STRING8));
-    EXPECT_NE(PROP_ID(leftTags.Tag(1)), PROP_ID(rightTags.Tag(0)));
+    EXPECT_NE(leftTags.Tag(0), rightTags.Tag(0));
     m_message.SetStrProp(leftTags.Tag(0), "id");
     EXPECT_EQ(Reopened().GetNamedStr(L"LarchID"), "id");
 }
@@ -180,6 +180,39 @@ TEST_F(RealStore, WellKnownFoldersHaveTheirKind) {
     EXPECT_EQ(GetFolderKind(m_session.GetSentMail(), m_session), 2);
     EXPECT_EQ(GetFolderKind(m_session.OpenDefaultStore().GetWastebasket(), m_session), 3);
     EXPECT_EQ(GetFolderKind(m_session.GetInbox(), m_session), 0);
+}
+
+// Every call of the store fails once, and then from there on: what was opened is released, nothing but
+// CMAPIException comes out, and afterwards the same work succeeds.
+TEST_F(RealStore, EveryCallMayFail) {
+    CComPtr<IStoreFaults> faults;
+    ASSERT_GE(leftStore->QueryInterface(IID_IStoreFaults, reinterpret_cast<void**>(faults.Out())), 0);
+    const auto work = [&] {
+        IMessagePtr hidden = FindOrCreateHidden(m_left, "Vellum", "IPM.Vellum.IDs", true);
+        hidden.SetNamedStr(L"LarchID", "id");
+        THROW_ON_FAILURE(hidden.AddAttachmentData("data", 4, "x\\a.sync"));
+        hidden.SaveChanges(KEEP_OPEN_READWRITE);
+        THROW_ON_FAILURE(FindOrCreateHidden(m_left, "Vellum", "IPM.Vellum.IDs", false).IsValid() ? S_OK
+                                                                                                 : E_FAIL);
+        const IMAPIFolderPtr one = CreateFolderPath(m_left, "One\\Two", '\\').As<IMAPIFolderPtr>();
+        THROW_ON_FAILURE(GetFolderPath(m_session, one, '\\').empty() ? E_FAIL : S_OK);
+    };
+    for (const BOOL forGood : {FALSE, TRUE}) {
+        ULONG n = 1;
+        for (; n < 500; ++n) {
+            faults->SetFault(n, static_cast<HRESULT>(MAPI_E_DISK_ERROR), forGood);
+            try {
+                work();
+            } catch (const CMAPIException&) {
+            }
+            const bool reached = faults->CallCount() >= n;
+            faults->SetFault(0, S_OK, FALSE);
+            if (!reached) break;
+        }
+        EXPECT_GT(n, 15u);
+        EXPECT_LT(n, 500u);
+        EXPECT_NO_THROW(work());
+    }
 }
 
 TEST_F(RealStore, ALogonOfItsOwn) {
