@@ -1,0 +1,179 @@
+// Queries against a real store: what a table keeps, and folders opened by path.
+#include <MapiWrapper/HexText.h>
+#include <MapiWrapper/MapiException.h>
+#include <MapiWrapper/UserFields.h>
+#include <Tools/CompileRestriction.h>
+#include <Tools/INIQuerys.h>
+#include <Tools/RestrictionTree.h>
+#include <gtest/gtest.h>
+
+#include <support/StoreFixture.h>
+#include <set>
+
+#include "QueryWriter.h"
+
+namespace {
+
+class QueryStore : public TwoStores {
+protected:
+    void SetUp() override {
+        TwoStores::SetUp();
+        compiler = std::make_unique<CCompileRestriction>();
+        PrepareQueryCompiler(*compiler, left.Get(), session.Get(), nullptr);
+        CUserFields& fields = compiler->UserFields();
+        for (const char* name : {"a", "b", "c"})
+            fields.AddStringNamed(name, name, PT_LONG, nullptr);
+        fields.AddStringNamed("text", "text", PT_STRING8, nullptr);
+    }
+
+    void TearDown() override {
+        compiler.reset();
+        TwoStores::TearDown();
+    }
+
+    void Add(const std::string& subject, const CItem& item) {
+        const auto message = NewMessage(left.Get(), subject);
+        SetLong(message.Get(), NamedTag(message.Get(), L"a", PT_LONG), item.a);
+        SetLong(message.Get(), NamedTag(message.Get(), L"b", PT_LONG), item.b);
+        SetLong(message.Get(), NamedTag(message.Get(), L"c", PT_LONG), item.c);
+        SetText(message.Get(), NamedTag(message.Get(), L"text", PT_STRING8), item.text);
+        ASSERT_GE(message->SaveChanges(0), 0);
+    }
+
+    // Subjects of the rows that the compiled query keeps, in its order.
+    std::vector<std::string> Rows(IMAPIContainer* folder) {
+        TestRef<IMAPITable> table;
+        EXPECT_GE(folder->GetContentsTable(0, table.Out()), 0);
+        const TestRows rows(table.Get(), {PR_SUBJECT_A}, compiler->Restriction(), compiler->SortOrder());
+        std::vector<std::string> subjects;
+        for (ULONG i = 0; i < rows.Count(); ++i)
+            subjects.push_back(rows.Text(i, 0));
+        return subjects;
+    }
+
+    std::vector<std::string> Kept(const std::string& text) {
+        EXPECT_TRUE(compiler->Compile(text)) << text << compiler->ErrorText();
+        return Rows(compiler->Folder());
+    }
+
+    std::string Error(const std::string& text) {
+        EXPECT_FALSE(compiler->Compile(text)) << text;
+        return compiler->ErrorText();
+    }
+
+    std::unique_ptr<CCompileRestriction> compiler;
+};
+
+TEST_F(QueryStore, ATableKeepsWhatTheTextMeans) {
+    std::vector<CItem> items;
+    CQueryWriter values(1, true);
+    for (int i = 0; i < 25; ++i) {
+        items.push_back(values.Item());
+        Add(std::to_string(i), items.back());
+    }
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        const CQuery query = CQueryWriter(seed, true).Expression(3);
+        std::set<std::string> expected;
+        for (size_t i = 0; i < items.size(); ++i)
+            if (query.meaning(items[i])) expected.insert(std::to_string(i));
+        const auto kept = Kept(query.text);
+        ASSERT_EQ(std::set<std::string>(kept.begin(), kept.end()), expected)
+            << query.text << "\n"
+            << RestrictionTree(compiler->Restriction());
+    }
+}
+
+TEST_F(QueryStore, RowsComeInTheOrderOfTheText) {
+    Add("x", {1, 2, 0, "bb"});
+    Add("y", {2, 1, 0, "aa"});
+    Add("z", {1, 1, 0, "cc"});
+    EXPECT_EQ(Kept("a >= 0 order by a, descending b"), (std::vector<std::string>{"x", "z", "y"}));
+    EXPECT_EQ(Kept("c = 0 order by descending Subject"), (std::vector<std::string>{"z", "y", "x"}));
+    EXPECT_EQ(Kept("Subject = prefix ignorecase X"), (std::vector<std::string>{"x"}));
+    EXPECT_EQ(Kept("exists text and text <> aa order by Subject"), (std::vector<std::string>{"x", "z"}));
+}
+
+TEST_F(QueryStore, TheFilterOfPrivateItemsKeepsTheOthers) {
+    const auto keep = NewMessage(left.Get(), "plain");
+    SetLong(keep.Get(), PR_SENSITIVITY, 0);
+    ASSERT_GE(keep->SaveChanges(0), 0);
+    const auto drop = NewMessage(left.Get(), "secret");
+    SetLong(drop.Get(), PR_SENSITIVITY, 2);
+    ASSERT_GE(drop->SaveChanges(0), 0);
+    EXPECT_EQ(Kept("not (Private=1 or Sensitivity=2)"), (std::vector<std::string>{"plain"}));
+}
+
+TEST_F(QueryStore, ASizeFormCompilesAndIsRefusedByTheStore) {
+    ASSERT_TRUE(compiler->Compile("size Subject > 3"));
+    TestRef<IMAPITable> table;
+    ASSERT_GE(left->GetContentsTable(0, table.Out()), 0);
+    EXPECT_LT(table->Restrict(compiler->Restriction(), TBL_BATCH), 0);
+}
+
+TEST_F(QueryStore, SelectOpensAFolderByItsPath) {
+    const auto sub = MakeFolder(right.Get(), "Sub Folder");
+    ASSERT_TRUE(SavedMessage(sub.Get(), "there"));
+    const std::string condition = " where exists Subject";
+    EXPECT_EQ(Kept("select Importance from \"sTORE 2\\rIGHT\\sub folder\"" + condition),
+              (std::vector<std::string>{"there"}));
+    ASSERT_NE(compiler->Columns(), nullptr);
+    EXPECT_EQ(compiler->Columns()->aulPropTag[0], PR_IMPORTANCE);
+    EXPECT_EQ(compiler->Columns()->cValues, 2u) << "the used tag behind";
+    EXPECT_EQ(BytesOf(compiler->Folder(), PR_ENTRYID), BytesOf(sub.Get(), PR_ENTRYID));
+
+    EXPECT_EQ(Kept("select Subject from \"\\\\Store 1\\\\Left\\\"" + condition), std::vector<std::string>{});
+    EXPECT_EQ(BytesOf(compiler->Folder(), PR_ENTRYID), BytesOf(left.Get(), PR_ENTRYID))
+        << "separators that follow each other count as one";
+    EXPECT_EQ(Error("select Subject from \"Store 3\\Right\"" + condition), " MsgStore Store 3 not found");
+    EXPECT_EQ(Error("select Subject from \"Store 2\\Right\\Sub\"" + condition), " Folder Sub not found");
+    EXPECT_EQ(Error("select Subject from \"\\\\\"" + condition), " Fatal Error in OpenTable");
+    EXPECT_EQ(Error("select Subject from = where"), " Expected a table path");
+    EXPECT_EQ(Error("select Subject from \"Store 2\\Right\" Subject=x"), " Expected WHERE");
+}
+
+TEST_F(QueryStore, NamesAreResolvedInTheFolderThatSelectOpened) {
+    Add("x", {7, 0, 0, ""});
+    const ULONG there = NamedTag(right.Get(), L"a", PT_LONG);
+    ASSERT_NE(there, 0u);
+    ASSERT_TRUE(compiler->Compile("a=7"));
+    ASSERT_TRUE(compiler->Compile("select Subject from \"Store 2\\Right\" where a=7"))
+        << compiler->ErrorText();
+    EXPECT_EQ(compiler->Restriction()->res.resProperty.ulPropTag, there);
+}
+
+TEST_F(QueryStore, AHexadecimalPathNamesItsStoreAlone) {
+    const std::string before = BytesOf(compiler->Folder(), PR_ENTRYID);
+    EXPECT_TRUE(compiler->Compile("select Subject from 00112233 where Importance=1"))
+        << "no store of that UID is no error" << compiler->ErrorText();
+    EXPECT_TRUE(compiler->Compile("select Subject from \"" + std::string(64, '0') + "\" where Importance=1"));
+    EXPECT_EQ(BytesOf(compiler->Folder(), PR_ENTRYID), before);
+    std::string entryId = BytesOf(right.Get(), PR_ENTRYID);
+    const std::string hex =
+        HexFromBinary(SBinary{static_cast<ULONG>(entryId.size()), reinterpret_cast<BYTE*>(entryId.data())});
+    // The store's own entry ID names no folder; whatever the store says to that, the folder stays usable.
+    compiler->Compile("select Subject from " + hex + " where Importance=1");
+    ASSERT_NE(compiler->Folder(), nullptr);
+    EXPECT_EQ(LongOf(compiler->Folder(), PR_OBJECT_TYPE), static_cast<LONG>(MAPI_FOLDER));
+}
+
+// Fails the n-th call of the stores while a query with a path compiles: an error each time, never a fault,
+// and nothing held that was not held before.
+TEST_F(QueryStore, EveryFailureOfTheStoreBecomesAnError) {
+    TestRef<IStoreFaults> faults;
+    if (rightStore->QueryInterface(IID_IStoreFaults, reinterpret_cast<void**>(faults.Out())) < 0)
+        GTEST_SKIP() << "the stores here don't fail on request";
+    const std::string text = "select Subject from \"Store 2\\Right\" where userfield(n)=x and Importance=1";
+    ULONG n = 1;
+    for (;; ++n) {
+        ASSERT_LT(n, 200u);
+        faults->SetFault(n, MAPI_E_NOT_ENOUGH_RESOURCES, FALSE);
+        const bool compiled = compiler->Compile(text);
+        faults->SetFault(0, S_OK, FALSE);
+        if (compiled) break;
+        EXPECT_FALSE(compiler->ErrorText().empty()) << n;
+        EXPECT_EQ(compiler->Restriction(), nullptr) << n;
+    }
+    EXPECT_GT(n, 3u) << "some calls were made to fail";
+}
+
+}  // namespace
