@@ -35,7 +35,8 @@ std::string EntryIdOf(IMAPIFolder* folder, const std::string& item) {
 }
 
 void CopyItem(IMAPIFolder* from, const std::string& item, IMAPIFolder* to, ULONG flags) {
-    TestEntryList list({EntryIdOf(from, item)});
+    const std::vector<std::string> ids = {EntryIdOf(from, item)};
+    TestEntryList list(ids);
     EXPECT_EQ(from->CopyMessages(list.Get(), nullptr, to, 0, nullptr, flags), S_OK) << item;
 }
 

@@ -1,0 +1,324 @@
+// A run as a whole: what it leaves behind in the folders, what ends it, and what it tells a person.
+#include <Platform/Clock.h>
+#include <Platform/Machine.h>
+#include <Platform/Registry.h>
+#include <support/TwoFolders.h>
+
+namespace {
+class RunTest : public TwoFolders {
+protected:
+    void TearDown() override {
+        DeleteRegistryTree(RegistryRoot::CurrentUser, "Software\\Ostrand");
+        CSyncFolder::ForgetHardDelete();
+        TwoFolders::TearDown();
+    }
+    // The hidden message of that subject in the source folder; null if there is none.
+    TestRef<IMessage> Hidden(const std::string& subject) {
+        const TestRows rows =
+            ContentsOf(Source().Folder(), {PR_ENTRYID, PR_SUBJECT_A, PR_MESSAGE_CLASS_A}, MAPI_ASSOCIATED);
+        for (ULONG row = 0; row < rows.Count(); ++row)
+            if (rows.Text(row, 1) == subject && rows.Text(row, 2) == "IPM.Vellum.IDs")
+                return OpenTestMessage(Source().Store(), rows.Bytes(row, 0));
+        return {};
+    }
+    std::string SideFile(const std::string& side) {
+        const TestRef<IMessage> message = Hidden(side + "." + ComputerName());
+        if (!message) return {};
+        TestRef<IAttach> attachment;
+        if (message->OpenAttach(0, nullptr, 0, attachment.Out()) != S_OK) return {};
+        EXPECT_EQ(TextOf(attachment.Get(), PR_ATTACH_FILENAME_A), "SYNCFILE");
+        return StreamOf(attachment.Get(), PR_ATTACH_DATA_BIN);
+    }
+    void SpoilSideFile(const std::string& side, const std::string& bytes) {
+        const TestRef<IMessage> message = Hidden(side + "." + ComputerName());
+        TestRef<IAttach> attachment;
+        ASSERT_EQ(message->OpenAttach(0, nullptr, MAPI_MODIFY, attachment.Out()), S_OK);
+        ASSERT_EQ(SetStream(attachment.Get(), PR_ATTACH_DATA_BIN, bytes), S_OK);
+        ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+        ASSERT_EQ(message->SaveChanges(FORCE_SAVE), S_OK);
+    }
+    // A run over keys of the test's own choice.
+    int RunKeys(const std::string& source, const std::string& target, bool subfolders = false) {
+        CRecordingUserInterface person;
+        CSyncFolder engine;
+        engine.m_session = CMapiSession(session.Get());
+        engine.m_setting = &setting;
+        const int answer = engine.SyncSubFolder(source, target, true, true, true, subfolders, false);
+        messages = person.messages;
+        outcome = engine.m_outcome;
+        return answer;
+    }
+    TestRef<IMAPIFolder> Child(StorySide& side, const std::string& name) {
+        return MakeFolder(side.Folder(), name);
+    }
+};
+
+class CCancelAt : public CSyncProgressHidden {
+public:
+    explicit CCancelAt(int look) : m_look(look) {}
+    int IsCancelled() override { return ++looks >= m_look; }
+    int looks = 0;
+
+private:
+    int m_look;
+};
+
+std::vector<std::string> NamesIn(const std::string& bytes) {
+    CSyncFileMap map;
+    std::uint32_t announced = 0;
+    EXPECT_TRUE(map.Parse(bytes, announced));
+    std::vector<std::string> names;
+    for (const CSyncFileEntry* entry : map.InKeyOrder())
+        names.emplace_back(entry->name);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Runs, RunTest, ::testing::Bool());
+
+// --- what is left behind -----------------------------------------------------------------------------
+
+TEST_P(RunTest, StateOfBothSidesLiesInTheSourceFolder) {
+    Given(Left().Creates("A B"), Right().Creates("C"), Synced());
+    const std::vector<std::string> all = {"A", "B", "C"};
+    EXPECT_EQ(NamesIn(SideFile("SourceID")), all);
+    EXPECT_EQ(NamesIn(SideFile("TargetID")), all);
+    EXPECT_EQ(ContentsOf(Target().Folder(), {PR_ENTRYID}, MAPI_ASSOCIATED).Count(), 0u);
+
+    FILETIME newest{};
+    const TestRows rows = ContentsOf(Source().Folder(), {PR_LAST_MODIFICATION_TIME});
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        if (CompareFileTimes(rows.Cell(row, 0).Value.ft, newest) > 0) newest = rows.Cell(row, 0).Value.ft;
+    const TestRef<IMessage> message = Hidden("SourceID." + ComputerName());
+    EXPECT_EQ(
+        CompareFileTimes(
+            TimeOf(message.Get(), NamedTag(message.Get(), std::wstring(L"SyncTime"), PT_SYSTIME)), newest),
+        0);
+}
+
+TEST_P(RunTest, RunWithoutChangesWritesNothing) {
+    Run();
+    EXPECT_TRUE(SideFile("SourceID").empty());
+    EXPECT_EQ(outcome.pairsRun, 1u);
+    EXPECT_EQ(ContentsOf(Source().Folder(), {PR_ENTRYID}, MAPI_ASSOCIATED).Count(), 0u);
+}
+
+TEST_P(RunTest, SecondRunReplacesTheState) {
+    Given(Both("A B"), Synced());
+    const ULONG hidden = ContentsOf(Source().Folder(), {PR_ENTRYID}, MAPI_ASSOCIATED).Count();
+    When(Left().Deletes("A"));
+    Then(Both("B"));
+    EXPECT_EQ(ContentsOf(Source().Folder(), {PR_ENTRYID}, MAPI_ASSOCIATED).Count(), hidden);
+    EXPECT_EQ(NamesIn(SideFile("SourceID")), std::vector<std::string>{"B"});
+}
+
+TEST_P(RunTest, AnotherComputerHasAMemoryOfItsOwn) {
+    Given(Both("A B"), Synced());
+    SetComputerNameForTest("elsewhere");
+    EXPECT_TRUE(SideFile("SourceID").empty());
+    When(Left().Creates("C"));
+    Then(Both("A B C"));
+    SetComputerNameForTest("");
+}
+
+TEST_P(RunTest, DamagedStateLosesAndDoublesNothing) {
+    Given(Both("A B C"), Synced());
+    const std::string whole = SideFile("TargetID");
+    for (const size_t cut : {size_t{0}, size_t{3}, whole.size() / 2, whole.size() - 1}) {
+        SpoilSideFile("TargetID", whole.substr(0, cut));
+        SpoilSideFile("SourceID", "not a sync file");
+        Run();
+        Still(Both("A B C"));
+    }
+}
+
+TEST_P(RunTest, TwoPairsWithOneSourceKeepApart) {
+    const TestRef<IMAPIFolder> third =
+        MakeFolder(OpenStoreFolder(Target().Store(), PR_IPM_SUBTREE_ENTRYID).Get(), "Third");
+    StorySide other("third", Target().Name() == "left" ? leftStore : rightStore, third);
+    Given(Both("A B"), Synced());
+    RunKeys(Source().Key(), other.Key());
+    Still(Both("A B"), other.Has("A B"));
+    RunKeys(Source().Key(), other.Key());
+    EXPECT_EQ(outcome.sourceChanged + outcome.targetChanged, 0u);
+    When(other.Deletes("A"), Target().Creates("C"));
+    RunKeys(Source().Key(), other.Key());
+    Run();
+    RunKeys(Source().Key(), other.Key());
+    Still(Both("B C"), other.Has("B C"));
+}
+
+// --- what ends a run -----------------------------------------------------------------------------------
+
+TEST_P(RunTest, KeyWithoutColonIsReportedAndChangesNothing) {
+    Given(Both("A"), Synced());
+    EXPECT_EQ(RunKeys("0102", Target().Key()), 0);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].caption, "Tarn");
+    EXPECT_EQ(messages[0].text, "Error MAPI_E_INVALID_ENTRYID in\nOpenSource Folder, second try");
+    EXPECT_EQ(outcome.pairsNotOpened, 1u);
+    EXPECT_EQ(RunKeys(Source().Key(), ""), 0);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].caption, "Tarn");
+    Still(Both("A"));
+}
+
+TEST_P(RunTest, FolderThatIsGoneIsReported) {
+    const std::string key = Target().Key();
+    const size_t colon = key.find(':');
+    std::string gone = key;
+    gone.replace(colon - 4, 4, "EEEE");
+    RunKeys(Source().Key(), gone);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].text.rfind("Error MAPI_E_", 0), 0u) << messages[0].text;
+    EXPECT_EQ(outcome.pairsNotOpened, 1u);
+}
+
+TEST_P(RunTest, CancelledRunWritesNoStateAndTheNextOneFinishes) {
+    Given(Left().Creates("A B C"));
+    for (int look = 1; look <= 8; ++look) {
+        CCancelAt cancel(look);
+        progress = &cancel;
+        Run();
+        EXPECT_EQ(outcome.cancelled, cancel.looks >= look) << look;
+        if (outcome.cancelled) {
+            EXPECT_TRUE(SideFile("SourceID").empty()) << look;
+        }
+        progress = nullptr;
+        if (!outcome.cancelled) break;
+    }
+    Then(Both("A B C"));
+}
+
+TEST_P(RunTest, PairsByMailAndDirectoryAreRefused) {
+    setting.m_flags |= SYNC_BY_DIRECTORY;
+    Given(Left().Creates("A"));
+    EXPECT_EQ(RunKeys(Source().Key(), Target().Key()), 1);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_TRUE(outcome.notAvailable);
+    setting.m_flags &= ~static_cast<ULONG>(SYNC_BY_DIRECTORY);
+    setting.m_emails.push_back({"Ann", "ann@example.org", ""});
+    EXPECT_EQ(RunKeys(Source().Key(), Target().Key()), 1);
+    ASSERT_EQ(messages.size(), 1u);
+    Still(Left().Has("A"), Right().Has(""));
+}
+
+TEST_P(RunTest, SwitchForDuplicatesIsAnsweredAndTheRunGoesOn) {
+    CRegistryKey key;
+    ASSERT_EQ(key.Create(RegistryRoot::CurrentUser, "Software\\Ostrand\\Vellum"), ERROR_SUCCESS);
+    ASSERT_EQ(key.WriteDword("FindDuplicates", 1), ERROR_SUCCESS);
+    expectMessages = true;
+    Given(Left().Creates("A"), Synced());
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].caption, "Vellum");
+    EXPECT_NE(messages[0].text.find("not available in this version"), std::string::npos);
+    Still(Both("A"));
+}
+
+// --- subfolders ------------------------------------------------------------------------------------------
+
+TEST_P(RunTest, SubfoldersOfOneNameArePaired) {
+    setting.m_flags |= SYNC_SUBFOLDERS;
+    SavedMessage(Child(Left(), "Sub").Get(), "inner");
+    SavedMessage(Child(Left(), "Only").Get(), "alone");
+    Child(Right(), "Sub");
+    Given(Both("A"));
+    Run();
+    EXPECT_EQ(SubjectsIn(Child(Right(), "Sub").Get()), "inner");
+    EXPECT_EQ(missingFolders, std::vector<std::string>{"Left\\Only"});
+    EXPECT_EQ(outcome.pairsRun, 2u);
+}
+
+TEST_P(RunTest, MissingSubfoldersAreMadeOnEitherSide) {
+    setting.m_flags |= SYNC_SUBFOLDERS | SYNC_CREATE_SUBFOLDERS;
+    const TestRef<IMAPIFolder> calendar = Child(Left(), "Calendar");
+    SetText(calendar.Get(), PR_CONTAINER_CLASS_A, "IPF.Appointment");
+    SavedMessage(MakeFolder(calendar.Get(), "Deep").Get(), "deepest");
+    SavedMessage(Child(Right(), "Notes").Get(), "note");
+    Run();
+    EXPECT_TRUE(missingFolders.empty());
+    EXPECT_EQ(SubjectsIn(MakeFolder(Child(Right(), "Calendar").Get(), "Deep").Get()), "deepest");
+    EXPECT_EQ(SubjectsIn(Child(Left(), "Notes").Get()), "note");
+    if (&Source() == &Left()) {
+        EXPECT_EQ(TextOf(Child(Right(), "Calendar").Get(), PR_CONTAINER_CLASS_A), "IPF.Appointment");
+    }
+    Then(Both(""));
+}
+
+// --- what a pair selects ---------------------------------------------------------------------------------
+
+TEST_P(RunTest, QuerySelectsWhatTravels) {
+    setting.m_query = "Subject = \"A\"";
+    Given(Left().Creates("A B"));
+    Then(Left().Has("A B"), Right().Has("A"));
+}
+
+TEST_P(RunTest, QueryThatDoesNotCompileIsToldAndSelectsAll) {
+    setting.m_query = "Subject = (";
+    expectMessages = true;
+    Given(Left().Creates("A B"), Synced());
+    ASSERT_FALSE(messages.empty());
+    EXPECT_EQ(messages[0].caption, "Vellumware");
+    Still(Both("A B"));
+}
+
+TEST_P(RunTest, PrivateItemsStayWhereTheyAre) {
+    setting.m_flags |= SYNC_SKIP_PRIVATE;
+    const TestRef<IMessage> secret = NewMessage(Left().Folder(), "Secret");
+    SetLong(secret.Get(), PR_SENSITIVITY, SENSITIVITY_PRIVATE);
+    ASSERT_EQ(secret->SaveChanges(0), S_OK);
+    Given(Left().Creates("A"));
+    Then(Left().Has("A Secret"), Right().Has("A"));
+}
+
+TEST_P(RunTest, PrivateAppointmentTravelsWithoutItsText) {
+    setting.m_flags |= SYNC_STRIP_PRIVATE;
+    const TestRef<IMessage> secret = NewMessage(Left().Folder(), "Doctor", "knee");
+    SetText(secret.Get(), PR_MESSAGE_CLASS_A, "IPM.Appointment");
+    SetText(secret.Get(), PR_SENDER_NAME_A, "Ann");
+    SetLong(secret.Get(), PR_SENSITIVITY, SENSITIVITY_PRIVATE);
+    ASSERT_EQ(secret->SaveChanges(0), S_OK);
+    Run();
+    const TestRows rows = ContentsOf(Right().Folder(), {PR_SUBJECT_A, PR_ENTRYID});
+    ASSERT_EQ(rows.Count(), 1u);
+    EXPECT_EQ(rows.Text(0, 0), "[Ann] Private appointment");
+    const TestRef<IMessage> shown = OpenTestMessage(Right().Store(), rows.Bytes(0, 1));
+    EXPECT_EQ(TextOf(shown.Get(), PR_BODY_A), "Private appointment");
+    EXPECT_EQ(LongOf(shown.Get(), NamedTag(shown.Get(), std::wstring(L"TarnPriv"), PT_LONG)), 1);
+    Still(Left().Has("Doctor"), Left().Reads("Doctor", "knee"));
+}
+
+TEST_P(RunTest, IncrementalRunFindsWhatIsNewAndLosesNothing) {
+    setting.m_flags = (setting.m_flags | SYNC_NEW_ONLY) & ~static_cast<ULONG>(SYNC_DELETE_IN_TARGET);
+    Given(Both("A B"), Synced());
+    When(Left().Creates("C"), Right().Changes("A", "changed"));
+    Then(Both("A B C"), Left().Reads("A", "changed"));
+}
+
+// --- removing --------------------------------------------------------------------------------------------
+
+TEST_P(RunTest, HardDeleteHoldsNothing) {
+    CRegistryKey key;
+    ASSERT_EQ(key.Create(RegistryRoot::CurrentUser, "Software\\Ostrand\\Vellumware"), ERROR_SUCCESS);
+    ASSERT_EQ(key.WriteDword("HardDelete", 1), ERROR_SUCCESS);
+    CSyncFolder::ForgetHardDelete();
+    Given(Both("A B"), Synced());
+    When(Left().Deletes("B"));
+    Then(Both("A"), Right().Discards(""));
+}
+
+TEST_P(RunTest, BatchThatRunsFullLosesNoEntry) {
+    Given(Left().Creates("A B C D E F G"));
+    CSyncFolder engine;
+    engine.m_session = CMapiSession(session.Get());
+    const IMsgStorePtr store(Left().Store());
+    const IMAPIFolderPtr folder(Left().Folder());
+    engine.InitDelArrays(store, folder, 3);
+    const TestRows rows = ContentsOf(Left().Folder(), {PR_ENTRYID, PR_SUBJECT_A});
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        if (rows.Text(row, 1) != "G")
+            engine.AddToDelArray(rows.Cell(row, 0).Value.bin, folder, BATCH_DELETED);
+    engine.FlushDelArrays(store, folder);
+    Still(Left().Has("G"), Left().Discards("A B C D E F"));
+}
