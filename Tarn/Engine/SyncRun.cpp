@@ -456,6 +456,7 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_cancelled = 0;
     m_tags.Clear();
     m_pairKey.clear();
+    m_written.clear();
     m_sourceData.Clear();
     m_targetData.Clear();
     if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
@@ -477,6 +478,10 @@ bool CSyncFolder::PollCancelled() {
     if (m_progress) m_cancelled = m_progress->IsCancelled();
     if (m_cancelled) m_outcome.cancelled = true;
     return m_cancelled != 0;
+}
+
+void CSyncFolder::NoteWritten(const SBinary& entryId) {
+    m_written.insert(HexFromBinary(entryId));
 }
 
 void CSyncFolder::NoteChanged(unsigned items) {

@@ -17,6 +17,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 class CMessageCache;
@@ -240,6 +241,9 @@ public:
     // removed on the side that a copy loop writes to.
     void NoteRowFailed() { ++m_outcome.rowsFailed; }
     void NoteChanged(unsigned items = 1);
+    // The item that a copy was just saved to. A deletion under the name that it had before does not
+    // remove it any more in this run.
+    void NoteWritten(const SBinary& entryId);
     // Asks the progress and keeps the answer in m_cancelled.
     bool PollCancelled();
     bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }
@@ -315,7 +319,8 @@ private:
     void TraceDeletionFailure();
 
     CSyncTagCache m_tags;
-    std::string m_pairKey;  // see SetPairTarget
+    std::unordered_set<std::string> m_written;  // entry IDs of NoteWritten
+    std::string m_pairKey;                      // see SetPairTarget
     bool m_toldOfDuplicates = false;
     int m_depth = 0;  // levels of subfolders above the pair under way
 };
