@@ -5,6 +5,8 @@
 
 namespace {
 
+using namespace fakes;
+
 const HRESULT kFailure = static_cast<HRESULT>(MAPI_E_NO_ACCESS);
 
 CFakeTable::CRow Row(const char* entryId, const char* name, LONG number) {

@@ -18,6 +18,8 @@
         return static_cast<HRESULT>(MAPI_E_NO_SUPPORT); \
     }
 
+namespace fakes {
+
 // Objects alive, over all kinds. A test compares it before and after.
 inline int g_liveFakes = 0;
 
@@ -369,3 +371,5 @@ public:
     }
     size_t m_at = 0;
 };
+
+}  // namespace fakes

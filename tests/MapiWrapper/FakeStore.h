@@ -4,6 +4,8 @@
 
 #include <memory>
 
+namespace fakes {
+
 // What lies behind the entry IDs of one test. Holds one reference on each object.
 struct CFakeWorld {
     std::map<std::string, CComPtr<IUnknown>> objects;
@@ -226,3 +228,5 @@ public:
 
         private : CFakeWorld& m_world;
 };
+
+}  // namespace fakes

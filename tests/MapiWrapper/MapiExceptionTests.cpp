@@ -5,6 +5,8 @@
 
 namespace {
 
+using namespace fakes;
+
 HRESULT Hr(unsigned code) {
     return static_cast<HRESULT>(code);
 }

@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace fakes;
+
 class Messages : public testing::Test {
 protected:
     Messages() : m_before(g_liveFakes), m_fake(new CFakeMessage) { m_message.Attach(m_fake); }

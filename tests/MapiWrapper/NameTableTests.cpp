@@ -9,6 +9,8 @@
 
 namespace {
 
+using namespace fakes;
+
 TEST(NameTables, NamesWithoutSuffixHaveTheirNarrowType) {
     EXPECT_EQ(TagFromName("PR_SUBJECT"), 0x0037001Eu);
     EXPECT_EQ(TagFromName("PR_SUBJECT_W"), 0x0037001Fu);

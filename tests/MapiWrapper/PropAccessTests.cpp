@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace fakes;
+
 const HRESULT kFailure = static_cast<HRESULT>(MAPI_E_NO_ACCESS);
 
 class PropAccess : public testing::Test {

@@ -5,6 +5,8 @@
 
 namespace {
 
+using namespace fakes;
+
 const std::string kUid = "0123456789abcdef";
 const std::string kOtherUid = "ffffffffffffffff";
 

@@ -5,6 +5,8 @@
 
 namespace {
 
+using namespace fakes;
+
 class Streams : public testing::Test {
 protected:
     IStream* Open() {

@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace fakes;
+
 TEST(Binary, ParsesUpperCasePairsAndDropsHalfAPair) {
     CMapiBinary bin;
     bin.ParseHex("ABC");

@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace fakes;
+
 class ToolsAttachments : public testing::Test {
 protected:
     ToolsAttachments() : m_before(g_liveFakes), m_fake(new CFakeMessage) { m_message.Attach(m_fake); }
