@@ -122,7 +122,13 @@ void CSyncFolder::FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr
     CEntryIdBatch& deleted = m_batches[BATCH_DELETED];
     CEntryIdBatch& overwritten = m_batches[BATCH_OVERWRITTEN];
     if (!conflicts.IsEmpty()) MoveToConflictFolder(conflicts.List(), store, folder);
-    if (!deleted.IsEmpty()) MoveToDeletedFolder(deleted.List(), "Deleted", store, folder);
+    if (!deleted.IsEmpty()) {
+        const unsigned failedBefore = m_outcome.rowsFailed;
+        MoveToDeletedFolder(deleted.List(), "Deleted", store, folder);
+        const unsigned failed = m_outcome.rowsFailed - failedBefore;
+        const auto count = static_cast<unsigned>(deleted.Count());
+        if (failed < count) NoteChanged(count - failed);
+    }
     if (!overwritten.IsEmpty()) MoveToDeletedFolder(overwritten.List(), "Overwrite", store, folder);
     for (CEntryIdBatch& batch : m_batches)
         batch.Clear();
