@@ -94,6 +94,8 @@ TEST_F(Pairs, RunsCarryNewChangedAndDeletedItems) {
     ASSERT_EQ(first.size(), 1u);
     EXPECT_EQ(first[0]["name"], "ab");
     EXPECT_EQ(first[0]["protocol"].size(), 3u);
+    for (const Json& entry : first[0]["protocol"])
+        EXPECT_EQ(entry["direction"], entry["subject"] == "Three" ? "to-source" : "to-target");
     EXPECT_EQ(first[0]["source_changed"], 1);
     EXPECT_EQ(first[0]["target_changed"], 2);
     EXPECT_EQ(Contents("Home/A"), (Texts{"One=1", "Three=3", "Two=2"}));

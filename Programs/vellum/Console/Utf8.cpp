@@ -70,10 +70,6 @@ std::string Utf8FromWide(const std::wstring& text) {
     return out;
 }
 
-std::string Utf8FromWide(const wchar_t* text) {
-    return text ? Utf8FromWide(std::wstring(text)) : std::string();
-}
-
 std::string Utf8FromNarrow(const std::string& text) {
     return Utf8FromWide(WideFromNarrow(text));
 }

@@ -6,7 +6,6 @@
 // result is always valid.
 std::string Utf8FromNarrow(const std::string& text);
 std::string Utf8FromWide(const std::wstring& text);
-std::string Utf8FromWide(const wchar_t* text);
 // Wide text from valid or broken UTF-8.
 std::wstring WideFromUtf8(const std::string& text);
 

@@ -71,6 +71,10 @@ Json ArrayOf(ULONG count, const T* values, F convert) {
     return array;
 }
 
+Json WideToJson(const WCHAR* text) {
+    return text ? Json(Utf8FromWide(text)) : Json("");
+}
+
 Json NarrowToJson(const char* text) {
     return text ? Json(Utf8FromNarrow(text)) : Json("");
 }
@@ -99,8 +103,7 @@ Json MultiValueToJson(const SPropValue& value) {
         case PT_MV_STRING8:
             return ArrayOf(v.MVszA.cValues, v.MVszA.lppszA, NarrowToJson);
         case PT_MV_UNICODE:
-            return ArrayOf(v.MVszW.cValues, v.MVszW.lppszW,
-                           [](const WCHAR* x) { return Json(Utf8FromWide(x)); });
+            return ArrayOf(v.MVszW.cValues, v.MVszW.lppszW, WideToJson);
         case PT_MV_BINARY:
             return ArrayOf(v.MVbin.cValues, v.MVbin.lpbin, HexFromBinary);
         case PT_MV_CLSID:
@@ -178,7 +181,7 @@ CNames::CNames(IMAPIProp* object, const std::vector<ULONG>& tags) {
 void CNames::Add(ULONG tag, const MAPINAMEID& name) {
     Json entry = Json::object();
     if (name.ulKind == MNID_STRING)
-        entry["name"] = Utf8FromWide(name.Kind.lpwstrName);
+        entry["name"] = WideToJson(name.Kind.lpwstrName);
     else
         entry["id"] = HexNumber(static_cast<ULONG>(name.Kind.lID), 4);
     if (name.lpguid) entry["set"] = PropertySetName(*name.lpguid);
@@ -306,7 +309,7 @@ Json ValueToJson(const SPropValue& value) {
         case PT_STRING8:
             return NarrowToJson(v.lpszA);
         case PT_UNICODE:
-            return Utf8FromWide(v.lpszW);
+            return WideToJson(v.lpszW);
         case PT_SYSTIME:
             return TimeToJson(v.ft);
         case PT_CLSID:

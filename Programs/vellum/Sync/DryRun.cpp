@@ -26,7 +26,7 @@ private:
     void Compare(const CFolderRef& source, const CFolderRef& target);
     void ReadRows(Side& side, const FILETIME& time);
     void WalkSubfolders(const CFolderRef& source, const CFolderRef& target);
-    void Report(CSyncMessages& changes, const CFolderRef& from, const CFolderRef& to);
+    void Report(CSyncMessages& changes, const CFolderRef& from, const CFolderRef& to, bool toSource);
 
     CProfileSession& m_session;
     CPairResult& m_result;
@@ -59,11 +59,13 @@ void CDryRun::ReadRows(Side& side, const FILETIME& time) {
     m_engine.QuerySyncRows(side.rows, side.folder.folder, table);
 }
 
-void CDryRun::Report(CSyncMessages& changes, const CFolderRef& from, const CFolderRef& to) {
+void CDryRun::Report(CSyncMessages& changes, const CFolderRef& from, const CFolderRef& to, bool toSource) {
+    const auto nameOf = [](const CFolderRef& folder) { return SplitFolderPath(folder.path).back(); };
     for (std::size_t i = 0; i < changes.Count(); ++i) {
         const CSyncMessage& change = changes.At(i);
-        m_result.protocol.Add(to.path, from.path, change.m_name, change.m_state, Intention(change.m_state),
-                              change.m_syncId);
+        m_result.protocol.Add(nameOf(to), nameOf(from), change.m_name, change.m_state,
+                              Intention(change.m_state), change.m_syncId);
+        m_result.toSource.push_back(toSource);
         if (change.m_state == STATE_CONFLICT) ++m_result.outcome.conflicts;
     }
 }
@@ -82,8 +84,8 @@ void CDryRun::Compare(const CFolderRef& sourceFolder, const CFolderRef& targetFo
         m_engine.CreateModifyList("Target", target.changes, m_engine.m_targetData, m_engine.m_sourceData,
                                   targetFolder.folder, sourceFolder.folder, target.rows, source.rows, {});
     m_engine.FindConflicts(source.changes, target.changes);
-    Report(source.changes, sourceFolder, targetFolder);
-    Report(target.changes, targetFolder, sourceFolder);
+    Report(source.changes, sourceFolder, targetFolder, false);
+    Report(target.changes, targetFolder, sourceFolder, true);
     ++m_result.outcome.pairsRun;
 }
 

@@ -6,6 +6,7 @@
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/ItemReport.h>
+#include <Programs/vellum/Sync/TerminalProgress.h>
 #include <Tarn/Settings/RunDispatch.h>
 
 #include <algorithm>
@@ -28,6 +29,26 @@ std::string LockPath(const std::string& key) {
 
 std::string Plural(unsigned count, const std::string& word) {
     return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
+}
+
+bool GoesToSource(const CPairResult& result, std::size_t entry) {
+    return entry < result.toSource.size() && result.toSource[entry];
+}
+
+void PrintProtocol(CConsole& console, const CPairResult& result) {
+    CListing listing(
+        {{"state", "What"}, {"arrow", "Dir."}, {"item", "Item"}, {"folder", "Folder"}, {"detail", "Done"}},
+        "");
+    for (std::size_t i = 0; i < result.protocol.Count(); ++i) {
+        const CSyncProtocolEntry& entry = result.protocol.At(i);
+        const std::string folder = entry.m_origin == entry.m_destination
+                                       ? entry.m_origin
+                                       : entry.m_origin + " to " + entry.m_destination;
+        listing.AddRow({StateWord(entry.m_state), GoesToSource(result, i) ? "<-" : "->",
+                        Utf8FromNarrow(entry.m_subject), Utf8FromNarrow(folder),
+                        Utf8FromNarrow(entry.m_detail)});
+    }
+    listing.PrintTable(console);
 }
 
 void PrintSummary(CConsole& console, const CPairResult& result) {
@@ -72,7 +93,7 @@ bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& 
     return result.problem.empty();
 }
 
-void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result) {
+void RunPair(CProfileSession& session, CTerminalProgress& progress, CPairResult& result) {
     CPairLock lock;
     if (!lock.TryLock(result.pair, result.label, result.busy)) {
         if (result.busy.empty()) result.busy = "another run";
@@ -84,11 +105,14 @@ void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& res
     CSyncFolder run;
     PrepareFolder(run, result.pair, session.Mapi(), &result.protocol);
     run.m_progress = &progress;
+    // The protocol names folders, which may be called the same on both sides.
+    progress.OnStep([&] { result.toSource.push_back(run.m_copyToSource); });
     if (result.pair.Has(SYNC_TRACE_FILE)) run.OpenTraceFile();
     run.SyncSubFolder(result.pair.m_sourceKey, result.pair.m_targetKey, result.pair.Has(SYNC_TO_TARGET),
                       result.pair.Has(SYNC_FROM_TARGET), result.pair.Has(SYNC_DELETE_IN_TARGET),
                       result.pair.Has(SYNC_SUBFOLDERS), result.pair.Has(SYNC_CREATE_SUBFOLDERS));
     if (result.pair.Has(SYNC_TRACE_FILE)) run.CloseTraceFile();
+    progress.OnStep({});
     result.outcome = run.m_outcome;
     result.missingFolders = run.m_missingFolders;
 }
@@ -123,6 +147,7 @@ Json ResultToJson(const CPairResult& result) {
         const CSyncProtocolEntry& entry = result.protocol.At(i);
         entries.push_back({{"state", StateWord(entry.m_state)},
                            {"subject", Utf8FromNarrow(entry.m_subject)},
+                           {"direction", GoesToSource(result, i) ? "to-source" : "to-target"},
                            {"from", Utf8FromNarrow(entry.m_origin)},
                            {"to", Utf8FromNarrow(entry.m_destination)},
                            {"detail", Utf8FromNarrow(entry.m_detail)}});
@@ -145,13 +170,6 @@ void PrintResult(CConsole& console, const CPairResult& result) {
     console.Out() << console.OnOut(CConsole::Style::Bold, OneLine(Utf8FromNarrow(result.label))) << ": "
                   << OneLine(Utf8FromNarrow(result.pair.m_sourcePath)) << " and "
                   << OneLine(Utf8FromNarrow(result.pair.m_targetPath)) << '\n';
-    if (!result.protocol.IsEmpty()) {
-        CListing listing(
-            {{"state", "What"}, {"subject", "Item"}, {"from", "From"}, {"to", "To"}, {"detail", "Done"}}, "");
-        const Json json = ResultToJson(result);
-        for (const Json& entry : json["protocol"])
-            listing.AddRow({entry["state"], entry["subject"], entry["from"], entry["to"], entry["detail"]});
-        listing.PrintTable(console);
-    }
+    if (!result.protocol.IsEmpty()) PrintProtocol(console, result);
     PrintSummary(console, result);
 }

@@ -9,11 +9,13 @@
 #include <vector>
 
 class CConsole;
+class CTerminalProgress;
 
 struct CPairResult {
     CTarnSetting pair;
     std::string label;
     CSyncProtocol protocol;
+    std::vector<bool> toSource;  // of each entry: the change went to the source side
     CSyncOutcome outcome;
     std::vector<std::string> missingFolders;
     std::string busy;     // who holds the pair; empty: nobody
@@ -37,7 +39,7 @@ bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& 
 
 // Runs one pair on this thread. Failures inside the run are in the outcome, what the engine had to say
 // about them went to the installed user interface.
-void RunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result);
+void RunPair(CProfileSession& session, CTerminalProgress& progress, CPairResult& result);
 
 // The word for a protocol state: "new", "changed", "deleted", "conflict", "kept".
 std::string StateWord(int state);

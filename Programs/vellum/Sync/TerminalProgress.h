@@ -3,6 +3,7 @@
 #include <Programs/vellum/Console/ProgressLine.h>
 #include <Tarn/Engine/SyncProgress.h>
 
+#include <functional>
 #include <string>
 
 class CConsole;
@@ -10,6 +11,8 @@ class CConsole;
 class CTerminalProgress : public CSyncProgress {
 public:
     explicit CTerminalProgress(CConsole& console) : m_console(console), m_line(console) {}
+    // Called once for each item that a run takes in hand, before it does.
+    void OnStep(std::function<void()> step) { m_step = std::move(step); }
 
     void SetCaption(const std::string& text) override;
     void StepFolder() override {}
@@ -28,6 +31,7 @@ private:
 
     CConsole& m_console;
     CProgressLine m_line;
+    std::function<void()> m_step;
     std::string m_caption;
     std::string m_status;
     unsigned m_done = 0;
