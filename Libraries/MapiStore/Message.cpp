@@ -82,7 +82,9 @@ bool IsComputedOfMessage(PropId id) {
 CMessage::CMessage(const std::shared_ptr<CStoreCore>& core, bool writable)
     : CPropInterface(core, writable), m_state(*core) {}
 
-CMessage::~CMessage() = default;
+CMessage::~CMessage() {
+    if (m_released) m_released(this);
+}
 
 CRef<CMessage> CMessage::Create(const std::shared_ptr<CStoreCore>& core, ObjectId folder, bool associated) {
     auto message = CRef<CMessage>::Take(new CMessage(core, true));
@@ -121,6 +123,17 @@ CRef<CMessage> CMessage::OpenEmbedded(CAttach& owner, bool create, bool writable
     return message;
 }
 
+CRef<CMessage> CMessage::OpenDetached(const std::shared_ptr<CStoreCore>& core,
+                                      const MessageSnapshot& snapshot, bool writable, SaveSnapshot save,
+                                      std::function<void(IMessage*)> released) {
+    auto message = CRef<CMessage>::Take(new CMessage(core, writable));
+    message->m_save = std::move(save);
+    message->m_released = std::move(released);
+    message->m_head.flags = MSGFLAG_READ | MSGFLAG_UNSENT;
+    message->m_state.LoadSnapshot(snapshot);
+    return message;
+}
+
 // What every message has. A caller who removes them gets new ones at the next save.
 void CMessage::FillIn() {
     CPropertyBag& bag = m_state.bag;
@@ -155,6 +168,11 @@ bool CMessage::FindProp(PropId id, CStoredValue& value) {
         case PROP_ID(PR_RECORD_KEY):
         case PROP_ID(PR_INSTANCE_KEY):
             if (!IsSaved()) return false;
+            break;
+        case PROP_ID(PR_STORE_ENTRYID):
+        case PROP_ID(PR_STORE_RECORD_KEY):
+        case PROP_ID(PR_MDB_PROVIDER):
+            if (m_save) return false;
             break;
         case PROP_ID(PR_PARENT_ENTRYID): {
             if (IsEmbedded()) return false;
@@ -297,7 +315,8 @@ void CMessage::WriteRow(MessageHead& head, CMessageState::Written& written, ULON
                                                                 : MAPI_E_OBJECT_DELETED);
 }
 
-// Into the attachment that holds it; its own SaveChanges and the outer message's follow.
+// Into the attachment that holds it, whose own SaveChanges and the outer message's follow; a detached
+// one to where it came from.
 void CMessage::SaveEmbedded() {
     FillIn();
     CPropertyBag& bag = m_state.bag;
@@ -306,7 +325,10 @@ void CMessage::SaveEmbedded() {
     if (!bag.Has(PROP_ID(PR_CREATION_TIME))) bag.Set(PROP_ID(PR_CREATION_TIME), PT_SYSTIME, stamp);
     if (!m_setModified) bag.Set(PROP_ID(PR_LAST_MODIFICATION_TIME), PT_SYSTIME, stamp);
     const auto snapshot = m_state.Snapshot(m_depth);
-    m_owner->PutEmbedded(snapshot);
+    if (m_owner)
+        m_owner->PutEmbedded(snapshot);
+    else
+        m_save(*snapshot);
     m_state.LoadSnapshot(*snapshot);
     m_setModified.reset();
 }

@@ -3,6 +3,8 @@
 #include "MessageState.h"
 #include "PropObject.h"
 
+#include <functional>
+
 class CAttach;
 
 // Asks an object whether it is one of this room; answers the class pointer behind it.
@@ -22,6 +24,12 @@ public:
     // The message in an attachment; with `create` a new one. MAPI_E_NOT_FOUND if there is none,
     // MAPI_E_TOO_COMPLEX if it would lie too deep.
     static CRef<CMessage> OpenEmbedded(CAttach& owner, bool create, bool writable);
+    // A message that stands for itself, on a core of no store: SaveChanges hands its contents to `save`,
+    // under the lock; `released` is called when the object goes.
+    using SaveSnapshot = std::function<void(const MessageSnapshot&)>;
+    static CRef<CMessage> OpenDetached(const std::shared_ptr<CStoreCore>& core,
+                                       const MessageSnapshot& snapshot, bool writable, SaveSnapshot save,
+                                       std::function<void(IMessage*)> released);
     ~CMessage() override;
 
     // For its attachments.
@@ -57,7 +65,8 @@ protected:
 
 private:
     CMessage(const std::shared_ptr<CStoreCore>& core, bool writable);
-    bool IsEmbedded() const { return static_cast<bool>(m_owner); }
+    // Lies in no folder: in an attachment, or detached.
+    bool IsEmbedded() const { return m_owner || m_save; }
     bool IsSaved() const { return m_head.id != 0; }
     bool FindTime(PropId id, CStoredValue& value) const;
     void FillIn();
@@ -79,6 +88,8 @@ private:
     bool m_flagsSet = false;
     std::optional<std::uint64_t> m_setCreated, m_setModified;  // by SetProps since the last save
     CRef<CAttach> m_owner;                                     // of an embedded message
+    SaveSnapshot m_save;                                       // of a detached one
+    std::function<void(IMessage*)> m_released;
     unsigned m_depth = 0;                                      // of embedding
 };
 

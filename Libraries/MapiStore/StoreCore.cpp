@@ -20,6 +20,7 @@ using namespace std::chrono_literals;
 
 constexpr unsigned kSavesPerCommit = 100;
 constexpr auto kGatheringTime = 50ms;
+constexpr std::size_t kMostMappings = 16;
 
 // The cores of this process by path: two sessions on one file share one.
 struct Registry {
@@ -97,6 +98,16 @@ CStoreCore::CStoreCore(const std::string& path) : m_path(path) {
     std::memcpy(m_uid.bytes.data(), uid->data(), uid->size());
     m_longTermIds = m_storage->ReadFact("long-term").has_value();
     m_namesSeen = m_watchersTold = m_storage->OutsideChanges();
+}
+
+CStoreCore::CStoreCore(std::unique_ptr<IObjectStorage> storage, const StoreUid& uid)
+    : m_uid(uid), m_storage(std::move(storage)) {}
+
+std::shared_ptr<CStoreCore> CStoreCore::OpenDetached(std::unique_ptr<IObjectStorage> storage) {
+    const GUID guid = NewGuid();
+    StoreUid uid;
+    std::memcpy(uid.bytes.data(), &guid, uid.bytes.size());
+    return std::shared_ptr<CStoreCore>(new CStoreCore(std::move(storage), uid));
 }
 
 void CStoreCore::Create(const std::string& path, const std::string& displayName, bool longTermIds) {
@@ -349,6 +360,8 @@ void CStoreCore::RefreshNames() {
 }
 
 NameMapping& CStoreCore::MappingFrom(CStoreCore& source) {
+    // Messages on compound files are sources of their own; thousands of them must not pile up here.
+    if (m_mappings.size() >= kMostMappings && !m_mappings.count(source.Uid())) m_mappings.clear();
     NameMapping& mapping = m_mappings[source.Uid()];
     const std::uint64_t from = source.m_names.Generation(), to = m_names.Generation();
     if (mapping.ids.empty() || mapping.fromGeneration != from || mapping.toGeneration != to) {

@@ -31,6 +31,8 @@ public:
     // file of a later program, MAPI_E_CORRUPT_STORE for one that is no store, MAPI_E_NOT_FOUND if there
     // is none; each as CStoreError.
     static std::shared_ptr<CStoreCore> Open(const std::string& path);
+    // A core of no store: the ground that a message on a compound file stands on.
+    static std::shared_ptr<CStoreCore> OpenDetached(std::unique_ptr<IObjectStorage> storage);
     // Creates the file with its standard folders. MAPI_E_COLLISION if something lies there.
     static void Create(const std::string& path, const std::string& displayName, bool longTermIds);
     ~CStoreCore();
@@ -98,6 +100,7 @@ private:
     friend class CTwoStoreCall;
     friend class CStoreLock;
     explicit CStoreCore(const std::string& path);
+    CStoreCore(std::unique_ptr<IObjectStorage> storage, const StoreUid& uid);
     void Lock();
     void CountCall();
     void LockAndCount();
