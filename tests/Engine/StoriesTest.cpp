@@ -69,9 +69,18 @@ STORY(EqualTimesKeepTheSource) {
          Target().KeepsConflictCopies("A"), Source().KeepsConflictCopies(""));
 }
 
-STORY(CopyWithinAFolderGetsAnIdentityOfItsOwn) {
+// The copy bears the search key of its original and is equal to it, so it counts as the same thing as the
+// original's counterpart and takes that over: the other side keeps one.
+STORY(CopyWithinAFolderTakesOverTheCounterpart) {
     Given(Both("A B"), Synced());
-    When(Left().CopiesWithin("A"), Left().Renames("A", "Copy"));
+    When(Left().CopiesWithin("A"));
+    Then(Left().Has("A A B"), Right().Has("A B"), Right().Discards(""));
+}
+
+// Changed before the run sees it, it is no longer equal and travels as an item of its own.
+STORY(CopyThatWasChangedTravelsAsANewItem) {
+    Given(Both("A B"), Synced());
+    When(Left().CopiesWithin("A"), Left().RenamesNewest("A", "Copy"));
     Then(Both("A B Copy"));
 }
 
@@ -89,7 +98,8 @@ STORY(ItemMovedInWithAStaleStampIsCopiedAgain) {
 
 STORY(ItemMovedOutAndBackBetweenTwoRunsStaysOne) {
     Given(Both("A B"), Synced());
-    When(Left().MovesOut("A"), Left().MovesIn("A"));
+    When(Left().MovesOut("A"), Left().MovesIn("A"), Synced());
+    // The counterpart came with the item's old stamp and gets its own in the run after.
     Then(Both("A B"));
 }
 

@@ -119,6 +119,18 @@ Step StorySide::Renames(std::string item, std::string subject) {
     };
 }
 
+Step StorySide::RenamesNewest(std::string item, std::string subject) {
+    return [this, item, subject] {
+        std::string newest;  // entry IDs of a store are given in ascending order
+        const TestRows rows = ContentsOf(m_folder.Get(), {PR_ENTRYID, PR_SUBJECT_A});
+        for (ULONG row = 0; row < rows.Count(); ++row)
+            if (rows.Text(row, 1) == item) newest = std::max(newest, rows.Bytes(row, 0));
+        const TestRef<IMessage> message = OpenTestMessage(m_store.Get(), newest);
+        EXPECT_EQ(SetText(message.Get(), PR_SUBJECT_A, subject), S_OK);
+        EXPECT_EQ(message->SaveChanges(0), S_OK);
+    };
+}
+
 Step StorySide::Deletes(std::string items) {
     return [this, items] {
         for (const std::string& item : Names(items))

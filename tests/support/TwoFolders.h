@@ -30,6 +30,8 @@ public:
     Step Creates(std::string items);
     Step Changes(std::string item, std::string body);
     Step Renames(std::string item, std::string subject);
+    // Of several items of one subject the one that was made last.
+    Step RenamesNewest(std::string item, std::string subject);
     Step Deletes(std::string items);
     Step CopiesWithin(std::string item);
     // To and from a folder beside this one, with everything that the store keeps at a move.
