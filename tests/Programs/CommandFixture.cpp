@@ -123,16 +123,19 @@ void CommandTest::MakeStores() {
 }
 
 Json CommandTest::Snapshot() {
+    const Json folders = RunJson({"folder", "list"});
+    Json items = Json::object();
+    for (const Json& folder : folders) {
+        const std::string path = folder["path"];
+        for (const Json& item : RunJson({"item", "list", path}))
+            items[path].push_back(RunJson({"item", "show", path, item["id"]}));
+    }
     Json all = Json::object();
     all["profiles"] = RunJson({"profile", "list"});
     all["stores"] = RunJson({"store", "list"});
-    all["folders"] = RunJson({"folder", "list"});
+    all["folders"] = folders;
+    all["items"] = items;
     all["pairs"] = RunJson({"pair", "list"});
-    for (const Json& folder : all["folders"]) {
-        const std::string path = folder["path"];
-        for (const Json& item : RunJson({"item", "list", path}))
-            all["items"][path].push_back(RunJson({"item", "show", path, item["id"]}));
-    }
     return all;
 }
 
