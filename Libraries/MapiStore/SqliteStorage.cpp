@@ -61,6 +61,7 @@ namespace {
 
 constexpr int kApplicationId = 0x56534D31;
 constexpr int kSchemaVersion = 1;
+constexpr unsigned kDeepestParts = 256;  // a chain longer than that can only be a damaged one
 
 const char* const kSchema = R"(
 CREATE TABLE fact(name TEXT PRIMARY KEY, value BLOB) WITHOUT ROWID;
@@ -472,7 +473,7 @@ bool CSqliteStorage::DeleteMessage(ObjectId id) {
     CSqliteUse(Slot(MessageDelete)).Number(id).Run();
     if (head.hasLarge) CSqliteUse(Slot(LargeDelete)).Number(id).Run();
     if (head.recipients) CSqliteUse(Slot(RecipientsDelete)).Number(id).Run();
-    if (head.attachments) DeletePartsOf(id);
+    if (head.attachments) DeletePartsOf(id, 0);
     return true;
 }
 
@@ -489,7 +490,7 @@ void CSqliteStorage::DeleteMessages(ObjectId folder, bool associated) {
             owners.push_back(row.NumberAt(0));
     }
     for (const ObjectId owner : owners)
-        DeletePartsOf(owner);
+        DeletePartsOf(owner, 0);
 }
 
 void CSqliteStorage::ScanMessages(ObjectId folder, bool associated,
@@ -579,13 +580,18 @@ void CSqliteStorage::WritePart(const PartHead& head, std::string_view block) {
 }
 
 void CSqliteStorage::DeletePart(ObjectId id) {
-    DeletePartsOf(id);
+    DeletePartAt(id, 0);
+}
+
+void CSqliteStorage::DeletePartAt(ObjectId id, unsigned depth) {
+    DeletePartsOf(id, depth);
     CSqliteUse(Slot(PartDelete)).Number(id).Run();
     CSqliteUse(Slot(LargeDelete)).Number(id).Run();
     CSqliteUse(Slot(RecipientsDelete)).Number(id).Run();
 }
 
-void CSqliteStorage::DeletePartsOf(ObjectId owner) {
+void CSqliteStorage::DeletePartsOf(ObjectId owner, unsigned depth) {
+    Require(depth < kDeepestParts, MAPI_E_CORRUPT_STORE);
     std::vector<ObjectId> parts;
     {
         CSqliteUse row(Slot(PartScan));
@@ -594,5 +600,5 @@ void CSqliteStorage::DeletePartsOf(ObjectId owner) {
             parts.push_back(row.NumberAt(0));
     }
     for (const ObjectId part : parts)
-        DeletePart(part);
+        DeletePartAt(part, depth + 1);
 }

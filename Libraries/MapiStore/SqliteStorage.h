@@ -71,7 +71,8 @@ private:
     enum StatementId : unsigned;
     void Execute(const char* sql);
     void CheckIdentity();
-    void DeletePartsOf(ObjectId owner);
+    void DeletePartAt(ObjectId id, unsigned depth);
+    void DeletePartsOf(ObjectId owner, unsigned depth);
     CSqliteSlot& Slot(StatementId id);
 
     sqlite3* m_database = nullptr;
