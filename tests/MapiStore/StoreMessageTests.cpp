@@ -199,7 +199,8 @@ TEST_F(StoreMessage, ValuesAbove32KilobytesNeedAStream) {
     EXPECT_EQ(SetStream(again.Get(), PR_BODY_A, std::string("zero ends\0", 10)), S_OK);
     EXPECT_EQ(StreamOf(again.Get(), PR_BODY_A), "zero ends");
     IUnknown* stream = nullptr;
-    EXPECT_EQ(again->OpenProperty(PROP_TAG(PT_STRING8, 0x1013), &IID_IStream, 0, 0, &stream), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(again->OpenProperty(PROP_TAG(PT_STRING8, 0x1013), &IID_IStream, 0, 0, &stream),
+              MAPI_E_NOT_FOUND);
 }
 
 TEST_F(StoreMessage, StampingASavedMessageLeavesItsLargeValuesAlone) {
