@@ -127,7 +127,7 @@ private:
     void TryCandidate(ULONG row) {
         if (!HasTitle(m_targetRows, row, m_subject)) return;
         const SBinary entryId = m_targetRows.Cell(row, COL_ENTRYID).Binary();
-        if (entryId.cb == 0) return;
+        if (entryId.cb == 0 || m_engine.WasWritten(entryId)) return;
         const IMessagePtr candidate = OpenMessage(m_targetFolder, entryId);
         std::string syncId = SyncIdOf(candidate);
         if (CompareMessages(m_source, candidate) == 1) m_candidates.push_back({row, std::move(syncId)});

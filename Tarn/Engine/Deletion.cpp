@@ -107,7 +107,7 @@ void CSyncFolder::AddToDelArray(const SBinary& entryId, const IMAPIFolderPtr& fo
     if (batch == BATCH_OVERWRITTEN) return MoveOverwritten(entryId, folder);
     // An item that left its folder and came back between two runs is deleted under its old name and new
     // under another, and both find the same counterpart. What the copy has just been given stays.
-    if (batch == BATCH_DELETED && m_written.count(HexFromBinary(entryId)) != 0) return;
+    if (batch == BATCH_DELETED && WasWritten(entryId)) return;
     CEntryIdBatch& waiting = m_batches.at(static_cast<size_t>(batch));
     // The batch takes a copy of its own, so the entry at hand is none of those that the flush frees.
     if (waiting.Count() + 1 >= static_cast<size_t>(m_batchCapacity)) {

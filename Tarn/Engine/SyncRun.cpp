@@ -456,7 +456,6 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_cancelled = 0;
     m_tags.Clear();
     m_pairKey.clear();
-    m_written.clear();
     m_sourceData.Clear();
     m_targetData.Clear();
     if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
@@ -482,6 +481,10 @@ bool CSyncFolder::PollCancelled() {
 
 void CSyncFolder::NoteWritten(const SBinary& entryId) {
     m_written.insert(HexFromBinary(entryId));
+}
+
+bool CSyncFolder::WasWritten(const SBinary& entryId) const {
+    return !m_written.empty() && m_written.count(HexFromBinary(entryId)) != 0;
 }
 
 void CSyncFolder::NoteChanged(unsigned items) {

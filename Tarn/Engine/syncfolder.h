@@ -242,8 +242,11 @@ public:
     void NoteRowFailed() { ++m_outcome.rowsFailed; }
     void NoteChanged(unsigned items = 1);
     // The item that a copy was just saved to. A deletion under the name that it had before does not
-    // remove it any more in this run.
+    // remove it any more in this copy loop.
     void NoteWritten(const SBinary& entryId);
+    // True for such an item: it belongs to the item it was copied from, and no other one may take it.
+    bool WasWritten(const SBinary& entryId) const;
+    void ForgetWritten() { m_written.clear(); }  // at the start of a copy loop
     // Asks the progress and keeps the answer in m_cancelled.
     bool PollCancelled();
     bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }

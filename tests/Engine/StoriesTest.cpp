@@ -84,6 +84,13 @@ STORY(CopyThatWasChangedTravelsAsANewItem) {
     Then(Both("A B Copy"));
 }
 
+STORY(CopyWhoseOriginalWasChangedDoesNotShareTheCounterpart) {
+    Given(Both("A B"), Synced());
+    When(Left().Renames("A", "Original"), Left().CopiesWithin("Original"),
+         Left().RenamesNewest("Original", "A"));
+    Then(Both("A B Original"));
+}
+
 STORY(ItemMovedOutIsDeletedOnTheOtherSide) {
     Given(Both("A B"), Synced());
     When(Left().MovesOut("A"));
