@@ -113,6 +113,7 @@ std::string_view CSyncFileMap::KeyOf(std::string_view identifier) {
 void CSyncFileMap::Clear() {
     m_byIdentifier.Clear();
     m_bySyncId.Clear();
+    m_indexed = 0;
     m_entries.clear();
     m_copies.clear();
     m_bytes.clear();
@@ -138,7 +139,11 @@ CSyncFileEntry* CSyncFileMap::FindByEntryId(const SBinary& entryId) {
 }
 
 CSyncFileEntry* CSyncFileMap::FindBySyncId(std::string_view syncId) {
-    return syncId.empty() ? nullptr : m_bySyncId.Find(syncId);
+    if (syncId.empty()) return nullptr;
+    m_bySyncId.Reserve(m_entries.size());
+    for (; m_indexed < m_entries.size(); ++m_indexed)
+        if (!m_entries[m_indexed].syncId.empty()) m_bySyncId.Insert(&m_entries[m_indexed]);
+    return m_bySyncId.Find(syncId);
 }
 
 CSyncFileEntry& CSyncFileMap::Add(std::string_view identifier, const FILETIME& time, std::string_view syncId,
@@ -149,13 +154,8 @@ CSyncFileEntry& CSyncFileMap::Add(std::string_view identifier, const FILETIME& t
     entry.name = m_copies.emplace_back(name);
     entry.time = time;
     m_entries.push_back(entry);
-    Enter(m_entries.back());
+    m_byIdentifier.Insert(&m_entries.back());
     return m_entries.back();
-}
-
-void CSyncFileMap::Enter(CSyncFileEntry& entry) {
-    m_byIdentifier.Insert(&entry);
-    if (!entry.syncId.empty()) m_bySyncId.Insert(&entry);
 }
 
 void CSyncFileMap::SetSeen(LONG seen) {
@@ -191,12 +191,11 @@ bool CSyncFileMap::Parse(std::string bytes, std::uint32_t& announced) {
     if (!reader.Number(announced)) return false;
     const size_t possible = std::min<size_t>(announced, reader.Left() / cbSmallestEntry);
     m_byIdentifier.Reserve(possible);
-    m_bySyncId.Reserve(possible);
     for (std::uint32_t i = 0; i < announced; ++i) {
         CSyncFileEntry entry;
         if (!reader.Entry(entry)) return false;
         m_entries.push_back(entry);
-        Enter(m_entries.back());
+        m_byIdentifier.Insert(&m_entries.back());
     }
     return true;
 }

@@ -84,14 +84,14 @@ public:
     static std::string_view KeyOf(std::string_view identifier);
 
 private:
-    void Enter(CSyncFileEntry& entry);
     std::vector<CSyncFileEntry*> Ordered(bool unseenOnly);
 
     std::string m_bytes;               // what Parse was given; the texts point into it
     std::deque<std::string> m_copies;  // texts of Add
     std::deque<CSyncFileEntry> m_entries;
     CSyncFileIndex m_byIdentifier;
-    CSyncFileIndex m_bySyncId;
+    CSyncFileIndex m_bySyncId;  // holds the first m_indexed entries; most runs never ask it
+    size_t m_indexed = 0;
 };
 
 // Builds the bytes.
