@@ -141,6 +141,23 @@ const char* const kStatements[] = {
 
 #undef MESSAGE_HEAD
 
+bool IsEmptyFile(const std::string& path) {
+    std::string bytes;
+    return !FileExists(path) || (ReadFileBytes(path, bytes) && bytes.empty());
+}
+
+// The name under which SQLite takes a file for one that nobody changes.
+std::string ImmutableUri(const std::string& path) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c == '%' || c == '?' || c == '#')
+            (uri += '%') += c == '%' ? "25" : c == '?' ? "3F" : "23";
+        else
+            uri += c == '\\' ? '/' : c;
+    }
+    return uri + "?immutable=1";
+}
+
 struct IdRange {
     ObjectId first, last;
 };
@@ -180,22 +197,36 @@ PartHead PartHeadOf(const CSqliteUse& row) {
 CSqliteStorage::CSqliteStorage(const std::string& path) {
     static_assert(sizeof kStatements / sizeof *kStatements == StatementCount);
     Require(FileExists(path), MAPI_E_NOT_FOUND);
-    const int code =
-        sqlite3_open_v2(path.c_str(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    for (const char* sql : kStatements)
+        m_slots.push_back(std::make_unique<CSqliteSlot>(m_database, sql));
+    try {
+        Open(path.c_str(), SQLITE_OPEN_READWRITE);
+    } catch (const CStoreError& error) {
+        // The log cannot be made beside a file in a directory that is not ours to write.
+        const bool refused = error.Code() == MAPI_E_DISK_ERROR || error.Code() == MAPI_E_NO_ACCESS;
+        if (!refused || !IsEmptyFile(path + "-wal")) throw;
+        Open(ImmutableUri(path).c_str(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    }
+}
+
+void CSqliteStorage::Open(const char* name, int flags) {
+    const int code = sqlite3_open_v2(name, &m_database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     try {
         if (code != SQLITE_OK) ThrowSqlite(m_database, code);
         sqlite3_extended_result_codes(m_database, 1);
         sqlite3_busy_timeout(m_database, 10000);
-        for (const char* sql : kStatements)
-            m_slots.push_back(std::make_unique<CSqliteSlot>(m_database, sql));
         CheckIdentity();
         if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
         Execute(
             "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-65536;"
             "PRAGMA temp_store=MEMORY; PRAGMA trusted_schema=OFF");
+        // A store of which no page can be read shows it now, not at the first message.
+        CSqliteUse(Slot(ReadCounters)).Step();
     } catch (...) {
-        m_slots.clear();
+        for (const auto& slot : m_slots)
+            slot->Close();
         sqlite3_close(m_database);
+        m_database = nullptr;
         throw;
     }
 }

@@ -69,6 +69,7 @@ public:
 
 private:
     enum StatementId : unsigned;
+    void Open(const char* name, int flags);
     void Execute(const char* sql);
     void CheckIdentity();
     void DeletePartAt(ObjectId id, unsigned depth);

@@ -305,6 +305,11 @@ void CStoreCore::AbandonSave() noexcept {
         m_storage->RollbackToSavepoint();
     else
         m_storage->Rollback();
+    if (m_gathered > 0 && !m_storage->InWrite()) {
+        // The database has taken back more than this save.
+        m_lostBatch = MAPI_E_DISK_ERROR;
+        m_gathered = 0;
+    }
     m_counters = m_countersBeforeSave;
     m_events.resize(std::min(m_events.size(), m_eventsBeforeSave));
     m_names.Forget();

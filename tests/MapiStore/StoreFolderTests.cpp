@@ -224,3 +224,29 @@ TEST_F(StoreFolder, ReceiveFoldersGoByTheLongestClass) {
     ASSERT_EQ(leftStore->SetReceiveFolder(Mutable("IPM.Task"), 0, 0, nullptr), S_OK);
     EXPECT_NE(folderFor("IPM.Task", explicitClass), id);
 }
+
+// A store whose tables give short-term entry IDs, as server stores do.
+class ShortTermStores : public TwoStores {
+protected:
+    ShortTermStores() : TwoStores(StoreOptions{true}) {}
+};
+
+TEST_F(ShortTermStores, TablesGiveBothIdsAndEitherOpens) {
+    constexpr ULONG longTerm = PROP_TAG(PT_BINARY, 0x6670);
+    auto message = SavedMessage(left.Get(), "M");
+    const TestRows rows = ContentsOf(left.Get(), {PR_ENTRYID, longTerm, PR_PARENT_ENTRYID});
+    const std::string shortId = rows.Bytes(0, 0), longId = rows.Bytes(0, 1);
+    EXPECT_NE(shortId, longId);
+    EXPECT_EQ(longId, BytesOf(message.Get(), PR_ENTRYID));
+    EXPECT_EQ(rows.Bytes(0, 2), BytesOf(left.Get(), PR_ENTRYID));
+    EXPECT_EQ(TextOf(OpenTestMessage(leftStore.Get(), shortId).Get(), PR_SUBJECT_A), "M");
+    ULONG same = 0;
+    ASSERT_EQ(leftStore->CompareEntryIDs(static_cast<ULONG>(shortId.size()), EntryOf(shortId),
+                                         static_cast<ULONG>(longId.size()), EntryOf(longId), 0, &same),
+              S_OK);
+    EXPECT_TRUE(same);
+    EXPECT_FALSE(HasProp(message.Get(), longTerm));  // of tables only
+    const std::vector<std::string> ids = {shortId};
+    TestEntryList list(ids);
+    EXPECT_EQ(left->DeleteMessages(list.Get(), 0, nullptr, 0), S_OK);
+}

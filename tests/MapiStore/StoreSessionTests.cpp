@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 namespace {
@@ -397,6 +398,40 @@ TEST_F(StoreSession, AnotherProcessSharesNamesTimesAndChanges) {
     EXPECT_EQ(PROP_ID(NamedTag(folder.Get(), L"Theirs", PT_LONG)), 0x8000u);
     EXPECT_EQ(PROP_ID(NamedTag(folder.Get(), L"Ours", PT_LONG)), 0x8001u);
     EXPECT_GT(TicksOf(TimeOf(SavedMessage(folder.Get(), "Last").Get(), PR_LAST_MODIFICATION_TIME)), before);
+}
+
+TEST_F(StoreSession, TwoProcessesWriteAtOnceAndLoseNothing) {
+    LogOffAll();
+    constexpr int kEach = 60;
+    const auto writeMany = [this](const std::string& who) {
+        if (OpenFirst() != S_OK) return false;
+        auto folder = MakeFolder(OpenStoreFolder(leftStore.Get(), PR_IPM_SUBTREE_ENTRYID).Get(), "Left");
+        auto batch = BatchOf(leftStore.Get());
+        batch->BeginBatch();
+        for (int i = 0; i < kEach; ++i) {
+            NamedTag(folder.Get(), std::wstring(1, wchar_t(who[0])) + std::to_wstring(i), PT_LONG);
+            SavedMessage(folder.Get(), who);
+        }
+        return batch->EndBatch() == S_OK;
+    };
+    const pid_t child = fork();
+    if (child == 0) _exit(writeMany("B") ? 0 : 1);
+    EXPECT_TRUE(writeMany("A"));
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    auto folder = MakeFolder(OpenStoreFolder(leftStore.Get(), PR_IPM_SUBTREE_ENTRYID).Get(), "Left");
+    EXPECT_EQ(LongOf(folder.Get(), PR_CONTENT_COUNT), 2 * kEach);
+    const TestRows rows = ContentsOf(folder.Get(), {PR_LAST_MODIFICATION_TIME});
+    std::set<std::uint64_t> times;
+    for (ULONG i = 0; i < rows.Count(); ++i)
+        times.insert(TicksOf(rows.Cell(i, 0).Value.ft));
+    EXPECT_EQ(times.size(), 2u * kEach);
+    std::set<ULONG> tags;
+    for (int i = 0; i < kEach; ++i)
+        for (const wchar_t who : {L'A', L'B'})
+            tags.insert(NamedTag(folder.Get(), std::wstring(1, who) + std::to_wstring(i), PT_LONG));
+    EXPECT_EQ(tags.size(), 2u * kEach);
 }
 
 TEST_F(StoreSession, AKilledProcessLeavesWhatItsSavesConfirmed) {
