@@ -400,6 +400,33 @@ TEST_F(StoreSession, AnotherProcessSharesNamesTimesAndChanges) {
     EXPECT_GT(TicksOf(TimeOf(SavedMessage(folder.Get(), "Last").Get(), PR_LAST_MODIFICATION_TIME)), before);
 }
 
+TEST_F(StoreSession, FilesThatOnlyOthersMayWriteAreRead) {
+    NamedTag(left.Get(), L"Known", PT_LONG);
+    SavedMessage(left.Get(), "Readable", std::string(2000, 'r'));
+    LogOffAll();
+    const std::string file = FileOf("store1.vst");
+    const auto directory = std::filesystem::path(file).parent_path();
+    std::filesystem::permissions(file, std::filesystem::perms(0444));
+    std::filesystem::permissions(directory / "profile", std::filesystem::perms(0444));
+    std::filesystem::permissions(directory, std::filesystem::perms(0555));
+    const int status = InAnotherProcess([&] {
+        if (geteuid() == 0 && setuid(65534) != 0) _exit(9);  // rights do not bind the root user
+        if (OpenFirst() != S_OK) _exit(1);
+        auto ipm = OpenStoreFolder(leftStore.Get(), PR_IPM_SUBTREE_ENTRYID);
+        auto folder = MakeFolder(ipm.Get(), "Left");
+        if (SubjectsIn(folder.Get()) != "Readable") _exit(2);
+        TestRef<IMessage> refused;
+        if (folder->CreateMessage(nullptr, 0, refused.Out()) != MAPI_E_NO_ACCESS) _exit(3);
+        if (PROP_ID(NamedTag(folder.Get(), L"Known", PT_LONG)) != 0x8000) _exit(4);
+        if (PROP_ID(NamedTag(folder.Get(), L"Not known", PT_LONG)) != 0x8001) _exit(5);  // for this process
+        if (BatchOf(leftStore.Get())->BeginBatch() != MAPI_E_NO_ACCESS) _exit(6);
+        _exit(::testing::Test::HasFailure() ? 7 : 0);
+    });
+    EXPECT_EQ(status, 0) << WEXITSTATUS(status);
+    std::filesystem::permissions(directory, std::filesystem::perms(0755));
+    std::filesystem::permissions(file, std::filesystem::perms(0644));
+}
+
 TEST_F(StoreSession, TwoProcessesWriteAtOnceAndLoseNothing) {
     LogOffAll();
     constexpr int kEach = 60;
