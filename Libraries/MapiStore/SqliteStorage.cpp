@@ -2,144 +2,14 @@
 
 #include <Platform/Files.h>
 
+#include "SqliteSchema.h"
 #include "StoreError.h"
-
-enum CSqliteStorage::StatementId : unsigned {
-    Begin,
-    CommitIt,
-    RollbackIt,
-    Savepoint,
-    Release,
-    RollbackTo,
-    ReadCounters,
-    WriteCounters,
-    DataVersion,
-    FactRead,
-    FactWrite,
-    FactRemove,
-    FactScan,
-    NameScan,
-    NameAdd,
-    FolderRead,
-    FolderWrite,
-    FolderDelete,
-    FolderScan,
-    FolderCount,
-    MessageRead,
-    MessageReadHead,
-    MessageInsert,
-    MessageUpdate,
-    MessageUpdateIf,
-    MessageState,
-    MessageMove,
-    MessageDelete,
-    MessageDeleteRange,
-    MessageScan,
-    MessageScanHeads,
-    MessageCount,
-    MessageUnread,
-    LargeRead,
-    LargeWrite,
-    LargeDelete,
-    LargeDeleteRange,
-    LargeMove,
-    RecipientsRead,
-    RecipientsWrite,
-    RecipientsDelete,
-    RecipientsDeleteRange,
-    RecipientsMove,
-    PartScan,
-    PartRead,
-    PartWrite,
-    PartDelete,
-    PartMove,
-    PartOwners,
-    StatementCount
-};
 
 namespace {
 
 constexpr int kApplicationId = 0x56534D31;
 constexpr int kSchemaVersion = 1;
 constexpr unsigned kDeepestParts = 256;  // a chain longer than that can only be a damaged one
-
-const char* const kSchema = R"(
-CREATE TABLE fact(name TEXT PRIMARY KEY, value BLOB) WITHOUT ROWID;
-CREATE TABLE counter(id INTEGER PRIMARY KEY CHECK(id = 1), serial INTEGER, folder INTEGER, change INTEGER, time INTEGER);
-INSERT INTO counter VALUES(1, 1, 1, 1, 0);
-CREATE TABLE name(id INTEGER PRIMARY KEY, guid BLOB, kind INTEGER, number INTEGER, text TEXT);
-CREATE UNIQUE INDEX name_value ON name(guid, kind, number, text);
-CREATE TABLE folder(id INTEGER PRIMARY KEY, parent INTEGER, created INTEGER, modified INTEGER, change INTEGER, block BLOB);
-CREATE INDEX folder_parent ON folder(parent);
-CREATE TABLE message(id INTEGER PRIMARY KEY, created INTEGER, modified INTEGER, change INTEGER, flags INTEGER,
-  status INTEGER, size INTEGER, recipients INTEGER, attachments INTEGER, large INTEGER, block BLOB);
-CREATE TABLE large(owner INTEGER PRIMARY KEY, block BLOB);
-CREATE TABLE recipients(owner INTEGER PRIMARY KEY, list BLOB);
-CREATE TABLE part(id INTEGER PRIMARY KEY, owner INTEGER, number INTEGER, large INTEGER, block BLOB);
-CREATE UNIQUE INDEX part_owner ON part(owner, number);
-)";
-
-#define MESSAGE_HEAD "id, created, modified, change, flags, status, size, recipients, attachments, large"
-
-// In the order of StatementId.
-const char* const kStatements[] = {
-    "BEGIN IMMEDIATE",
-    "COMMIT",
-    "ROLLBACK",
-    "SAVEPOINT one_save",
-    "RELEASE one_save",
-    "ROLLBACK TO one_save",
-    "SELECT serial, folder, change, time FROM counter",
-    "UPDATE counter SET serial = ?, folder = ?, change = ?, time = ?",
-    "PRAGMA data_version",
-    "SELECT value FROM fact WHERE name = ?",
-    "REPLACE INTO fact VALUES(?, ?)",
-    "DELETE FROM fact WHERE name = ?",
-    "SELECT name, value FROM fact WHERE substr(name, 1, length(?1)) = ?1 ORDER BY name",
-    "SELECT id, guid, kind, number, text FROM name ORDER BY id",
-    "INSERT INTO name VALUES(?, ?, ?, ?, ?)",
-    "SELECT id, parent, created, modified, change, block FROM folder WHERE id = ?",
-    "REPLACE INTO folder VALUES(?, ?, ?, ?, ?, ?)",
-    "DELETE FROM folder WHERE id = ?",
-    "SELECT id, parent, created, modified, change, block FROM folder WHERE parent = ?1 AND id <> ?1 ORDER BY "
-    "id",
-    "SELECT count(*) FROM folder WHERE parent = ?1 AND id <> ?1",
-    "SELECT " MESSAGE_HEAD ", block FROM message WHERE id = ?",
-    "SELECT " MESSAGE_HEAD " FROM message WHERE id = ?",
-    "INSERT INTO message(" MESSAGE_HEAD ", block) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-    "UPDATE message SET created = ?, modified = ?, change = ?, size = ?, recipients = ?, attachments = ?, "
-    "large = ?,"
-    " block = ? WHERE id = ?",
-    "UPDATE message SET created = ?, modified = ?, change = ?, size = ?, recipients = ?, attachments = ?, "
-    "large = ?,"
-    " block = ? WHERE id = ? AND change = ?",
-    "UPDATE message SET flags = ?, status = ? WHERE id = ?",
-    "UPDATE message SET id = ?, created = ?, modified = ?, change = ? WHERE id = ?",
-    "DELETE FROM message WHERE id = ?",
-    "DELETE FROM message WHERE id BETWEEN ? AND ?",
-    "SELECT " MESSAGE_HEAD ", block FROM message WHERE id BETWEEN ? AND ?",
-    "SELECT " MESSAGE_HEAD " FROM message WHERE id BETWEEN ? AND ?",
-    "SELECT count(*) FROM message WHERE id BETWEEN ? AND ?",
-    "SELECT count(*) FROM message WHERE id BETWEEN ? AND ? AND (flags & 1) = 0",
-    "SELECT block FROM large WHERE owner = ?",
-    "REPLACE INTO large VALUES(?, ?)",
-    "DELETE FROM large WHERE owner = ?",
-    "DELETE FROM large WHERE owner BETWEEN ? AND ?",
-    "UPDATE large SET owner = ? WHERE owner = ?",
-    "SELECT list FROM recipients WHERE owner = ?",
-    "REPLACE INTO recipients VALUES(?, ?)",
-    "DELETE FROM recipients WHERE owner = ?",
-    "DELETE FROM recipients WHERE owner BETWEEN ? AND ?",
-    "UPDATE recipients SET owner = ? WHERE owner = ?",
-    "SELECT id, owner, number, large, block FROM part WHERE owner = ? ORDER BY number",
-    "SELECT id, owner, number, large, block FROM part WHERE id = ?",
-    "REPLACE INTO part VALUES(?, ?, ?, ?, ?)",
-    "DELETE FROM part WHERE id = ?",
-    "UPDATE part SET owner = ? WHERE owner = ?",
-    "SELECT DISTINCT owner FROM part WHERE owner BETWEEN ? AND ?",
-};
-
-#undef MESSAGE_HEAD
 
 bool IsEmptyFile(const std::string& path) {
     std::string bytes;
