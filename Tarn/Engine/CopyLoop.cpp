@@ -25,7 +25,7 @@ private:
     // A row that the next run would not see again, because its item did not change since.
     struct CFailedRow {
         CSyncMessage* row;
-        CMapiBinary targetEntryId;  // of a target that was left without contents; else empty
+        CEmptiedTarget emptied;  // its target, if that was left without contents
     };
 
     bool PollRow(size_t index);
@@ -36,10 +36,11 @@ private:
     void AddToProtocol(const CSyncMessage& row);
 
     RowResult TransferNew(CSyncMessage& row, std::string& status, bool quiet);
-    RowResult TransferChanged(CSyncMessage& row, std::string& status, bool quiet, CMapiBinary& emptied);
+    RowResult TransferChanged(CSyncMessage& row, std::string& status, bool quiet, CEmptiedTarget& emptied);
     void ReportOpening(const CMAPIException& e, const CSyncMessage& row, const char* context);
     void RetryFailed();
-    void Retry(CFailedRow& failed);
+    bool RetryRow(CSyncMessage& row);
+    bool RefillTarget(CFailedRow& failed);
 
     const CCopyRoute& m_route;
     CSyncFolder& m_engine;
@@ -55,6 +56,7 @@ private:
 void CCopyPass::SetUp(const IMsgStorePtr& targetStore) {
     CSyncFolder& engine = m_engine;
     // What the pass in the other direction left must not serve this one if anything below fails.
+    engine.ForgetWritten();
     engine.m_overwriteFolder = IMAPIFolderPtr();
     engine.m_deletionStore = targetStore;
     engine.m_deletionFolder = m_route.targetFolder;
@@ -169,7 +171,7 @@ void CCopyPass::CopyNew(CSyncMessage& row) {
 }
 
 RowResult CCopyPass::TransferChanged(CSyncMessage& row, std::string& status, bool quiet,
-                                     CMapiBinary& emptied) {
+                                     CEmptiedTarget& emptied) {
     CRowMessage message(row, m_route);
     if (m_engine.IsSkippedPrivate(message.Get())) return RowResult::Done;
     return CopyChangedRow(m_route, row, message.Get(), status, quiet, emptied);
@@ -178,13 +180,14 @@ RowResult CCopyPass::TransferChanged(CSyncMessage& row, std::string& status, boo
 void CCopyPass::CopyChanged(CSyncMessage& row) {
     TraceFormat(m_engine.m_traceFile, "Source modified: %s\n", row.m_name.c_str());
     RowResult result = RowResult::NotSaved;
-    CMapiBinary emptied;
+    CEmptiedTarget emptied;
     try {
         result = TransferChanged(row, m_status, false, emptied);
     } catch (const CMAPIException& e) {
         ReportOpening(e, row, "SYNC_MODIFIED");
     }
-    if (result == RowResult::NotSaved || !emptied.IsEmpty()) m_failed.push_back({&row, std::move(emptied)});
+    if (result == RowResult::NotSaved || !emptied.entryId.IsEmpty())
+        m_failed.push_back({&row, std::move(emptied)});
 }
 
 void CCopyPass::ReportOpening(const CMAPIException& e, const CSyncMessage& row, const char* context) {
@@ -214,31 +217,43 @@ void CCopyPass::DeleteTarget(const CSyncMessage& row) {
 // was in the way may have passed, and without a second report.
 void CCopyPass::RetryFailed() {
     for (CFailedRow& failed : m_failed) {
+        const unsigned failedBefore = m_engine.m_outcome.rowsFailed;
+        bool carried = false;
         try {
-            Retry(failed);
+            carried = failed.emptied.entryId.IsEmpty() ? RetryRow(*failed.row) : RefillTarget(failed);
         } catch (...) {
             TraceFormat(m_engine.m_traceFile, "Second try failed: %s\n", failed.row->m_name.c_str());
         }
+        m_engine.m_outcome.rowsFailed = failedBefore - (carried && failedBefore > 0 ? 1 : 0);
     }
 }
 
-void CCopyPass::Retry(CFailedRow& failed) {
+bool CCopyPass::RetryRow(CSyncMessage& row) {
     std::string status;
-    const unsigned failedBefore = m_engine.m_outcome.rowsFailed;
-    RowResult result;
-    CMapiBinary emptied;
-    if (!failed.targetEntryId.IsEmpty()) {
+    if (row.m_state != STATE_MODIFIED) return TransferNew(row, status, true) == RowResult::Done;
+    CEmptiedTarget emptied;
+    const RowResult result = TransferChanged(row, status, true, emptied);
+    if (emptied.entryId.IsEmpty()) return result == RowResult::Done;
+    RestoreVersion(m_engine, m_route.targetFolder, emptied.entryId, emptied.kept);
+    return false;
+}
+
+// Where the contents still do not come, the target gets back what it held: it then stands there like that
+// of any row that failed, and the run after this one finds the source changed and the target not.
+bool CCopyPass::RefillTarget(CFailedRow& failed) {
+    const CEmptiedTarget& emptied = failed.emptied;
+    try {
+        std::string status;
         CRowMessage message(*failed.row, m_route);
-        CResync resync(m_engine, m_route.targetFolder, failed.targetEntryId.Bin());
+        const SBinary entryId = emptied.entryId;
+        CResync resync(m_engine, m_route.targetFolder, entryId);
+        resync.RequireContents();
         resync.Run(message.Get(), status);
-        result = resync.LeftEmpty() ? RowResult::NotSaved : resync.Result();
-    } else if (failed.row->m_state == STATE_MODIFIED) {
-        result = TransferChanged(*failed.row, status, true, emptied);
-    } else {
-        result = TransferNew(*failed.row, status, true);
+        return true;
+    } catch (...) {
+        RestoreVersion(m_engine, m_route.targetFolder, emptied.entryId, emptied.kept);
+        return false;
     }
-    m_engine.m_outcome.rowsFailed = failedBefore;
-    if (result == RowResult::Done && emptied.IsEmpty() && failedBefore > 0) --m_engine.m_outcome.rowsFailed;
 }
 }  // namespace
 
@@ -271,9 +286,10 @@ void CSyncFolder::SyncModifiedElement(CSyncMessage& row, IMessagePtr& sourceMess
 }
 
 RowResult CopyChangedRow(const CCopyRoute& route, CSyncMessage& row, IMessagePtr& source, std::string& status,
-                         bool quiet, CMapiBinary& emptied) {
+                         bool quiet, CEmptiedTarget& emptied) {
     CSyncFolder& engine = route.engine;
-    const int targetRow = row.m_syncId.empty() ? -1 : route.targetRows.FindRow(COL_SYNC_ID, row.m_syncId);
+    const int targetRow =
+        FreeRow(route, row.m_syncId.empty() ? -1 : route.targetRows.FindRow(COL_SYNC_ID, row.m_syncId));
     try {
         if (targetRow < 0) {
             TraceFormat(engine.m_traceFile,
@@ -301,7 +317,7 @@ void CSyncFolder::SyncChangedRow(IMessagePtr& sourceMessage, CSyncMessage& row,
                                  const CMapiRowSet& sourceRows, const CMapiRowSet& targetRows, CSyncFileMap&,
                                  std::string& status) {
     const CCopyRoute route{*this, sourceFolder, targetFolder, sourceRows, targetRows};
-    CMapiBinary emptied;
+    CEmptiedTarget emptied;
     CopyChangedRow(route, row, sourceMessage, status, false, emptied);
 }
 

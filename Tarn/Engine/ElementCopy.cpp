@@ -23,15 +23,23 @@ void CElementCopy::Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowS
     Transfer(record);
 }
 
+// The rows are those of the start of the run. One whose item was written since belongs to the item that was
+// copied there: a second item in it (a copy within a folder bears its original's key) would replace the first.
+int FreeRow(const CCopyRoute& route, int targetRow) {
+    if (targetRow < 0) return -1;
+    const SBinary entryId = route.targetRows.Cell(static_cast<ULONG>(targetRow), COL_ENTRYID).Binary();
+    return route.engine.WasWritten(entryId) ? -1 : targetRow;
+}
+
 // ---- the counterpart ------------------------------------------------------------------------------
 
 void CElementCopy::FindTargetRow(bool useRowSyncId, bool allowSearch) {
     const CMapiRowSet& rows = m_route.targetRows;
     if (useRowSyncId) m_syncId = m_row.m_syncId;
     if (m_syncId.empty()) m_syncId = m_facts.syncId;
-    if (!m_syncId.empty()) m_targetRow = rows.FindRow(COL_SYNC_ID, m_syncId);
+    if (!m_syncId.empty()) m_targetRow = FreeRow(m_route, rows.FindRow(COL_SYNC_ID, m_syncId));
     if (m_targetRow < 0 && !m_row.m_searchKey.IsEmpty())
-        m_targetRow = rows.FindRowBinary(COL_SEARCH_KEY, m_row.m_searchKey);
+        m_targetRow = FreeRow(m_route, rows.FindRowBinary(COL_SEARCH_KEY, m_row.m_searchKey));
     if (m_targetRow >= 0 || !allowSearch) return;
     m_targetRow = SearchSimilar();
     m_similar = m_targetRow >= 0;
@@ -114,7 +122,7 @@ void CElementCopy::OpenTarget() {
         m_replaces = m_targetRow >= 0;
     } else {
         MARK_POSITION();
-        KeepTextFromEmptySource(m_engine, m_facts, m_source, m_route.targetFolder, m_target, m_oldEntryId);
+        KeepTextFromEmptySource(m_engine, m_facts, m_source, m_target);
         m_engine.RemoveContents(m_target);
     }
 }
@@ -168,7 +176,10 @@ void CElementCopy::SaveTarget() {
     // What the first save has written needs no second one.
     if (saved < 0) m_target.SaveChanges(KEEP_OPEN_READWRITE);
     m_action = nullptr;
+    m_result = RowResult::MaybeSaved;
     m_engine.NoteChanged();
+    m_engine.NoteWritten(m_newEntryId);
+    if (m_targetRow >= 0) m_engine.NoteWritten(m_oldEntryId);
     if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
     MARK_POSITION();
     if (NeedsLink()) Link();

@@ -12,14 +12,17 @@ struct CCopyRoute {
     const CMapiRowSet& targetRows;
 };
 
+// The row, or -1 for one whose item was written in this run.
+int FreeRow(const CCopyRoute& route, int targetRow);
+
 // Carries a changed item across: rewrites the counterpart that bears its sync ID, or without one
-// treats it as new. Reports and counts what fails; never throws. `emptied` receives the entry ID of a
-// target that was saved without its contents.
+// treats it as new. Reports and counts what fails; never throws. `emptied` receives a target that
+// was saved without its contents.
 RowResult CopyChangedRow(const CCopyRoute& route, CSyncMessage& row, IMessagePtr& source, std::string& status,
-                         bool quiet, CMapiBinary& emptied);
+                         bool quiet, CEmptiedTarget& emptied);
 // The first of the two, by the target's entry ID.
 RowResult RewriteTarget(const CCopyRoute& route, IMessagePtr& source, const SBinary& targetEntryId,
-                        std::string& status, bool quiet, CMapiBinary& emptied);
+                        std::string& status, bool quiet, CEmptiedTarget& emptied);
 
 // For one row and one use.
 class CElementCopy {

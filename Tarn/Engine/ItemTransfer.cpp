@@ -173,24 +173,46 @@ void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& 
         RequireArrived(engine.IsMarkedPrivate(target), "CSyncFolder::ModifyTarget", target);
 }
 
-void KeepVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId) {
-    IMAPIFolder* keeper = engine.m_overwriteFolder.Get();
-    if (!keeper) throw CMAPIException(MAPI_E_NOT_FOUND, "KeepVersion", folder.RawProp());
-    SBinary entry = entryId;
-    ENTRYLIST list = {1, &entry};
-    const HRESULT hr = folder->CopyMessages(&list, nullptr, keeper, 0, nullptr, 0);
-    if (hr != S_OK)
-        throw CMAPIException(hr < 0 ? hr : MAPI_E_UNABLE_TO_COMPLETE, "KeepVersion", folder.RawProp());
+namespace {
+void SetTimes(IMessagePtr& message, const FILETIME& created, const FILETIME& modified) {
+    message.SetProp(PR_CREATION_TIME, created);
+    message.SetProp(PR_LAST_MODIFICATION_TIME, modified);
+}
+}  // namespace
+
+CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version) {
+    if (!engine.m_overwriteFolder) throw CMAPIException(MAPI_E_NOT_FOUND, "KeepVersion", version.RawProp());
+    const CMapiPropValues times = version.GetProps({PR_CREATION_TIME, PR_LAST_MODIFICATION_TIME});
+    CKeptVersion kept;
+    kept.created = times[0].Time();
+    kept.modified = times[1].Time();
+    IMessagePtr copy = engine.m_overwriteFolder.CreateMessage(nullptr, 0);
+    THROW_ON_FAILURE_FOR(CopyContents(version, copy, false, true), version.RawProp());
+    SetTimes(copy, kept.created, kept.modified);
+    copy.SaveChanges(KEEP_OPEN_READWRITE);
+    kept.entryId = copy.GetBinProp(PR_ENTRYID);
+    return kept;
+}
+
+void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId,
+                    const CKeptVersion& kept) {
+    IMessagePtr version = OpenMessage(engine.m_overwriteFolder, kept.entryId);
+    const std::string syncId = ReadItemFacts(engine, version).syncId;
+    IMessagePtr target = OpenMessage(folder, entryId);
+    engine.RemoveContents(target);
+    THROW_ON_FAILURE_FOR(CopyContents(version, target, false, true), version.RawProp());
+    SetTimes(target, kept.created, kept.modified);
+    if (!syncId.empty()) StampItem(engine, target, syncId);
+    target.SaveChanges(KEEP_OPEN_READWRITE);
 }
 
 void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                             const IMAPIFolderPtr& targetFolder, const IMessagePtr& target,
-                             const SBinary& targetEntryId) {
+                             IMessagePtr& target) {
     if (facts.hasSubject || !source.GetBody().empty()) return;
     CMapiPropValue subject;
     const HRESULT hr = target.GetOneProp(PR_SUBJECT_A, subject);
     const bool hasSubject = hr >= 0 ? !subject.Str().empty() : hr != MAPI_E_NOT_FOUND;
-    if (hasSubject || !target.GetBody().empty()) KeepVersion(engine, targetFolder, targetEntryId);
+    if (hasSubject || !target.GetBody().empty()) KeepVersion(engine, target);
 }
 
 bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId) {

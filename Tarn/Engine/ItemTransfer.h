@@ -55,14 +55,23 @@ void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept, KeptParts part
 // mark does not arrive: a copy without it would carry its label back over the person's text.
 void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target);
 
-// Copies the stored version of the entry to the overwrite folder. Throws where that cannot be done,
-// also without an overwrite folder.
-void KeepVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId);
+// A copy of a version in the overwrite folder.
+struct CKeptVersion {
+    CMapiBinary entryId;
+    FILETIME created{};
+    FILETIME modified{};
+};
+// Copies `version` there as it is now. Throws where that cannot be done, also without an overwrite
+// folder.
+CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version);
+// Puts the kept contents and times back into the entry, which counts as unchanged afterwards where the
+// store takes the time. Throws, with nothing changed.
+void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId,
+                    const CKeptVersion& kept);
 // To be called before `target` is emptied: where a version with text would be replaced by one without
 // any, keeps the former. Throws like KeepVersion.
 void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                             const IMAPIFolderPtr& targetFolder, const IMessagePtr& target,
-                             const SBinary& targetEntryId);
+                             IMessagePtr& target);
 
 // SetSyncID, and once more where the stamp did not hold: an item whose stamp is not its own loses its
 // link in the next run. True if the message has to be saved.
@@ -74,12 +83,20 @@ bool MoveAside(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPI
 // How far a row got. What stopped before the save can be tried again without doubling anything.
 enum class RowResult { Done, NotSaved, MaybeSaved };
 
+// A target that was saved without its contents.
+struct CEmptiedTarget {
+    CMapiBinary entryId;  // empty: none was
+    CKeptVersion kept;
+};
+
 // Rewrites a known target from an open source. For one use; everything given must outlive it.
 class CResync {
 public:
     CResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder, const SBinary& targetEntryId)
         : m_engine(engine), m_targetFolder(targetFolder), m_targetEntryId(targetEntryId) {}
 
+    // From now on contents that do not arrive are a failure like any other, and nothing is saved.
+    void RequireContents() { m_requireContents = true; }
     // Throws; Result says how far it got.
     void Run(IMessagePtr& source, std::string& status);
 
@@ -88,10 +105,13 @@ public:
     bool LeftEmpty() const { return m_leftEmpty; }
     // Of the target, once it is saved.
     const CMapiBinary& SavedEntryId() const { return m_savedEntryId; }
+    // What the target held, if it was left empty.
+    const CKeptVersion& Kept() const { return m_kept; }
 
 private:
     void ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened);
     void Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status);
+    void KeepOldVersion();
     void Save(const CItemFacts& facts);
     void FinishNewTarget(const CItemFacts& facts);
 
@@ -100,7 +120,9 @@ private:
     const SBinary m_targetEntryId;
     IMessagePtr m_target;
     bool m_isNew = false;
+    bool m_requireContents = false;
     bool m_leftEmpty = false;
+    CKeptVersion m_kept;
     CMapiBinary m_savedEntryId;
     RowResult m_result = RowResult::NotSaved;
 };

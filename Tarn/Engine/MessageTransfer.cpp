@@ -84,7 +84,7 @@ void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessag
     if (m_isNew) {
         m_target = m_targetFolder.CreateMessage(nullptr, 0);
     } else {
-        KeepTextFromEmptySource(m_engine, facts, source, m_targetFolder, m_target, m_targetEntryId);
+        KeepTextFromEmptySource(m_engine, facts, source, m_target);
         m_engine.RemoveContents(m_target);
     }
 }
@@ -92,11 +92,10 @@ void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessag
 void CResync::Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status) {
     const bool withoutText = facts.markedPrivate || StripsText(m_engine, facts);
     status = LoadText(TEXT_TARGET_REWRITTEN);
-    m_leftEmpty = CopyContents(source, m_target, withoutText, false) < 0;
-    // The target is saved without its contents all the same, so what it held goes where overwritten
-    // items are kept.
-    const bool movedAway = m_isNew && m_engine.m_overwriteFolder.IsValid();
-    if (m_leftEmpty && !movedAway) KeepVersion(m_engine, m_targetFolder, m_targetEntryId);
+    const HRESULT copied = CopyContents(source, m_target, withoutText, false);
+    if (m_requireContents) THROW_ON_FAILURE_FOR(copied, source.RawProp());
+    m_leftEmpty = copied < 0;
+    if (m_leftEmpty) KeepOldVersion();
     if (facts.markedPrivate)
         PutKeptTextBack(m_target, kept, KeptParts::Text);
     else if (m_leftEmpty)
@@ -105,11 +104,19 @@ void CResync::Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText
         AnonymiseTarget(m_engine, facts, m_target);
 }
 
+// The target is saved without its contents all the same, so what it held goes where overwritten items are
+// kept. The store still has that version, whatever the open message has lost.
+void CResync::KeepOldVersion() {
+    IMessagePtr stored = OpenMessage(m_targetFolder, m_targetEntryId);
+    m_kept = KeepVersion(m_engine, stored);
+}
+
 void CResync::Save(const CItemFacts& facts) {
     StampItem(m_engine, m_target, facts.syncId);
     if (m_isNew) m_result = RowResult::MaybeSaved;
     m_target.SaveChanges(KEEP_OPEN_READWRITE);
     m_engine.NoteChanged();
+    m_engine.NoteWritten(m_targetEntryId);
     m_savedEntryId = m_targetEntryId;
     if (m_isNew) FinishNewTarget(facts);
 }
@@ -131,12 +138,12 @@ void CResync::FinishNewTarget(const CItemFacts& facts) {
 namespace {
 RowResult ReportedResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder,
                          const SBinary& targetEntryId, IMessagePtr& source, std::string& status, bool quiet,
-                         CMapiBinary& emptied) {
+                         CEmptiedTarget& emptied) {
     CResync resync(engine, targetFolder, targetEntryId);
     try {
         resync.Run(source, status);
         if (!resync.LeftEmpty()) return resync.Result();
-        emptied = resync.SavedEntryId();
+        emptied = {resync.SavedEntryId(), resync.Kept()};
     } catch (const CMAPIException& e) {
         if (!quiet) ReportException(e, "CSyncFolder::ResyncObject");
     } catch (...) {
@@ -148,7 +155,7 @@ RowResult ReportedResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder
 }  // namespace
 
 RowResult RewriteTarget(const CCopyRoute& route, IMessagePtr& source, const SBinary& targetEntryId,
-                        std::string& status, bool quiet, CMapiBinary& emptied) {
+                        std::string& status, bool quiet, CEmptiedTarget& emptied) {
     return ReportedResync(route.engine, route.targetFolder, targetEntryId, source, status, quiet, emptied);
 }
 
@@ -157,7 +164,7 @@ int CSyncFolder::ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFol
                               std::string& status) {
     try {
         IMessagePtr source = OpenMessage(sourceFolder, sourceEntryId);
-        CMapiBinary emptied;
+        CEmptiedTarget emptied;
         ReportedResync(*this, targetFolder, targetEntryId, source, status, false, emptied);
     } catch (const CMAPIException& e) {
         NoteRowFailed();

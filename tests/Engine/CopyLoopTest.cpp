@@ -255,11 +255,17 @@ TEST_P(CopyLoopFaultTest, ModifiedItemStaysWholeOnBothSides) {
         EXPECT_EQ(TextOf(target.Get(), PR_SUBJECT_A), isNew ? "A2" : "A");
         EXPECT_EQ(StreamOf(target.Get(), PR_BODY_A), isNew ? "new" : "old");
         EXPECT_EQ(AttachmentsOf(target), 1u);
+        // A target that was emptied and filled again from its kept version looks untouched to the next run.
+        if (!isNew) {
+            EXPECT_EQ(CompareFileTimes(TimeOf(target.Get(), PR_LAST_MODIFICATION_TIME),
+                                       rightRows.Cell(0, COL_MODIFIED).Time()),
+                      0);
+        }
         // What failed once has passed when the row is tried again.
         EXPECT_TRUE(isNew || ForGood());
         EXPECT_EQ(SyncIdOf(target), SyncIdOf(kept));
     }
-    EXPECT_GT(n, 8u);
+    EXPECT_GT(n, 4u);
 }
 
 TEST_P(CopyLoopFaultTest, NewItemArrivesWholeOrNotAtAll) {
@@ -284,7 +290,7 @@ TEST_P(CopyLoopFaultTest, NewItemArrivesWholeOrNotAtAll) {
             EXPECT_EQ(StreamOf(OpenOnly(right).Get(), PR_BODY_A), "text");
         }
     }
-    EXPECT_GT(n, 5u);
+    EXPECT_GT(n, 4u);
 }
 
 INSTANTIATE_TEST_SUITE_P(StoreAndKind, CopyLoopFaultTest,

@@ -156,6 +156,36 @@ TEST_F(TransferTest, AVersionWithoutTextReplacesNoneWithTextUnkept) {
     EXPECT_EQ(Overwritten(leftStore, "Left"), "Gym");
 }
 
+// Rewriting by itself saves a target whose contents did not come, and keeps what it held.
+TEST_F(TransferTest, ContentsThatDoNotComeLeaveAnEmptyTargetAndAKeptVersion) {
+    SavedMessage(left.Get(), "A", "old");
+    CopyRight({{"A", STATE_NEW}});
+    Change(left, "A", "A2");
+    const CMapiRowSet leftRows = Rows(left);
+    const CMapiRowSet rightRows = Rows(right);
+    const std::string syncId = SyncIdOf(OpenOnly(right));
+    const auto faults = Faults(leftStore);
+    bool emptied = false;
+    bool reached = true;
+    for (ULONG n = 1; reached && !emptied; ++n) {
+        SCOPED_TRACE(n);
+        std::string status;
+        faults->SetFault(n, MAPI_E_NETWORK_ERROR, FALSE);
+        Engine().ResyncObject(Folder(left), Folder(right), leftRows.Cell(0, COL_ENTRYID).Binary(),
+                              rightRows.Cell(0, COL_ENTRYID).Binary(), status);
+        reached = faults->CallCount() >= n;
+        faults->SetFault(0, S_OK, FALSE);
+        const auto target = OpenOnly(right);
+        emptied = TextOf(target.Get(), PR_SUBJECT_A).empty();
+        if (!emptied) continue;
+        EXPECT_EQ(status, LoadText(TEXT_TARGET_REWRITTEN));
+        EXPECT_EQ(StreamOf(target.Get(), PR_BODY_A), "");
+        EXPECT_EQ(SyncIdOf(target), syncId);
+    }
+    EXPECT_TRUE(emptied);
+    EXPECT_EQ(Overwritten(rightStore, "Right"), "A");
+}
+
 TEST_F(TransferTest, RemoveContentsKeepsNothingButTheIdentity) {
     auto message = SavedMessage(left.Get(), "A", "text");
     Attach(message, "a.txt", "data");
