@@ -49,8 +49,6 @@ void Strip(Json& node) {
         }
         node = std::move(kept);
     } else if (node.is_object()) {
-        node.erase("id");
-        node.erase("folder");
         for (auto& [key, value] : node.items())
             if (value.is_structured()) Strip(value);
     }
@@ -159,6 +157,8 @@ Json PropertyOf(const Json& properties, const std::string& name) {
 
 Json Comparable(const Json& item) {
     Json copy = item;
+    copy.erase("id");
+    copy.erase("folder");
     Strip(copy);
     return copy;
 }

@@ -78,13 +78,12 @@ TEST_F(Queries, PrintShowsTextTreeColumnsAndOrder) {
     MakeStores();
     const Json query = RunJson(
         {"query", "print", "select Subject where not Importance = bit 4 order by descending Subject"});
-    EXPECT_EQ(query, Json::parse(R"({
+    EXPECT_EQ(query, Json::parse(R"json({
         "text": "not (Importance = bitmask 4 )",
         "tree": ["NOT", "  BITMASK 0x00170003 & 0x4 = 0"],
         "columns": [{"word": "Subject", "tag": "0x0037001E", "type": "text"},
                     {"word": "Importance", "tag": "0x00170003", "type": "long"}],
-        "order": [{"word": "Subject", "tag": "0x0037001E", "direction": "descending"}]
-})"));
+        "order": [{"word": "Subject", "tag": "0x0037001E", "direction": "descending"}]})json"));
     EXPECT_EQ(RunDone({"query", "print", "Importance = 1"}), "Importance = 1 \n\nPROPERTY 0x00170003 = 1\n");
 }
 

@@ -42,10 +42,8 @@ const char* Intention(LONG state) {
             return "would be carried over";
         case STATE_DELETED:
             return "would be deleted there";
-        case STATE_CONFLICT:
-            return "would give way to the other side's later change";
         default:
-            return "would stay";
+            return "";
     }
 }
 

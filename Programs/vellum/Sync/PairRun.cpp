@@ -27,12 +27,31 @@ std::string LockPath(const std::string& key) {
     return JoinPath(directory, name);
 }
 
+constexpr const char* conflictAdvice =
+    "  Both versions of an item in conflict stay; a copy of the earlier one lies in \"Conflicts\" of its "
+    "store.\n"
+    "  To decide for a version, change it once more and run again.";
+
 std::string Plural(unsigned count, const std::string& word) {
     return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
 }
 
 bool GoesToSource(const CPairResult& result, std::size_t entry) {
     return entry < result.toSource.size() && result.toSource[entry];
+}
+
+// A conflict has no text of its own in the protocol: nothing was done to either item.
+std::string DetailOf(const CSyncProtocolEntry& entry) {
+    if (!entry.m_detail.empty() && entry.m_state != STATE_CONFLICT && entry.m_state != STATE_NONE)
+        return Utf8FromNarrow(entry.m_detail);
+    switch (entry.m_state) {
+        case STATE_CONFLICT:
+            return "changed on both sides, here first: stays, a copy is kept";
+        case STATE_NONE:
+            return "changed on both sides, here later: stays";
+        default:
+            return {};
+    }
 }
 
 void PrintProtocol(CConsole& console, const CPairResult& result) {
@@ -45,8 +64,7 @@ void PrintProtocol(CConsole& console, const CPairResult& result) {
                                        ? entry.m_origin
                                        : entry.m_origin + " to " + entry.m_destination;
         listing.AddRow({StateWord(entry.m_state), GoesToSource(result, i) ? "<-" : "->",
-                        Utf8FromNarrow(entry.m_subject), Utf8FromNarrow(folder),
-                        Utf8FromNarrow(entry.m_detail)});
+                        Utf8FromNarrow(entry.m_subject), Utf8FromNarrow(folder), DetailOf(entry)});
     }
     listing.PrintTable(console);
 }
@@ -72,6 +90,7 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
         outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled)
         text = "nothing to do";
     console.Out() << "  " << text << '\n';
+    if (outcome.conflicts > 0) console.Note(conflictAdvice);
 }
 
 }  // namespace
@@ -150,7 +169,7 @@ Json ResultToJson(const CPairResult& result) {
                            {"direction", GoesToSource(result, i) ? "to-source" : "to-target"},
                            {"from", Utf8FromNarrow(entry.m_origin)},
                            {"to", Utf8FromNarrow(entry.m_destination)},
-                           {"detail", Utf8FromNarrow(entry.m_detail)}});
+                           {"detail", DetailOf(entry)}});
     }
     json["protocol"] = std::move(entries);
     json["source_changed"] = result.outcome.sourceChanged;
