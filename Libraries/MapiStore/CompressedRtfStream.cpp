@@ -19,10 +19,11 @@ public:
     CRtfStream(IStream* packed, bool compress)
         : CMemoryStream({}, true), m_packed(CRef<IStream>::Share(packed)), m_compress(compress) {}
     ~CRtfStream() override {
-        if (m_dirty) GuardedCall([this] {
-            WriteBack();
-            return S_OK;
-        });
+        if (m_dirty)
+            GuardedCall([this] {
+                WriteBack();
+                return S_OK;
+            });
     }
 
     // What could be read of damaged text is given first; then comes the error instead of the end.
@@ -54,8 +55,8 @@ private:
 
 }  // namespace
 
-STDAPI_(HRESULT) WrapCompressedRTFStream(LPSTREAM lpCompressedRTFStream, ULONG ulFlags,
-                                         LPSTREAM* lpUncompressedRTFStream) {
+STDAPI_(HRESULT)
+WrapCompressedRTFStream(LPSTREAM lpCompressedRTFStream, ULONG ulFlags, LPSTREAM* lpUncompressedRTFStream) {
     if (!lpCompressedRTFStream || !lpUncompressedRTFStream) return MAPI_E_INVALID_PARAMETER;
     *lpUncompressedRTFStream = nullptr;
     if (ulFlags & ~(MAPI_MODIFY | STORE_UNCOMPRESSED_RTF)) return MAPI_E_UNKNOWN_FLAGS;

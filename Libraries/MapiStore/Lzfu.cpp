@@ -39,7 +39,8 @@ std::uint32_t NumberAt(std::string_view bytes, std::size_t at) {
     return number;
 }
 
-std::string Frame(std::uint32_t type, std::size_t rawSize, std::uint32_t checksum, std::string_view contents) {
+std::string Frame(std::uint32_t type, std::size_t rawSize, std::uint32_t checksum,
+                  std::string_view contents) {
     Require(rawSize <= 0x7FFFFFFF, MAPI_E_TOO_BIG);
     std::string frame;
     frame.reserve(kHeaderSize + contents.size());
@@ -182,8 +183,8 @@ private:
     }
     // False at the end mark, a reference to the place that is written next.
     bool Reference() {
-        const unsigned token = static_cast<unsigned char>(m_in[m_at]) << 8 |
-                               static_cast<unsigned char>(m_in[m_at + 1]);
+        const unsigned token =
+            static_cast<unsigned char>(m_in[m_at]) << 8 | static_cast<unsigned char>(m_in[m_at + 1]);
         m_at += 2;
         std::size_t from = token >> 4;
         if (from == m_place) return false;

@@ -203,8 +203,8 @@ STDAPI_(SCODE) ScCountNotifications(int cNotifications, LPNOTIFICATION lpNotific
     });
 }
 
-STDAPI_(SCODE) ScCopyNotifications(int cNotification, LPNOTIFICATION lpNotifications, LPVOID lpvDst,
-                                   ULONG* lpcb) {
+STDAPI_(SCODE)
+ScCopyNotifications(int cNotification, LPNOTIFICATION lpNotifications, LPVOID lpvDst, ULONG* lpcb) {
     if (cNotification <= 0 || !lpNotifications || !lpvDst) return MAPI_E_INVALID_PARAMETER;
     return GuardedCall([&] {
         const std::size_t cb = CopyAll(static_cast<ULONG>(cNotification), lpNotifications, lpvDst);

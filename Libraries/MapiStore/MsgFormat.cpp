@@ -119,7 +119,8 @@ SCODE MapiCodeOf(SCODE code) {
         case 0x80030102:  // STG_E_REVERTED
             return MAPI_E_OBJECT_DELETED;
         default:
-            return SUCCEEDED(code) || (static_cast<ULONG>(code) >> 16 & 0x7FF) != 3 ? code : MAPI_E_CALL_FAILED;
+            return SUCCEEDED(code) || (static_cast<ULONG>(code) >> 16 & 0x7FF) != 3 ? code
+                                                                                    : MAPI_E_CALL_FAILED;
     }
 }
 

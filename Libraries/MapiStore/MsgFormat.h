@@ -36,7 +36,7 @@ inline constexpr ULONG kObjectTag = 0x3701000D;
 // {00020D0B-0000-0000-C000-000000000046}
 inline constexpr GUID kMessageClass = {0x00020D0B, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
-std::wstring Name(const wchar_t* prefix, ULONG number);        // with eight digits behind
+std::wstring Name(const wchar_t* prefix, ULONG number);                        // with eight digits behind
 bool ParseName(std::wstring_view name, const wchar_t* prefix, ULONG& number);  // exactly that form
 
 struct Element {

@@ -113,7 +113,8 @@ private:
 MsgNameMap ReadMsgNames(IStorage& message, CStoreCore& core) {
     MsgNameMap map;
     CRef<IStorage> names;
-    if (FAILED(message.OpenStorage(kNames, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, names.Out())))
+    if (FAILED(
+            message.OpenStorage(kNames, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, names.Out())))
         return map;
     NameStreams streams;
     ReadStream(*names, Name(kValue, kGuidStream), kMostNameBytes, streams.guids);
@@ -131,8 +132,8 @@ MsgNameMap ReadMsgNames(IStorage& message, CStoreCore& core) {
 
 void WriteMsgNames(IStorage& message, CStoreCore& core) {
     CRef<IStorage> names;
-    const HRESULT hr = message.CreateStorage(kNames, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
-                                             0, names.Out());
+    const HRESULT hr =
+        message.CreateStorage(kNames, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, names.Out());
     Require(SUCCEEDED(hr), MapiCodeOf(hr));
     CNamesWriter writer;
     for (const auto& [id, name] : core.Names().All(core.Storage()))

@@ -51,8 +51,8 @@ class CMsgReader {
 public:
     CMsgReader(IStorage& top, CStoreCore& core) : m_names(ReadMsgNames(top, core)) {}
 
-    std::shared_ptr<const MessageSnapshot> ReadMessage(IStorage& storage, std::size_t header, unsigned codePage,
-                                                       unsigned depth) {
+    std::shared_ptr<const MessageSnapshot> ReadMessage(IStorage& storage, std::size_t header,
+                                                       unsigned codePage, unsigned depth) {
         CPropertyBag bag;
         codePage = ReadProperties(storage, header, codePage, bag);
         auto message = std::make_shared<MessageSnapshot>();
@@ -76,7 +76,8 @@ public:
 private:
     static CRef<IStorage> Open(IStorage& parent, const std::wstring& name) {
         CRef<IStorage> storage;
-        parent.OpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, storage.Out());
+        parent.OpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                           storage.Out());
         return storage;
     }
 
@@ -105,7 +106,8 @@ private:
         for (const FixedEntry& entry : entries) {
             const PropId id = IdOf(entry.tag);
             const ULONG type = PROP_TYPE(entry.tag);
-            const std::size_t cb = (type & MV_FLAG) || type == PT_CLSID ? 0 : FixedSizeOf(static_cast<PropType>(type));
+            const std::size_t cb =
+                (type & MV_FLAG) || type == PT_CLSID ? 0 : FixedSizeOf(static_cast<PropType>(type));
             if (id != 0 && cb != 0)
                 bag.Set(id, static_cast<PropType>(type), entry.value.substr(0, cb));
             else if (id != 0 && StoredTypeOf(type) != 0)
@@ -115,7 +117,8 @@ private:
         for (const Element& element : ListElements(storage)) {
             ULONG tag = 0;
             if (element.isStorage || !ParseName(element.name, kValue, tag)) continue;
-            if (const PropId id = IdOf(tag); id != 0 && StoredTypeOf(PROP_TYPE(tag)) != 0) variable.emplace(tag, id);
+            if (const PropId id = IdOf(tag); id != 0 && StoredTypeOf(PROP_TYPE(tag)) != 0)
+                variable.emplace(tag, id);
         }
         for (const auto& [tag, id] : variable)
             ReadValue(storage, tag, id, codePage, bag);
@@ -187,9 +190,8 @@ private:
         SetNumber(bag, PR_ROWID, static_cast<std::uint32_t>(blocks.size()));
         // Recipients lie together in one list: no value of theirs is kept elsewhere.
         CValueBlockWriter writer;
-        bag.ForEach([&writer](const CStoredValue& value) {
-            writer.Add(value.Id(), value.Type(), value.Bytes());
-        });
+        bag.ForEach(
+            [&writer](const CStoredValue& value) { writer.Add(value.Id(), value.Type(), value.Bytes()); });
         blocks.push_back(writer.Finish());
     }
 

@@ -1,9 +1,9 @@
 // The published entry points to messages on compound files.
+#include "MapiMemory.h"
 #include "Message.h"
 #include "MsgFormat.h"
 #include "MsgReader.h"
 #include "MsgWriter.h"
-#include "MapiMemory.h"
 #include "NamesOnlyStorage.h"
 #include "StoreCall.h"
 
@@ -47,7 +47,8 @@ CRef<CMessage> OpenOnStorage(IStorage* storage, bool commit, std::function<void(
         const HRESULT hr = held->Commit(STGC_DEFAULT);
         Require(SUCCEEDED(hr), msg::MapiCodeOf(hr));
     };
-    return CMessage::OpenDetached(core, *contents, IsWritable(*storage), std::move(save), std::move(released));
+    return CMessage::OpenDetached(core, *contents, IsWritable(*storage), std::move(save),
+                                  std::move(released));
 }
 
 }  // namespace
@@ -66,9 +67,9 @@ STDAPI_(void) CloseIMsgSession(LPMSGSESS lpMsgSess) {
     delete lpMsgSess;
 }
 
-STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID,
-                              LPSTORAGE lpStg, MSGCALLRELEASE* lpfMsgCallRelease, ULONG ulCallerData,
-                              ULONG ulFlags, LPMESSAGE* lppMsg) {
+STDAPI_(SCODE)
+OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFREEBUFFER, LPMALLOC, LPVOID, LPSTORAGE lpStg,
+               MSGCALLRELEASE* lpfMsgCallRelease, ULONG ulCallerData, ULONG ulFlags, LPMESSAGE* lppMsg) {
     if (!lpStg || !lppMsg) return MAPI_E_INVALID_PARAMETER;
     *lppMsg = nullptr;
     return GuardedCall([&] {
@@ -81,7 +82,8 @@ STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS, LPALLOCATEBUFFER, LPALLOCATEMORE, LPFRE
 }
 
 // Every property that is there can be read and written.
-STDAPI GetAttribIMsgOnIStg(LPVOID lpObject, LPSPropTagArray lpPropTagArray, LPSPropAttrArray* lppPropAttrArray) {
+STDAPI GetAttribIMsgOnIStg(LPVOID lpObject, LPSPropTagArray lpPropTagArray,
+                           LPSPropAttrArray* lppPropAttrArray) {
     if (!lpObject || !lpPropTagArray || !lppPropAttrArray) return MAPI_E_INVALID_PARAMETER;
     *lppPropAttrArray = nullptr;
     ULONG count = 0;
@@ -94,8 +96,10 @@ STDAPI GetAttribIMsgOnIStg(LPVOID lpObject, LPSPropTagArray lpPropTagArray, LPSP
         auto* attributes = static_cast<SPropAttrArray*>(block);
         attributes->cValues = count;
         for (ULONG i = 0; i < count; ++i) {
-            const bool missing = PROP_TYPE(values[i].ulPropTag) == PT_ERROR && values[i].Value.err == MAPI_E_NOT_FOUND;
-            attributes->aPropAttr[i] = missing ? PROPATTR_NOT_PRESENT : PROPATTR_READABLE | PROPATTR_WRITEABLE;
+            const bool missing =
+                PROP_TYPE(values[i].ulPropTag) == PT_ERROR && values[i].Value.err == MAPI_E_NOT_FOUND;
+            attributes->aPropAttr[i] =
+                missing ? PROPATTR_NOT_PRESENT : PROPATTR_READABLE | PROPATTR_WRITEABLE;
         }
         *lppPropAttrArray = attributes;
     }

@@ -21,8 +21,8 @@ constexpr std::uint32_t kHoldsStorage = 4;
 
 CRef<IStorage> MakeStorage(IStorage& parent, const std::wstring& name) {
     CRef<IStorage> storage;
-    const HRESULT hr = parent.CreateStorage(
-        name.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, storage.Out());
+    const HRESULT hr = parent.CreateStorage(name.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE,
+                                            0, 0, storage.Out());
     Require(SUCCEEDED(hr), MapiCodeOf(hr));
     return storage;
 }
@@ -30,7 +30,8 @@ CRef<IStorage> MakeStorage(IStorage& parent, const std::wstring& name) {
 // One property stream with the value streams beside it.
 class CPropertyWriter {
 public:
-    CPropertyWriter(IStorage& storage, std::string header) : m_storage(storage), m_stream(std::move(header)) {}
+    CPropertyWriter(IStorage& storage, std::string header)
+        : m_storage(storage), m_stream(std::move(header)) {}
 
     // `large`: the block that holds the values which `small` only marks.
     void AddBlock(std::string_view small, std::string_view large) {

@@ -5,7 +5,6 @@
 
 namespace {
 
-
 std::uint64_t StampOf(const MessageHead& head) {
     return head.change * 31 + (std::uint64_t{head.flags} << 32 | head.status);
 }
@@ -50,9 +49,8 @@ void CObjectWatch::LookAtFolder(CStoreCore& core, ObjectId folder, bool below, O
         });
     }
     std::vector<FolderHead> children;
-    core.Storage().ScanFolders(folder, [&](const FolderHead& head, std::string_view) {
-        children.push_back(head);
-    });
+    core.Storage().ScanFolders(folder,
+                               [&](const FolderHead& head, std::string_view) { children.push_back(head); });
     for (const FolderHead& child : children) {
         const bool isNew = objects.emplace(child.id, Seen{child.parent, child.change}).second;
         if (below && isNew) LookAtFolder(core, child.id, true, objects);

@@ -236,8 +236,8 @@ Constant ConstantOf(ULONG tag, const SPropValue* value) {
     Constant constant;
     Require(AppendStored(*value, constant.bytes, constant.type), MAPI_E_TOO_COMPLEX);
     const PropType wanted = StoredTypeOf(PROP_TYPE(tag) & ~static_cast<ULONG>(MV_INSTANCE));
-    const bool fits = PROP_TYPE(tag) == PT_UNSPECIFIED || wanted == constant.type ||
-                      (wanted & ~MV_FLAG) == constant.type;
+    const bool fits =
+        PROP_TYPE(tag) == PT_UNSPECIFIED || wanted == constant.type || (wanted & ~MV_FLAG) == constant.type;
     Require(fits, MAPI_E_TOO_COMPLEX);
     return constant;
 }

@@ -86,8 +86,7 @@ bool BodyFromRtf(IMessage& message, const std::string& rtf) {
 bool RtfFromBody(IMessage& message) {
     std::string body, rtf;
     if (!ReadBody(message, body)) return false;
-    const bool same =
-        ReadRtf(message, rtf) && WithoutBlanks(TextFromRtf(rtf)) == WithoutBlanks(body);
+    const bool same = ReadRtf(message, rtf) && WithoutBlanks(TextFromRtf(rtf)) == WithoutBlanks(body);
     if (!same) WriteProperty(message, PR_RTF_COMPRESSED, CompressRtf(RtfFromText(body)));
     Mark(message, body);
     return !same;

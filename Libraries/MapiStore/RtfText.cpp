@@ -16,12 +16,14 @@ constexpr std::size_t kDeepestGroup = 4096;
 
 // Destinations whose text nobody sees. Those marked with \* are passed over without being listed.
 constexpr std::string_view kHidden[] = {
-    "author",     "buptim",    "colortbl",  "comment",  "company",   "creatim",   "datastore", "doccomm",
-    "filetbl",    "fldinst",   "footer",    "footerf",  "footerl",   "footerr",   "footnote",  "generator",
-    "header",     "headerf",   "headerl",   "headerr",  "info",      "keywords",  "latentstyles",
-    "listoverridetable",       "listtable", "manager",  "nonshppict", "object",   "operator",  "pict",
-    "printim",    "private1",  "revtbl",    "revtim",   "rsidtbl",   "rxe",       "stylesheet", "subject",
-    "tc",         "themedata", "title",     "txe",      "userprops", "wgrffmtfilter", "xe",     "xmlnstbl"};
+    "author",     "buptim",        "colortbl",   "comment",   "company",      "creatim",
+    "datastore",  "doccomm",       "filetbl",    "fldinst",   "footer",       "footerf",
+    "footerl",    "footerr",       "footnote",   "generator", "header",       "headerf",
+    "headerl",    "headerr",       "info",       "keywords",  "latentstyles", "listoverridetable",
+    "listtable",  "manager",       "nonshppict", "object",    "operator",     "pict",
+    "printim",    "private1",      "revtbl",     "revtim",    "rsidtbl",      "rxe",
+    "stylesheet", "subject",       "tc",         "themedata", "title",        "txe",
+    "userprops",  "wgrffmtfilter", "xe",         "xmlnstbl"};
 
 bool IsHidden(std::string_view word) {
     return std::binary_search(std::begin(kHidden), std::end(kHidden), word);
@@ -65,16 +67,29 @@ unsigned CodePageOfCharset(int charset) {
 struct Symbol {
     std::string_view word, text;
 };
-constexpr Symbol kSymbols[] = {
-    {"bullet", "\xE2\x80\xA2"}, {"cell", "\t"},      {"emdash", "\xE2\x80\x94"}, {"emspace", "\xE2\x80\x83"},
-    {"endash", "\xE2\x80\x93"}, {"enspace", "\xE2\x80\x82"}, {"ldblquote", "\xE2\x80\x9C"}, {"line", "\r\n"},
-    {"lquote", "\xE2\x80\x98"}, {"nestcell", "\t"},  {"nestrow", "\r\n"},        {"page", "\r\n"},
-    {"par", "\r\n"},            {"rdblquote", "\xE2\x80\x9D"}, {"row", "\r\n"},  {"rquote", "\xE2\x80\x99"},
-    {"sect", "\r\n"},           {"tab", "\t"}};
+constexpr Symbol kSymbols[] = {{"bullet", "\xE2\x80\xA2"},
+                               {"cell", "\t"},
+                               {"emdash", "\xE2\x80\x94"},
+                               {"emspace", "\xE2\x80\x83"},
+                               {"endash", "\xE2\x80\x93"},
+                               {"enspace", "\xE2\x80\x82"},
+                               {"ldblquote", "\xE2\x80\x9C"},
+                               {"line", "\r\n"},
+                               {"lquote", "\xE2\x80\x98"},
+                               {"nestcell", "\t"},
+                               {"nestrow", "\r\n"},
+                               {"page", "\r\n"},
+                               {"par", "\r\n"},
+                               {"rdblquote", "\xE2\x80\x9D"},
+                               {"row", "\r\n"},
+                               {"rquote", "\xE2\x80\x99"},
+                               {"sect", "\r\n"},
+                               {"tab", "\t"}};
 
 const Symbol* FindSymbol(std::string_view word) {
-    const auto found = std::lower_bound(std::begin(kSymbols), std::end(kSymbols), word,
-                                        [](const Symbol& symbol, std::string_view w) { return symbol.word < w; });
+    const auto found =
+        std::lower_bound(std::begin(kSymbols), std::end(kSymbols), word,
+                         [](const Symbol& symbol, std::string_view w) { return symbol.word < w; });
     return found != std::end(kSymbols) && found->word == word ? found : nullptr;
 }
 

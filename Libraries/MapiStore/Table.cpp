@@ -86,7 +86,8 @@ HRESULT CTable::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray) {
         CheckFlags(ulFlags, TBL_ALL_COLUMNS);
         const auto columns = (ulFlags & TBL_ALL_COLUMNS) ? m_view->AllColumns() : m_view->Columns();
         void* block = nullptr;
-        Require(SUCCEEDED(AllocateRoot(CbNewSPropTagArray(columns.size()), &block)), MAPI_E_NOT_ENOUGH_MEMORY);
+        Require(SUCCEEDED(AllocateRoot(CbNewSPropTagArray(columns.size()), &block)),
+                MAPI_E_NOT_ENOUGH_MEMORY);
         auto* tags = static_cast<SPropTagArray*>(block);
         tags->cValues = static_cast<ULONG>(columns.size());
         std::copy(columns.begin(), columns.end(), tags->aulPropTag);
@@ -182,7 +183,8 @@ HRESULT CTable::QuerySortOrder(LPSSortOrderSet* lppSortCriteria) {
         Require(lppSortCriteria != nullptr, MAPI_E_INVALID_PARAMETER);
         const auto& sort = m_view->Sort();
         void* block = nullptr;
-        Require(SUCCEEDED(AllocateRoot(CbNewSSortOrderSet(sort.size() + 1), &block)), MAPI_E_NOT_ENOUGH_MEMORY);
+        Require(SUCCEEDED(AllocateRoot(CbNewSSortOrderSet(sort.size() + 1), &block)),
+                MAPI_E_NOT_ENOUGH_MEMORY);
         auto* order = static_cast<SSortOrderSet*>(block);
         order->cSorts = static_cast<ULONG>(sort.size());
         order->cCategories = order->cExpanded = 0;

@@ -10,7 +10,8 @@ public:
     CTable(std::shared_ptr<CStoreCore> core, std::unique_ptr<ITableSource> source, ULONG flags);
     ~CTable() override;
 
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override;
+    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hResult, ULONG ulFlags,
+                                           LPMAPIERROR* lppMAPIError) override;
     HRESULT STDMETHODCALLTYPE Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
                                      ULONG* lpulConnection) override;
     HRESULT STDMETHODCALLTYPE Unadvise(ULONG ulConnection) override;

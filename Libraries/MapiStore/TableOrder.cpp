@@ -105,7 +105,8 @@ std::size_t CTableOrder::PositionOf(RowKey key) const {
             std::sort(m_byKey.begin(), m_byKey.end(),
                       [this](std::uint32_t a, std::uint32_t b) { return m_keys[a] < m_keys[b]; });
     }
-    const auto found = std::lower_bound(m_byKey.begin(), m_byKey.end(), key,
-                                        [this](std::uint32_t at, RowKey wanted) { return m_keys[at] < wanted; });
+    const auto found =
+        std::lower_bound(m_byKey.begin(), m_byKey.end(), key,
+                         [this](std::uint32_t at, RowKey wanted) { return m_keys[at] < wanted; });
     return found != m_byKey.end() && m_keys[*found] == key ? *found : Count();
 }

@@ -11,8 +11,8 @@ using RowKey = std::uint64_t;
 
 // What a scan is for. A source that can answer from less than the whole row may do so.
 struct RowNeeds {
-    bool keysOnly = false;                                 // the row itself is not looked at
-    const std::vector<PropId>* ids = nullptr;              // only these properties are looked at, if not null
+    bool keysOnly = false;                     // the row itself is not looked at
+    const std::vector<PropId>* ids = nullptr;  // only these properties are looked at, if not null
     const std::vector<RestrictionBound>* bounds = nullptr;  // rows outside may be left out
 };
 

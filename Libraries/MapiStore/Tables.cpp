@@ -12,21 +12,43 @@ namespace {
 constexpr ULONG kDeepestLevel = 1000;
 
 const std::vector<ULONG>& ContentsColumns() {
-    static const std::vector<ULONG> columns = {
-        PR_ENTRYID,        PR_INSTANCE_KEY,    PR_RECORD_KEY,    PR_OBJECT_TYPE,           PR_MESSAGE_CLASS_A,
-        PR_SUBJECT_A,      PR_SENDER_NAME_A,   PR_DISPLAY_TO_A,  PR_MESSAGE_DELIVERY_TIME, PR_MESSAGE_FLAGS,
-        PR_MESSAGE_SIZE,   PR_IMPORTANCE,      PR_SENSITIVITY,   PR_HASATTACH,             PR_MSG_STATUS,
-        PR_CREATION_TIME,  PR_LAST_MODIFICATION_TIME, PR_SEARCH_KEY, PR_PARENT_ENTRYID, PR_STORE_ENTRYID,
-        PR_STORE_RECORD_KEY, PR_MAPPING_SIGNATURE, PR_ROW_TYPE};
+    static const std::vector<ULONG> columns = {PR_ENTRYID,
+                                               PR_INSTANCE_KEY,
+                                               PR_RECORD_KEY,
+                                               PR_OBJECT_TYPE,
+                                               PR_MESSAGE_CLASS_A,
+                                               PR_SUBJECT_A,
+                                               PR_SENDER_NAME_A,
+                                               PR_DISPLAY_TO_A,
+                                               PR_MESSAGE_DELIVERY_TIME,
+                                               PR_MESSAGE_FLAGS,
+                                               PR_MESSAGE_SIZE,
+                                               PR_IMPORTANCE,
+                                               PR_SENSITIVITY,
+                                               PR_HASATTACH,
+                                               PR_MSG_STATUS,
+                                               PR_CREATION_TIME,
+                                               PR_LAST_MODIFICATION_TIME,
+                                               PR_SEARCH_KEY,
+                                               PR_PARENT_ENTRYID,
+                                               PR_STORE_ENTRYID,
+                                               PR_STORE_RECORD_KEY,
+                                               PR_MAPPING_SIGNATURE,
+                                               PR_ROW_TYPE};
     return columns;
 }
 
 const std::vector<ULONG>& HierarchyColumns() {
-    static const std::vector<ULONG> columns = {
-        PR_ENTRYID,       PR_INSTANCE_KEY,    PR_RECORD_KEY,      PR_OBJECT_TYPE,    PR_DISPLAY_NAME_A,
-        PR_DEPTH,         PR_FOLDER_TYPE,     PR_SUBFOLDERS,      PR_CONTENT_COUNT,  PR_CONTENT_UNREAD,
-        PR_CONTAINER_CLASS_A, PR_COMMENT_A,   PR_CREATION_TIME,   PR_LAST_MODIFICATION_TIME,
-        PR_PARENT_ENTRYID, PR_STORE_ENTRYID,  PR_STORE_RECORD_KEY, PR_STATUS, PR_ROW_TYPE};
+    static const std::vector<ULONG> columns = {PR_ENTRYID,           PR_INSTANCE_KEY,
+                                               PR_RECORD_KEY,        PR_OBJECT_TYPE,
+                                               PR_DISPLAY_NAME_A,    PR_DEPTH,
+                                               PR_FOLDER_TYPE,       PR_SUBFOLDERS,
+                                               PR_CONTENT_COUNT,     PR_CONTENT_UNREAD,
+                                               PR_CONTAINER_CLASS_A, PR_COMMENT_A,
+                                               PR_CREATION_TIME,     PR_LAST_MODIFICATION_TIME,
+                                               PR_PARENT_ENTRYID,    PR_STORE_ENTRYID,
+                                               PR_STORE_RECORD_KEY,  PR_STATUS,
+                                               PR_ROW_TYPE};
     return columns;
 }
 
@@ -83,13 +105,13 @@ public:
             });
             return;
         }
-        m_core->Storage().ScanMessages(
-            m_folder, m_associated, [&](const MessageHead& head, std::string_view block) {
-                if (needs.bounds)
-                    for (const RestrictionBound& bound : *needs.bounds)
-                        if (IsOutside(bound, head)) return true;
-                return each(head.id, CMessageRow(*m_core, head, block));
-            });
+        m_core->Storage().ScanMessages(m_folder, m_associated,
+                                       [&](const MessageHead& head, std::string_view block) {
+                                           if (needs.bounds)
+                                               for (const RestrictionBound& bound : *needs.bounds)
+                                                   if (IsOutside(bound, head)) return true;
+                                           return each(head.id, CMessageRow(*m_core, head, block));
+                                       });
     }
 
     bool Read(RowKey key, const std::function<void(const IRow&)>& body) override {
@@ -153,8 +175,9 @@ public:
         const FolderHead& head = static_cast<const CFolderRow&>(row).Head();
         IObjectStorage& storage = m_core->Storage();
         std::uint64_t stamp = head.change;
-        for (std::uint64_t part : {storage.CountMessages(head.id, false), storage.CountMessages(head.id, true),
-                                   storage.CountUnread(head.id), storage.CountFolders(head.id)})
+        for (std::uint64_t part :
+             {storage.CountMessages(head.id, false), storage.CountMessages(head.id, true),
+              storage.CountUnread(head.id), storage.CountFolders(head.id)})
             stamp = stamp * 1000003 + part;
         return stamp;
     }

@@ -69,7 +69,8 @@ std::string Hex(const void* bytes, std::size_t cb) {
 std::string LabelOf(IMAPIProp* object, ULONG tag) {
     ULONG type = PROP_TYPE(tag);
     if ((type & ~static_cast<ULONG>(MV_FLAG)) == PT_UNICODE) type = PT_STRING8 | (type & MV_FLAG);
-    if (PROP_ID(tag) < 0x8000) return Hex(&tag, 0) + std::to_string(PROP_ID(tag)) + ":" + std::to_string(type);
+    if (PROP_ID(tag) < 0x8000)
+        return Hex(&tag, 0) + std::to_string(PROP_ID(tag)) + ":" + std::to_string(type);
     SizedSPropTagArray(1, one) = {1, {tag}};
     auto* tags = reinterpret_cast<LPSPropTagArray>(&one);
     ULONG count = 0;
@@ -138,8 +139,11 @@ void TellProps(IMAPIProp* object, const std::string& prefix, Story& story) {
         if (type == PT_UNICODE || type == PT_BINARY)
             story[label] = StreamText(object, tag);
         else if (SUCCEEDED(HrGetOneProp(object, tag, &value)))
-            story[label] = (type & MV_FLAG) ? std::to_string(value->Value.MVl.cValues) + "/" + std::to_string(UlPropSize(value))
-                                            : Hex(&value->Value.b, type == PT_BOOLEAN || type == PT_I2 ? 2 : UlPropSize(value) == 4 ? 4 : 8);
+            story[label] = (type & MV_FLAG) ? std::to_string(value->Value.MVl.cValues) + "/" +
+                                                  std::to_string(UlPropSize(value))
+                                            : Hex(&value->Value.b, type == PT_BOOLEAN || type == PT_I2 ? 2
+                                                                   : UlPropSize(value) == 4            ? 4
+                                                                                                       : 8);
         MAPIFreeBuffer(value);
     }
     MAPIFreeBuffer(tags);
@@ -151,7 +155,8 @@ std::vector<std::vector<std::string>> RowsOf(IMAPITable* table, std::initializer
     std::vector<ULONG> words(1, static_cast<ULONG>(columns.size()));
     words.insert(words.end(), columns);
     SRowSet* rows = nullptr;
-    EXPECT_EQ(S_OK, HrQueryAllRows(table, reinterpret_cast<LPSPropTagArray>(words.data()), nullptr, nullptr, 0, &rows));
+    EXPECT_EQ(S_OK, HrQueryAllRows(table, reinterpret_cast<LPSPropTagArray>(words.data()), nullptr, nullptr,
+                                   0, &rows));
     std::vector<std::vector<std::string>> all;
     for (ULONG r = 0; rows && r < rows->cRows; ++r) {
         all.emplace_back();
@@ -177,7 +182,8 @@ void TellAttachments(IMessage* message, const std::string& prefix, Story& story)
     int position = 0;
     for (const auto& row : RowsOf(table.Get(), {PR_ATTACH_NUM})) {
         TestRef<IAttach> attach;
-        if (FAILED(message->OpenAttach(static_cast<ULONG>(std::stoul(row[0])), nullptr, 0, attach.Out()))) continue;
+        if (FAILED(message->OpenAttach(static_cast<ULONG>(std::stoul(row[0])), nullptr, 0, attach.Out())))
+            continue;
         const std::string here = prefix + "attachment " + std::to_string(position++) + " ";
         TellProps(attach.Get(), here, story);
         TestRef<IUnknown> embedded;
@@ -191,7 +197,8 @@ void Tell(IMessage* message, const std::string& prefix, Story& story) {
     TestRef<IMAPITable> table;
     if (SUCCEEDED(message->GetRecipientTable(0, table.Out()))) {
         int position = 0;
-        for (const auto& row : RowsOf(table.Get(), {PR_DISPLAY_NAME_A, PR_EMAIL_ADDRESS_A, PR_ADDRTYPE_A, PR_RECIPIENT_TYPE, PR_ENTRYID}))
+        for (const auto& row : RowsOf(table.Get(), {PR_DISPLAY_NAME_A, PR_EMAIL_ADDRESS_A, PR_ADDRTYPE_A,
+                                                    PR_RECIPIENT_TYPE, PR_ENTRYID}))
             for (const auto& cell : row)
                 story[prefix + "recipient " + std::to_string(position)] += cell + "|", ++position;
     }
@@ -220,7 +227,8 @@ void ExpectSame(const Story& expected, const Story& actual, const std::string& w
         EXPECT_EQ(value.size(), found->second.size()) << where << " " << label;
     }
     for (const auto& [label, value] : actual)
-        EXPECT_TRUE(expected.count(label)) << where << " has gained " << label << " = " << value.substr(0, 80);
+        EXPECT_TRUE(expected.count(label))
+            << where << " has gained " << label << " = " << value.substr(0, 80);
 }
 
 void SetText(IMAPIProp* object, ULONG tag, const char* text) {
@@ -250,7 +258,9 @@ TestRef<IMessage> MessageOn(MemoryFile& file) {
 // A message with everything: text, named properties, recipients, data, an embedded message.
 void Fill(IMessage* message) {
     SetText(message, PR_MESSAGE_CLASS_A, "IPM.Note");
-    SetText(message, PR_SUBJECT_A, "Gr\xC3\xBC\xC3\x9F" "e");
+    SetText(message, PR_SUBJECT_A,
+            "Gr\xC3\xBC\xC3\x9F"
+            "e");
     SetText(message, PR_BODY_A, std::string(70000, 'b').c_str());
     MAPINAMEID name{};
     name.lpguid = const_cast<GUID*>(&PS_PUBLIC_STRINGS);
@@ -287,7 +297,8 @@ void Fill(IMessage* message) {
     method.Value.l = ATTACH_EMBEDDED_MSG;
     EXPECT_EQ(S_OK, HrSetOneProp(attach.Get(), &method));
     TestRef<IUnknown> embedded;
-    ASSERT_EQ(S_OK, attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY, embedded.Out()));
+    ASSERT_EQ(S_OK, attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+                                         embedded.Out()));
     auto* inner = static_cast<IMessage*>(embedded.Get());
     SetText(inner, PR_SUBJECT_A, "inner");
     EXPECT_EQ(S_OK, inner->SaveChanges(KEEP_OPEN_READWRITE));
@@ -310,7 +321,10 @@ TEST(Msg, NewMessageComesBackFromItsFile) {
     ASSERT_NE(nullptr, again.Storage());
     const auto message = MessageOn(again);
     ExpectSame(told, StoryOf(message.Get()), "file");
-    EXPECT_EQ("Gr\xC3\xBC\xC3\x9F" "e", ShownText(message.Get(), PR_SUBJECT_A));
+    EXPECT_EQ(
+        "Gr\xC3\xBC\xC3\x9F"
+        "e",
+        ShownText(message.Get(), PR_SUBJECT_A));
     EXPECT_EQ("Ann", ShownText(message.Get(), PR_DISPLAY_CC_A));
 }
 
@@ -342,7 +356,8 @@ TEST(Msg, ReleaseIsToldToTheCaller) {
         ++released;
         data = caller;
     };
-    ASSERT_EQ(S_OK, OpenIMsgOnIStg(nullptr, MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer, nullptr, nullptr, file.Storage(), +onRelease, 7, 0, &message));
+    ASSERT_EQ(S_OK, OpenIMsgOnIStg(nullptr, MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer, nullptr,
+                                   nullptr, file.Storage(), +onRelease, 7, 0, &message));
     message->AddRef();
     message->Release();
     EXPECT_EQ(0, released);
@@ -354,7 +369,9 @@ TEST(Msg, ReleaseIsToldToTheCaller) {
 TEST(Msg, WhatIsNoMessageIsRefused) {
     MemoryFile file;
     TestRef<IStream> stream;
-    EXPECT_EQ(S_OK, file.Storage()->CreateStream(L"WordDocument", STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, stream.Out()));
+    EXPECT_EQ(S_OK,
+              file.Storage()->CreateStream(
+                  L"WordDocument", STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, stream.Out()));
     stream.Reset();
     TestRef<IMessage> message;
     EXPECT_EQ(MAPI_E_CORRUPT_DATA, OpenMsg(file.Storage(), message.Out()));
@@ -379,7 +396,9 @@ TEST(Msg, RealFilesKeepEverythingThroughAStore) {
         TestRef<IMessage> stored;
         ASSERT_EQ(S_OK, inbox->CreateMessage(nullptr, 0, stored.Out()));
         LPSPropProblemArray problems = nullptr;
-        EXPECT_EQ(S_OK, original->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, stored.Get(), 0, &problems)) << name;
+        EXPECT_EQ(S_OK, original->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, stored.Get(), 0,
+                                         &problems))
+            << name;
         EXPECT_EQ(nullptr, problems) << name;
         MAPIFreeBuffer(problems);
         ASSERT_EQ(S_OK, stored->SaveChanges(KEEP_OPEN_READWRITE)) << name;
@@ -388,7 +407,9 @@ TEST(Msg, RealFilesKeepEverythingThroughAStore) {
         MemoryFile copy;
         {
             const auto target = MessageOn(copy);
-            EXPECT_EQ(S_OK, stored->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target.Get(), 0, nullptr)) << name;
+            EXPECT_EQ(S_OK, stored->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target.Get(), 0,
+                                           nullptr))
+                << name;
             ASSERT_EQ(S_OK, target->SaveChanges(0)) << name;
         }
         MemoryFile again(copy.Take());

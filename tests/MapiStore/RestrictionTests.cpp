@@ -78,7 +78,7 @@ struct Item {
 };
 
 bool Holds(ULONG relop, int order) {
-    const bool answers[] = {order < 0, order <= 0, order > 0, order >= 0, order == 0, order != 0};
+    const bool answers[] = {order<0, order <= 0, order> 0, order >= 0, order == 0, order != 0};
     return answers[relop];
 }
 
@@ -193,7 +193,8 @@ private:
         switch (kind) {
             case 0:
                 if (Below(3) == 0)
-                    return tree.Relation(relop, kWords, tree.Text(kWords & ~static_cast<ULONG>(MV_FLAG), Text()));
+                    return tree.Relation(relop, kWords,
+                                         tree.Text(kWords & ~static_cast<ULONG>(MV_FLAG), Text()));
                 if (Below(2)) return tree.Relation(relop, text, tree.Text(text, Text()));
                 return tree.Relation(relop, number, tree.Long(number, static_cast<LONG>(Below(7)) - 3));
             case 1: {
@@ -284,11 +285,28 @@ bool MatchesText(const char* text, const char* pattern, ULONG level) {
 }
 
 TEST(Restriction, FuzzyLevelsFoldCaseAndMarks) {
-    EXPECT_TRUE(MatchesText("GR\xC3\x9C" "SSE", "gr\xC3\xBC" "sse", FL_FULLSTRING | FL_IGNORECASE));
-    EXPECT_FALSE(MatchesText("GR\xC3\x9C" "SSE", "grusse", FL_FULLSTRING | FL_IGNORECASE));
-    EXPECT_TRUE(MatchesText("Gr\xC3\xBC" "sse", "Grusse", FL_FULLSTRING | FL_IGNORENONSPACE));
-    EXPECT_TRUE(MatchesText("xx GR\xC3\x9C" "SSE", "grusse", FL_SUBSTRING | FL_LOOSE));
-    EXPECT_TRUE(MatchesText("Gru\xCC\x88" "sse", "gr\xC3\xBC", FL_PREFIX | FL_LOOSE));
+    EXPECT_TRUE(
+        MatchesText("GR\xC3\x9C"
+                    "SSE",
+                    "gr\xC3\xBC"
+                    "sse",
+                    FL_FULLSTRING | FL_IGNORECASE));
+    EXPECT_FALSE(
+        MatchesText("GR\xC3\x9C"
+                    "SSE",
+                    "grusse", FL_FULLSTRING | FL_IGNORECASE));
+    EXPECT_TRUE(
+        MatchesText("Gr\xC3\xBC"
+                    "sse",
+                    "Grusse", FL_FULLSTRING | FL_IGNORENONSPACE));
+    EXPECT_TRUE(
+        MatchesText("xx GR\xC3\x9C"
+                    "SSE",
+                    "grusse", FL_SUBSTRING | FL_LOOSE));
+    EXPECT_TRUE(
+        MatchesText("Gru\xCC\x88"
+                    "sse",
+                    "gr\xC3\xBC", FL_PREFIX | FL_LOOSE));
     EXPECT_TRUE(MatchesText("\xD0\x9F\xD1\x80\xD0\xB8", "\xD0\xBF\xD1\x80", FL_PREFIX | FL_IGNORECASE));
     EXPECT_TRUE(MatchesText("anything", "", FL_SUBSTRING));
     EXPECT_FALSE(MatchesText("", "x", FL_PREFIX | FL_IGNORECASE));

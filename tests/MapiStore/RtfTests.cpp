@@ -110,8 +110,8 @@ const Rendered kRendered[] = {
     {"{\\rtf1 a\\tab b\\line c}", "a\tb\r\nc", "tabs and lines"},
     {"{\\rtf1\\ansi\\ansicpg1252 \\'e4\\'80}", "\xC3\xA4\xE2\x82\xAC", "bytes of the code page"},
     {"{\\rtf1\\ansi\\ansicpg1251 \\'e4}", "\xD0\xB4", "another code page"},
-    {"{\\rtf1{\\fonttbl{\\f0\\fcharset0 Arial;}{\\f1\\fcharset128 Gothic;}}\\f1\\'82\\'a0\\f0 x}", "\xE3\x81\x82x",
-     "two bytes in a font's code page"},
+    {"{\\rtf1{\\fonttbl{\\f0\\fcharset0 Arial;}{\\f1\\fcharset128 Gothic;}}\\f1\\'82\\'a0\\f0 x}",
+     "\xE3\x81\x82x", "two bytes in a font's code page"},
     {"{\\rtf1\\uc1 \\u228?x\\uc0\\u8364 y}", "\xC3\xA4x\xE2\x82\xACy", "Unicode and what stands in for it"},
     {"{\\rtf1 \\u-10179?\\u-8704?}", "\xF0\x9F\x98\x80", "surrogates, as signed numbers"},
     {"{\\rtf1 a{\\*\\unknown hidden{\\b also}}b}", "ab", "unknown destinations"},
@@ -121,7 +121,10 @@ const Rendered kRendered[] = {
      "text made from HTML"},
     {"{\\rtf1 {\\field{\\*\\fldinst HYPERLINK \"x\"}{\\fldrslt link}}}", "link", "fields show their result"},
     {"{\\rtf1 \\{\\}\\\\\\~\\_\\-}", "{}\\\xC2\xA0-", "escapes"},
-    {"{\\rtf1 open{\\b never closed", "open" "never closed", "missing ends"},
+    {"{\\rtf1 open{\\b never closed",
+     "open"
+     "never closed",
+     "missing ends"},
     {"{\\rtf1 x}behind", "x", "bytes behind the document"},
     {"{\\rtf1 \\'zz\\u\\'4", "zz", "broken escapes"},
     {"\\", "", "a lonely backslash"}};
@@ -132,7 +135,8 @@ TEST(RtfText, ShowsWhatAReaderSees) {
 }
 
 TEST(RtfText, PlainTextComesBackThroughRtf) {
-    for (const std::string text : {"plain", "two\r\nlines", "{\\}\ttab", "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80 4", ""})
+    for (const std::string text :
+         {"plain", "two\r\nlines", "{\\}\ttab", "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80 4", ""})
         EXPECT_EQ(text, TextFromRtf(RtfFromText(text)));
     EXPECT_EQ("a\r\nb", TextFromRtf(RtfFromText("a\nb")));
 }

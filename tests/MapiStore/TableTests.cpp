@@ -84,7 +84,11 @@ TEST_F(TableFixture, SortsByManyKeysWithoutRegardToCase) {
         const char* subject;
         LONG importance;
     };
-    for (const Item& item : {Item{"beta", 1}, Item{"Alpha", 2}, Item{"alpha", 0}, Item{"\xC3\x9C" "ber", 1}, Item{"BETA", 2}}) {
+    for (const Item& item : {Item{"beta", 1}, Item{"Alpha", 2}, Item{"alpha", 0},
+                             Item{"\xC3\x9C"
+                                  "ber",
+                                  1},
+                             Item{"BETA", 2}}) {
         CPropertyBag bag;
         bag.SetText(PROP_ID(PR_SUBJECT), item.subject);
         bag.SetLong(PROP_ID(PR_IMPORTANCE), static_cast<std::uint32_t>(item.importance));
@@ -96,7 +100,13 @@ TEST_F(TableFixture, SortsByManyKeysWithoutRegardToCase) {
     const auto table = Contents();
     CSortList order{{PR_SUBJECT_A, TABLE_SORT_ASCEND}, {PR_IMPORTANCE, TABLE_SORT_DESCEND}};
     EXPECT_EQ(S_OK, table->SortTable(order, TBL_BATCH));
-    const Texts expected{"(none)", "Alpha", "alpha", "BETA", "beta", "\xC3\x9C" "ber"};
+    const Texts expected{"(none)",
+                         "Alpha",
+                         "alpha",
+                         "BETA",
+                         "beta",
+                         "\xC3\x9C"
+                         "ber"};
     EXPECT_EQ(expected, Subjects(*table));
     EXPECT_EQ(S_OK, table->SeekRow(BOOKMARK_BEGINNING, 2, nullptr));
     EXPECT_EQ((Texts{"alpha", "BETA"}), Subjects(*table, 2));
@@ -140,7 +150,13 @@ TEST_F(TableFixture, CellsAreCutAndMissingOnesAreErrors) {
     bag.Set(PROP_ID(PR_SEARCH_KEY), PT_BINARY, std::string(600, 'k'));
     Add(bag);
     const auto table = Contents();
-    CTagList tags{PR_SUBJECT_A, PR_SUBJECT_W, PR_SEARCH_KEY, PR_BODY_A, PR_IMPORTANCE, PR_NULL, CHANGE_PROP_TYPE(PR_SUBJECT, PT_LONG)};
+    CTagList tags{PR_SUBJECT_A,
+                  PR_SUBJECT_W,
+                  PR_SEARCH_KEY,
+                  PR_BODY_A,
+                  PR_IMPORTANCE,
+                  PR_NULL,
+                  CHANGE_PROP_TYPE(PR_SUBJECT, PT_LONG)};
     ASSERT_EQ(S_OK, table->SetColumns(tags, 0));
     SRowSet* rows = nullptr;
     ASSERT_EQ(S_OK, table->QueryRows(1, 0, &rows));
@@ -275,7 +291,17 @@ TEST_F(TableFixture, TenThousandRowsComeInOnePass) {
         core->EndBatch();
     }
     const auto table = Contents();
-    CTagList tags{PR_ENTRYID,      PR_LAST_MODIFICATION_TIME, PR_SUBJECT_A, PR_MESSAGE_CLASS_A, PR_SEARCH_KEY, PROP_TAG(PT_STRING8, 0x8001), PROP_TAG(PT_STRING8, 0x8002), PR_MESSAGE_FLAGS, PR_CREATION_TIME, PR_MESSAGE_SIZE, PR_SENSITIVITY};
+    CTagList tags{PR_ENTRYID,
+                  PR_LAST_MODIFICATION_TIME,
+                  PR_SUBJECT_A,
+                  PR_MESSAGE_CLASS_A,
+                  PR_SEARCH_KEY,
+                  PROP_TAG(PT_STRING8, 0x8001),
+                  PROP_TAG(PT_STRING8, 0x8002),
+                  PR_MESSAGE_FLAGS,
+                  PR_CREATION_TIME,
+                  PR_MESSAGE_SIZE,
+                  PR_SENSITIVITY};
     CSortList order{{PR_SUBJECT_A, TABLE_SORT_ASCEND}};
     for (SSortOrderSet* sort : {static_cast<SSortOrderSet*>(nullptr), static_cast<SSortOrderSet*>(order)}) {
         double best = 1e9;
