@@ -38,12 +38,7 @@ void CSyncFolder::MoveToConflictFolder(ENTRYLIST* entries, const IMsgStorePtr& s
                                        const IMAPIFolderPtr& folder) {
     try {
         MARK_POSITION();
-        const std::string path =
-            "Conflicts\\" + HoldingPathOf(store, folder) + LoadText(TEXT_CONFLICT_SUFFIX);
-        MARK_POSITION();
-        IMAPIFolderPtr conflicts = CreateHoldingPath(store._getIPMRoot(), path);
-        MARK_POSITION();
-        if (conflicts) TakeContainerClass(folder, conflicts);
+        const IMAPIFolderPtr conflicts = OpenConflicts(store, folder);
         if (!entries || entries->cValues == 0) return;
         MARK_POSITION();
         if (conflicts)

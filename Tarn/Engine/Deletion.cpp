@@ -91,13 +91,8 @@ void CSyncFolder::InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr&
         batch.Clear();
     m_overwriteFolder = {};
     try {
-        MARK_POSITION();
-        const std::string path =
-            HoldingRoot + LoadText(TEXT_OVERWRITTEN_FOLDER) + "\\" + HoldingPathOf(store, folder);
-        MARK_POSITION();
-        m_overwriteFolder = CreateHoldingPath(store.GetWastebasket(), path);
-        MARK_POSITION();
-        if (m_overwriteFolder) TakeContainerClass(folder, m_overwriteFolder);
+        m_overwriteFolder =
+            OpenHolding(store, folder, HoldingRoot + LoadText(TEXT_OVERWRITTEN_FOLDER) + "\\");
     } catch (...) {
         ServerTraceWrite(m_traceFile, "Crash in InitDelArrays %d", CurrentPosition().line);
     }
@@ -138,8 +133,47 @@ void CSyncFolder::FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr
 
 // Below the IPM root, without the store's name: folders of one name in different places get holding
 // folders of their own.
-std::string CSyncFolder::HoldingPathOf(const IMsgStorePtr&, const IMAPIFolderPtr& folder) {
+std::string CSyncFolder::HoldingPathOf(const IMAPIFolderPtr& folder) {
     return GetFolderPath(m_session, folder, '\\');
+}
+
+IMAPIFolderPtr CSyncFolder::OpenHoldingBelow(const IMAPIFolderPtr& parent, const std::string& path,
+                                             const IMAPIFolderPtr& folder) {
+    MARK_POSITION();
+    IMAPIFolderPtr holding = CreateHoldingPath(parent, path);
+    MARK_POSITION();
+    if (holding) TakeContainerClass(folder, holding);
+    return holding;
+}
+
+namespace {
+// Where no holding folder can be had, items that should go stay for good: the state written at the end of
+// the run counts them as present. So a failure that passes gets a second try.
+template <class Open>
+IMAPIFolderPtr TryTwice(Open open) {
+    try {
+        return open();
+    } catch (const CMAPIException&) {
+        return open();
+    }
+}
+}  // namespace
+
+IMAPIFolderPtr CSyncFolder::OpenHolding(const IMsgStorePtr& store, const IMAPIFolderPtr& folder,
+                                        const std::string& prefix) {
+    return TryTwice([&] {
+        MARK_POSITION();
+        return OpenHoldingBelow(store.GetWastebasket(), prefix + HoldingPathOf(folder), folder);
+    });
+}
+
+IMAPIFolderPtr CSyncFolder::OpenConflicts(const IMsgStorePtr& store, const IMAPIFolderPtr& folder) {
+    return TryTwice([&] {
+        MARK_POSITION();
+        return OpenHoldingBelow(store._getIPMRoot(),
+                                "Conflicts\\" + HoldingPathOf(folder) + LoadText(TEXT_CONFLICT_SUFFIX),
+                                folder);
+    });
 }
 
 void CSyncFolder::TakeContainerClass(const IMAPIFolderPtr& folder, IMAPIFolderPtr& holding) {
@@ -172,16 +206,13 @@ void CSyncFolder::TraceDeletionFailure() {
 void CSyncFolder::MoveToDeletedFolder(ENTRYLIST* entries, const char* name, const IMsgStorePtr& store,
                                       const IMAPIFolderPtr& folder) {
     try {
-        MARK_POSITION();
-        const std::string path = std::string(HoldingRoot) + name + "\\" + HoldingPathOf(store, folder);
-        MARK_POSITION();
-        IMAPIFolderPtr holding = CreateHoldingPath(store.GetWastebasket(), path);
-        MARK_POSITION();
-        if (holding) TakeContainerClass(folder, holding);
+        const IMAPIFolderPtr holding = OpenHolding(store, folder, std::string(HoldingRoot) + name + "\\");
         if (!entries || entries->cValues == 0) return;
         MARK_POSITION();
         if (IsHardDelete() || !holding) {
-            if (folder->DeleteMessages(entries, 0, nullptr, 0) < 0) NoteRowFailed();
+            if (folder->DeleteMessages(entries, 0, nullptr, 0) < 0 &&
+                folder->DeleteMessages(entries, 0, nullptr, 0) < 0)
+                NoteRowFailed();
             return;
         }
         MoveEntries(*entries, folder, holding);

@@ -316,7 +316,12 @@ private:
                       const std::string& name, const CMapiRowSet& rows, const CDirections& directions);
     std::string ChildPath(const IMAPIFolderPtr& parent, const SBinary& entryId, const std::string& name);
     void FindDuplicates();
-    std::string HoldingPathOf(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
+    std::string HoldingPathOf(const IMAPIFolderPtr& folder);
+    IMAPIFolderPtr OpenHoldingBelow(const IMAPIFolderPtr& parent, const std::string& path,
+                                    const IMAPIFolderPtr& folder);
+    IMAPIFolderPtr OpenHolding(const IMsgStorePtr& store, const IMAPIFolderPtr& folder,
+                               const std::string& prefix);
+    IMAPIFolderPtr OpenConflicts(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
     void TakeContainerClass(const IMAPIFolderPtr& folder, IMAPIFolderPtr& holding);
     void MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& folder, const IMAPIFolderPtr& holding);
     void TraceDeletionFailure();
