@@ -16,7 +16,7 @@ CLI::App& CCommandTable::AddGroup(const std::string& name, const std::string& te
 CLI::App& CCommandTable::AddCommand(CLI::App& group, const std::string& name, const std::string& text,
                                     const std::string& example, CommandAction action) {
     CLI::App* command = group.add_subcommand(name, text);
-    command->footer("Example:\n  vellum " + example);
+    command->footer("Example:\n  vellum " + example + "\n\nOptions of all commands: vellum --help");
     command->callback([this, action = std::move(action)] { m_chosen = action; });
     return *command;
 }

@@ -1,3 +1,4 @@
+#include <MapiWrapper/ExchangeTags.h>
 #include <MapiWrapper/MapiWrapper_std.h>
 #include <Programs/vellum/Items/ItemEdit.h>
 
@@ -137,6 +138,13 @@ void SetParsed(IMessagePtr& message, ULONG tag, const std::string& name, const s
               ExitCode::Usage);
 }
 
+// The formatted bodies would go on showing the old text.
+void ReplaceBody(IMessagePtr& message, const std::string& text) {
+    CTagArray formatted({PR_RTF_COMPRESSED, PR_HTML});
+    message->DeleteProps(formatted.Get(), nullptr);
+    message.SetBody(text);
+}
+
 class CTagFinder {
 public:
     CTagFinder(CProfileSession& session, const CFolderRef& folder) {
@@ -190,7 +198,7 @@ void ApplyChanges(CProfileSession& session, const CFolderRef& folder, IMessagePt
                   const CItemChanges& changes) {
     if (!changes.messageClass.empty()) message.SetStrProp(PR_MESSAGE_CLASS_A, changes.messageClass);
     if (changes.hasSubject) message.SetStrProp(PR_SUBJECT_A, changes.subject);
-    if (changes.hasBody) message.SetBody(changes.body);
+    if (changes.hasBody) ReplaceBody(message, changes.body);
 
     CTagFinder tags(session, folder);
     for (const std::string& assignment : changes.assignments) {

@@ -60,23 +60,16 @@ void CheckQueryText(const std::string& query) {
 }  // namespace
 
 void CPairOptions::AddTo(CLI::App& command) {
-    auto* both = command.add_flag("--both", m_both, "Carry changes in both directions (default)");
-    auto* to = command.add_flag("--to-target", m_toTarget, "Carry changes from source to target only");
-    auto* from = command.add_flag("--from-target", m_fromTarget, "Carry changes from target to source only");
-    both->excludes(to)->excludes(from);
-    to->excludes(from);
-    m_switches.clear();
-    for (const COption& option : options)
-        m_switches.push_back({option.flag, option.name, false, false});
+    command.add_flag("--both", m_both, "Carry changes in both directions (default)");
+    command.add_flag("--to-target", m_toTarget, "Carry changes from source to target only");
+    command.add_flag("--from-target", m_fromTarget, "Carry changes from target to source only");
+    m_switches.assign(std::size(options), {});
     for (std::size_t i = 0; i < std::size(options); ++i) {
         const COption& option = options[i];
-        auto* on = command.add_flag_callback(
-            std::string("--") + option.name, [this, i] { m_switches[i].given = m_switches[i].value = true; },
-            option.text);
-        auto* off = command.add_flag_callback(
-            std::string("--") + option.negative, [this, i] { m_switches[i].given = true; },
-            std::string("Not so: the opposite of --") + option.name);
-        on->excludes(off);
+        command.add_flag(std::string("--") + option.name, m_switches[i].on,
+                         std::string(option.text) + " (off: --" + option.negative + ")");
+        // Named above already: the list of options stays half as long.
+        command.add_flag(std::string("--") + option.negative, m_switches[i].off)->group("");
     }
     command.add_option("--query", m_query, "Only items that fit this query; an empty text takes it away")
         ->type_name("TEXT");
@@ -84,20 +77,27 @@ void CPairOptions::AddTo(CLI::App& command) {
 }
 
 void CPairOptions::Apply(CTarnSetting& pair) const {
+    if (m_both + m_toTarget + m_fromTarget > 1)
+        throw CCommandError(ExitCode::Usage, "--both, --to-target and --from-target exclude each other");
     if (m_both || m_toTarget || m_fromTarget) {
         Put(pair, bothDirections, false);
         Put(pair, m_both ? bothDirections : m_toTarget ? SYNC_TO_TARGET : SYNC_FROM_TARGET, true);
     }
     bool createGiven = false;
     bool subfoldersRefused = false;
-    for (const Switch& one : m_switches) {
-        if (!one.given) continue;
-        Put(pair, one.flag, one.value);
-        createGiven = createGiven || (one.flag == SYNC_CREATE_SUBFOLDERS && one.value);
-        subfoldersRefused = subfoldersRefused || (one.flag == SYNC_SUBFOLDERS && !one.value);
+    for (std::size_t i = 0; i < m_switches.size(); ++i) {
+        const COption& option = options[i];
+        const Switch& given = m_switches[i];
+        if (given.on && given.off)
+            throw CCommandError(ExitCode::Usage, std::string("--") + option.name + " and --" +
+                                                     option.negative + " exclude each other");
+        if (!given.on && !given.off) continue;
+        Put(pair, option.flag, given.on);
+        createGiven = createGiven || (option.flag == SYNC_CREATE_SUBFOLDERS && given.on);
+        subfoldersRefused = subfoldersRefused || (option.flag == SYNC_SUBFOLDERS && given.off);
     }
     if (createGiven && subfoldersRefused)
-        throw CCommandError(ExitCode::Usage, "--create-subfolders and --no-subfolders contradict each other");
+        throw CCommandError(ExitCode::Usage, "--create-subfolders and --no-subfolders exclude each other");
     if (createGiven) Put(pair, SYNC_SUBFOLDERS, true);
     if (subfoldersRefused) Put(pair, SYNC_CREATE_SUBFOLDERS, false);
     if (pair.Has(SYNC_NEW_ONLY) && pair.Has(SYNC_DELETE_IN_TARGET))

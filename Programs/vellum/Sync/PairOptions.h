@@ -20,11 +20,10 @@ public:
     const std::optional<std::string>& Name() const { return m_name; }
 
 private:
+    // One for each option, in the order of the table; as given on the command line.
     struct Switch {
-        ULONG flag;
-        std::string words;
-        bool given = false;
-        bool value = false;
+        bool on = false;
+        bool off = false;
     };
     bool m_both = false;
     bool m_toTarget = false;
