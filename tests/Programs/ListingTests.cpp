@@ -142,6 +142,8 @@ TEST_F(Listings, HelpOfEveryCommandShowsAnExample) {
         {"query", {"check", "print", "run"}},
         {"import", {}},
         {"export", {}},
+        {"watch", {}},
+        {"timer", {}},
         {"sync", {}}};
     const auto check = [&](std::vector<std::string> words) {
         words.push_back("--help");

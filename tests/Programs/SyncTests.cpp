@@ -1,10 +1,12 @@
 // Pairs and runs.
-#include <Platform/UserInterface.h>
 #include <Programs/vellum/Console/Interrupt.h>
 #include <Programs/vellum/Console/ProgressLine.h>
+#include <Programs/vellum/Items/FolderItems.h>
 #include <Programs/vellum/Sync/PairRun.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "CommandFixture.h"
 
@@ -219,6 +221,43 @@ TEST_F(Pairs, RenewAndQueryAndDirectionReachTheRun) {
     RunDone({"sync"});
     EXPECT_EQ(Contents("Office/B"), (Texts{"Back=b", "High=h"}));
     EXPECT_EQ(Contents("Home/A"), (Texts{"High=h", "Low=l"}));
+}
+
+TEST_F(Pairs, TimerRunsAgainAndTellsOnlyOfWork) {
+    RunDone({"item", "new", "Home/A", "--subject", "One"});
+    RunDone({"pair", "add", "Home/A", "Office/B"});
+    const CommandRun run = Run({"timer", "--seconds", "1", "--times", "2"});
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(run.out.find("One"), std::string::npos) << run.out;
+    EXPECT_EQ(run.out.find("nothing to do"), std::string::npos) << run.out;
+    ExpectRefusal({"watch"}, 2, {"No pair is to be watched", "--continuous-to"});
+    ExpectRefusal({"watch", "Z"}, 2, {"no pair \"Z\""});
+}
+
+TEST_F(Pairs, WatchCarriesWhatOthersChange) {
+    RunDone({"item", "new", "Home/A", "--subject", "First"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--continuous-to"});
+    CommandRun watch;
+    std::thread watcher([&] { watch = Run({"watch"}); });
+    CProfileSession session("");
+    const auto arrives = [&](std::size_t count) {
+        for (int i = 0; i < 200; ++i) {
+            if (ListItems(session, session.OpenFolder("Office/B"), "").size() >= count) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    };
+    EXPECT_TRUE(arrives(1)) << "by the run at the beginning";
+    {
+        IMessagePtr message = session.OpenFolder("Home/A").folder.CreateMessage(nullptr, 0);
+        message.SetStrProp(PR_SUBJECT_A, "Watched");
+        message.SaveChanges();
+    }
+    EXPECT_TRUE(arrives(2)) << "by the notification";
+    RequestInterrupt(true);
+    watcher.join();
+    EXPECT_EQ(watch.code, 0) << watch.err;
+    EXPECT_NE(watch.out.find("Watched"), std::string::npos) << watch.out;
 }
 
 TEST(Terminal, ProgressBarShowsWhatIsDone) {

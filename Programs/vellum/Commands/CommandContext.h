@@ -73,3 +73,4 @@ void AddItemCommands(CCommandTable& table);
 void AddItemEditCommands(CCommandTable& table, CLI::App& group);
 void AddPairCommands(CCommandTable& table);
 void AddSyncCommand(CCommandTable& table);
+void AddWatchCommands(CCommandTable& table);

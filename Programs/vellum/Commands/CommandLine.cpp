@@ -61,6 +61,7 @@ void AddCommands(CCommandTable& table) {
     AddItemCommands(table);
     AddPairCommands(table);
     AddSyncCommand(table);
+    AddWatchCommands(table);
     AddQueryCommands(table);
 }
 

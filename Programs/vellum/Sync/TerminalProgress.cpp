@@ -14,7 +14,8 @@ void CTerminalProgress::SetCaption(const std::string& text) {
     m_caption = text;
     m_status.clear();
     m_done = m_total = 0;
-    if (!m_console.Settings().errIsTerminal) m_console.Note("  folder " + OneLine(Utf8FromNarrow(text)));
+    if (m_announce && !m_console.Settings().errIsTerminal)
+        m_console.Note("  folder " + OneLine(Utf8FromNarrow(text)));
     Draw(true);
 }
 

@@ -10,7 +10,9 @@ class CConsole;
 
 class CTerminalProgress : public CSyncProgress {
 public:
-    explicit CTerminalProgress(CConsole& console) : m_console(console), m_line(console) {}
+    // `announce`: a line for each folder where there is no terminal to draw on.
+    explicit CTerminalProgress(CConsole& console, bool announce = true)
+        : m_console(console), m_line(console), m_announce(announce) {}
     // Called once for each item that a run takes in hand, before it does.
     void OnStep(std::function<void()> step) { m_step = std::move(step); }
 
@@ -31,6 +33,7 @@ private:
 
     CConsole& m_console;
     CProgressLine m_line;
+    bool m_announce;
     std::function<void()> m_step;
     std::string m_caption;
     std::string m_status;

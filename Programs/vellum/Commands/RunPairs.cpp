@@ -1,0 +1,95 @@
+#include <Programs/vellum/Commands/RunPairs.h>
+
+#include <Platform/UserInterface.h>
+#include <Programs/vellum/Console/Interrupt.h>
+#include <Programs/vellum/Sync/DryRun.h>
+#include <Programs/vellum/Sync/PairRun.h>
+#include <Programs/vellum/Sync/PairStore.h>
+#include <Programs/vellum/Sync/TerminalProgress.h>
+
+#include <algorithm>
+#include <ostream>
+
+namespace {
+
+// The gravest of what happened decides; only cancelling stands before it.
+ExitCode CodeOf(const CPairResult& result) {
+    if (result.outcome.cancelled) return ExitCode::Cancelled;
+    if (!result.problem.empty()) return ExitCode::NotOpen;
+    if (!result.busy.empty()) return ExitCode::Busy;
+    if (result.outcome.pairsNotOpened > 0) return ExitCode::NotOpen;
+    if (result.outcome.notAvailable) return ExitCode::Usage;
+    return result.outcome.rowsFailed + result.outcome.phasesFailed > 0 ? ExitCode::ItemsFailed
+                                                                       : ExitCode::Done;
+}
+
+ExitCode Worse(ExitCode a, ExitCode b) {
+    constexpr ExitCode order[] = {ExitCode::Done, ExitCode::ItemsFailed, ExitCode::Usage,
+                                  ExitCode::Busy, ExitCode::NotOpen,     ExitCode::Cancelled};
+    const auto rank = [&](ExitCode code) { return std::find(std::begin(order), std::end(order), code); };
+    return rank(a) < rank(b) ? b : a;
+}
+
+void ReportProblem(CConsole& console, const CPairResult& result) {
+    if (!result.busy.empty())
+        console.Error("The pair \"" + result.label + "\" is being run already: " + result.busy,
+                      "Wait until that run has ended, then try again.");
+    if (!result.problem.empty())
+        console.Error("Pair \"" + result.label + "\": " + result.problem,
+                      "If the folder was removed or renamed:  vellum pair remove \"" + result.label +
+                          "\", then add the pair anew.");
+    if (result.outcome.notAvailable)
+        console.Error("The pair \"" + result.label +
+                      "\" travels by mail or directory, which this version does not run");
+    if (!result.missingFolders.empty()) {
+        ShowMissingFolders(result.missingFolders);
+        if (!result.pair.Has(SYNC_CREATE_SUBFOLDERS))
+            console.Note("  To have them created:  vellum pair edit \"" + result.label +
+                         "\" --create-subfolders");
+    }
+}
+
+bool WasIdle(const CPairResult& result) {
+    return result.protocol.IsEmpty() && CodeOf(result) == ExitCode::Done;
+}
+
+void RunOne(CCommandContext& context, CPairResult& result, const CRunOptions& options) {
+    CTerminalProgress progress(context.Console(), !options.inBackground);
+    if (options.dryRun)
+        DryRunPair(context.Session(), progress, result);
+    else
+        RunPair(context.Session(), progress, result);
+    progress.Stop();
+    if (InterruptRequested()) result.outcome.cancelled = true;
+    ReportProblem(context.Console(), result);
+}
+
+}  // namespace
+
+CBatchResult RunPairs(CCommandContext& context, const std::vector<CTarnSetting>& pairs,
+                      const std::vector<std::size_t>& chosen, const CRunOptions& options) {
+    CBatchResult batch;
+    Json json = Json::array();
+    for (const std::size_t index : chosen) {
+        if (InterruptRequested()) {
+            batch.code = ExitCode::Cancelled;
+            break;
+        }
+        CPairResult result;
+        result.pair = pairs[index];
+        result.label = PairLabel(pairs, index);
+        result.isDryRun = options.dryRun;
+        RunOne(context, result, options);
+        batch.code = Worse(batch.code, CodeOf(result));
+        batch.sourceChanged = batch.sourceChanged || result.outcome.sourceChanged > 0;
+        batch.targetChanged = batch.targetChanged || result.outcome.targetChanged > 0;
+        if (options.inBackground && WasIdle(result)) continue;
+        if (context.Json())
+            json.push_back(ResultToJson(result));
+        else if (result.busy.empty() && result.problem.empty())
+            PrintResult(context.Console(), result);
+    }
+    if (context.Json() && !(options.inBackground && json.empty())) context.Console().Out() << JsonText(json);
+    context.Console().Out().flush();
+    return batch;
+}

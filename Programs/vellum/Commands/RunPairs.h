@@ -1,0 +1,22 @@
+// Several pairs, one after the other, for all commands that run pairs.
+#pragma once
+#include <Programs/vellum/Commands/CommandContext.h>
+#include <Tarn/Engine/TarnSetting.h>
+
+#include <vector>
+
+struct CRunOptions {
+    bool dryRun = false;
+    bool inBackground = false;  // no line for each folder, and no word of pairs that had nothing to do
+};
+
+struct CBatchResult {
+    ExitCode code = ExitCode::Done;  // of the pair that went worst
+    bool sourceChanged = false;
+    bool targetChanged = false;
+};
+
+// Runs the chosen pairs and prints the protocol of each; with --json one array for all. Stops behind the
+// pair during which the person cancelled.
+CBatchResult RunPairs(CCommandContext& context, const std::vector<CTarnSetting>& pairs,
+                      const std::vector<std::size_t>& chosen, const CRunOptions& options);
