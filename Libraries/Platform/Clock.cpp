@@ -25,9 +25,11 @@ constexpr std::uint64_t DaysPer400Years = 146'097;
 
 FILETIME UtcNow() {
     if (SharedClockState().overridden) return FileTimeOf(SharedClockState().ticks);
-    const auto sinceUnix = std::chrono::system_clock::now().time_since_epoch();
+    // Ticks before anything is added: four centuries in nanoseconds do not fit into 64 bits.
+    const auto sinceUnix =
+        std::chrono::duration_cast<Ticks>(std::chrono::system_clock::now().time_since_epoch());
     const auto sinceEpoch = std::chrono::sys_time<days>{} - Epoch;
-    return FileTimeOf(std::chrono::duration_cast<Ticks>(sinceUnix + sinceEpoch).count());
+    return FileTimeOf(Ticks(sinceUnix + sinceEpoch).count());
 }
 
 SYSTEMTIME LocalNow() {
