@@ -19,9 +19,9 @@ std::string SubjectOf(const char* name) {
 // One text property that must have a value.
 class CTextRestriction {
 public:
-    CTextRestriction(ULONG tag, const std::string& text) {
+    CTextRestriction(ULONG tag, std::string text) : m_text(std::move(text)) {
         m_value.ulPropTag = tag;
-        m_value.Value.lpszA = const_cast<char*>(text.c_str());
+        m_value.Value.lpszA = m_text.data();
         m_restriction.rt = RES_PROPERTY;
         m_restriction.res.resProperty = {RELOP_EQ, tag, &m_value};
     }
@@ -30,6 +30,7 @@ public:
     SRestriction* Get() { return &m_restriction; }
 
 private:
+    std::string m_text;
     SPropValue m_value{};
     SRestriction m_restriction{};
 };
