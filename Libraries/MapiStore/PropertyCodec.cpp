@@ -159,7 +159,7 @@ void GiveText(std::string_view utf8, PropType given, bool cell, char*& room) {
     utf8 = narrow;
 #endif
     char* at = TakeRoom(room, utf8.size() + 1);
-    std::memcpy(at, utf8.data(), utf8.size());
+    if (!utf8.empty()) std::memcpy(at, utf8.data(), utf8.size());
     at[utf8.size()] = 0;
 }
 
@@ -280,7 +280,7 @@ void GiveValue(const CStoredValue& value, ULONG tag, bool cell, SPropValue& out,
             std::memcpy(out.Value.lpguid, value.Bytes().data(), sizeof(GUID));
             return;
         default:
-            Require(value.Bytes().size() == FixedSize(given), MAPI_E_CORRUPT_DATA);
+            Require(FixedSize(given) != 0 && value.Bytes().size() == FixedSize(given), MAPI_E_CORRUPT_DATA);
             std::memcpy(&out.Value, value.Bytes().data(), value.Bytes().size());
     }
 }
