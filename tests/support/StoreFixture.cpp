@@ -343,6 +343,10 @@ TwoStores::TwoStores(StoreOptions options) : m_options(options) {}
 
 void TwoStores::SetUp() {
     m_profile = std::make_unique<TestProfile>("Test", 2, m_options);
+    OpenStores();
+}
+
+void TwoStores::OpenStores() {
     session = m_profile->LogOn();
     ASSERT_TRUE(session);
     leftStore = OpenTestStore(session.Get(), "Store 1");
@@ -354,11 +358,15 @@ void TwoStores::SetUp() {
 }
 
 void TwoStores::TearDown() {
+    CloseStores();
+    m_profile.reset();
+}
+
+void TwoStores::CloseStores() {
     left.Reset();
     right.Reset();
     leftStore.Reset();
     rightStore.Reset();
     if (session) session->Logoff(0, 0, 0);
     session.Reset();
-    m_profile.reset();
 }

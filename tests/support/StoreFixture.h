@@ -142,6 +142,9 @@ protected:
     void SetUp() override;
     void TearDown() override;
     TestProfile& Profile() { return *m_profile; }
+    // What SetUp and TearDown do around the life of the profile.
+    void OpenStores();
+    void CloseStores();
 
     TestRef<IMAPISession> session;
     TestRef<IMsgStore> leftStore, rightStore;

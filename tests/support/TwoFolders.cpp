@@ -214,8 +214,7 @@ std::string StorySide::Key() const {
 void TwoFolders::SetUp() {
     TwoStores::SetUp();
     if (HasFatalFailure()) return;
-    m_left = std::make_unique<StorySide>("left", leftStore, left);
-    m_right = std::make_unique<StorySide>("right", rightStore, right);
+    MakeSides();
     setting.m_flags = SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_DELETE_IN_TARGET | SYNC_ACTIVE;
 }
 
@@ -223,6 +222,22 @@ void TwoFolders::TearDown() {
     m_left.reset();
     m_right.reset();
     TwoStores::TearDown();
+}
+
+void TwoFolders::MakeSides() {
+    m_left = std::make_unique<StorySide>("left", leftStore, left);
+    m_right = std::make_unique<StorySide>("right", rightStore, right);
+}
+
+void TwoFolders::Close() {
+    m_left.reset();
+    m_right.reset();
+    CloseStores();
+}
+
+void TwoFolders::Reopen() {
+    OpenStores();
+    MakeSides();
 }
 
 void TwoFolders::Run() {

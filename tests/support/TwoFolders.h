@@ -110,6 +110,11 @@ protected:
         (Expect(outcomes), ...);
     }
 
+    // Gives everything back that keeps the stores open, and opens them again by a new session. The sides
+    // are new objects afterwards.
+    void Close();
+    void Reopen();
+
     // One run over the pair; the outcome and the protocol stay to be looked at. Message boxes are
     // failures unless expectMessages is set.
     void Run();
@@ -129,6 +134,8 @@ private:
     void Prepare(const Step& step) { step(); }
     void Expect(const Both& both);
     void Expect(const Step& step) { step(); }
+
+    void MakeSides();
 
     std::unique_ptr<StorySide> m_left;
     std::unique_ptr<StorySide> m_right;

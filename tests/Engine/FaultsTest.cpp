@@ -1,0 +1,70 @@
+// Every call of a store fails once in turn, in a run over changes of every kind.
+#include "FaultsTrial.h"
+
+namespace {
+// Fewer calls than this in a run would mean that the faults no longer reach what they are for.
+constexpr ULONG kFewestCalls = 100;
+
+class FaultsTest : public FaultsTrial {
+protected:
+    // A run in which the n-th call on one store fails; false if it made fewer.
+    bool RunWithFault(bool inSource, ULONG n, bool forGood) {
+        const auto faults = FaultsOf((inSource ? Source() : Target()).Store());
+        faults->SetFault(n, MAPI_E_NETWORK_ERROR, forGood);
+        Run();
+        const bool reached = faults->CallCount() >= n;
+        faults->SetFault(0, S_OK, FALSE);
+        return reached;
+    }
+
+    void FailEachCall(bool inSource, bool forGood) {
+        MakeChanges();
+        LeaveStores();
+        Disk().Keep();
+        EnterStores();
+        ULONG n = 1;
+        for (; RunWithFault(inSource, n, forGood); ++n) {
+            Run();
+            ExpectWholeAfter(std::string("failing call ") + std::to_string(n) + " of the " +
+                                 (inSource ? "source" : "target") + (forGood ? " for good" : ""),
+                             !forGood);
+            if (HasFailure()) return;
+            StartOver();
+        }
+        EXPECT_GT(n, kFewestCalls);
+    }
+};
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Faults, FaultsTest, ::testing::Bool(), [](const auto& which) {
+    return std::string(which.param ? "RightIsSource" : "LeftIsSource");
+});
+
+TEST_P(FaultsTest, ChangesWithoutFaultsArriveWhole) {
+    MakeChanges();
+    Run();
+    // The item that was changed on one side is gone when its turn comes: its deletion went first.
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].text, "SYNC_MODIFIED\nin CGenMapiContPtr::OpenEntryv");
+    ExpectWholeAfter("no fault", true);
+    expectMessages = false;
+    Run();
+    ExpectNothingMoves();
+    ExpectWholeAfter("runs that moved nothing", true);
+}
+
+TEST_P(FaultsTest, SourceRefusesEachCallOnce) {
+    FailEachCall(true, false);
+}
+
+TEST_P(FaultsTest, TargetRefusesEachCallOnce) {
+    FailEachCall(false, false);
+}
+
+TEST_P(FaultsTest, SourceRefusesFromEachCallOn) {
+    FailEachCall(true, true);
+}
+
+TEST_P(FaultsTest, TargetRefusesFromEachCallOn) {
+    FailEachCall(false, true);
+}

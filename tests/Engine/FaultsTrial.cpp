@@ -1,0 +1,185 @@
+#include "FaultsTrial.h"
+
+#include <Platform/Machine.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+// --- CMemoryDisk -----------------------------------------------------------------------------------
+
+namespace {
+fs::path PlaceInMemory() {
+    const fs::path memory = "/dev/shm";
+    std::error_code error;
+    return fs::is_directory(memory, error) ? memory : fs::temp_directory_path();
+}
+
+fs::path KeptPath(const std::string& path) {
+    return path + "-kept";
+}
+
+void CopyTree(const fs::path& from, const fs::path& to) {
+    fs::remove_all(to);
+    fs::copy(from, to, fs::copy_options::recursive);
+}
+}  // namespace
+
+CMemoryDisk::CMemoryDisk()
+    : m_path((PlaceInMemory() / ("vellum-trial-" + std::to_string(ProcessId()))).string()),
+      m_before(fs::path(DataDirectory()).parent_path().string()) {
+    fs::remove_all(m_path);
+    SetBaseDirectory(m_path);
+}
+
+CMemoryDisk::~CMemoryDisk() {
+    SetBaseDirectory(m_before);
+    std::error_code error;
+    fs::remove_all(m_path, error);
+    fs::remove_all(KeptPath(m_path), error);
+}
+
+void CMemoryDisk::Keep() {
+    CopyTree(m_path, KeptPath(m_path));
+}
+
+void CMemoryDisk::BringBack() {
+    CopyTree(KeptPath(m_path), m_path);
+}
+
+// --- what is there -----------------------------------------------------------------------------------
+
+namespace {
+TestRef<IMAPIFolder> OpenChild(IMsgStore* store, std::string entryId) {
+    ULONG type = 0;
+    IUnknown* object = nullptr;
+    EXPECT_EQ(store->OpenEntry(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()),
+                               nullptr, MAPI_BEST_ACCESS, &type, &object),
+              S_OK);
+    return TestRef<IMAPIFolder>(static_cast<IMAPIFolder*>(object));
+}
+
+void CollectSeen(IMsgStore* store, IMAPIFolder* folder, bool below, std::vector<CSeenItem>& seen) {
+    const TestRows rows = ContentsOf(folder, {PR_SUBJECT_A, PR_BODY_A});
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        seen.push_back({rows.Text(row, 0), rows.Text(row, 1)});
+    if (!below) return;
+    const TestRows children = HierarchyOf(folder, {PR_ENTRYID});
+    for (ULONG row = 0; row < children.Count(); ++row)
+        CollectSeen(store, OpenChild(store, children.Bytes(row, 0)).Get(), true, seen);
+}
+}  // namespace
+
+std::vector<CSeenItem> SeenIn(IMsgStore* store, IMAPIFolder* folder) {
+    std::vector<CSeenItem> seen;
+    CollectSeen(store, folder, false, seen);
+    return seen;
+}
+
+std::vector<CSeenItem> SeenBelow(IMsgStore* store, IMAPIFolder* folder) {
+    std::vector<CSeenItem> seen;
+    CollectSeen(store, folder, true, seen);
+    return seen;
+}
+
+std::vector<CSeenItem> SeenAnywhere(IMsgStore* store) {
+    return SeenBelow(store, OpenStoreFolder(store, PR_IPM_SUBTREE_ENTRYID).Get());
+}
+
+TestRef<IStoreFaults> FaultsOf(IMsgStore* store) {
+    TestRef<IStoreFaults> faults;
+    EXPECT_EQ(store->QueryInterface(IID_IStoreFaults, reinterpret_cast<void**>(faults.Out())), S_OK);
+    return faults;
+}
+
+// --- FaultsTrial -------------------------------------------------------------------------------------
+
+void FaultsTrial::SetUp() {
+    m_disk = std::make_unique<CMemoryDisk>();
+    TwoFolders::SetUp();
+    expectMessages = true;  // a run that meets trouble tells of it
+}
+
+void FaultsTrial::TearDown() {
+    TwoFolders::TearDown();
+    m_disk.reset();
+}
+
+void FaultsTrial::LeaveStores() {
+    Close();
+}
+
+void FaultsTrial::EnterStores() {
+    Reopen();
+}
+
+void FaultsTrial::StartOver() {
+    LeaveStores();
+    m_disk->BringBack();
+    EnterStores();
+}
+
+void FaultsTrial::MakeChanges() {
+    Given(Left().Creates("Stay LeftChanged LeftGone RightChanged RightGone BothRight BothLeft Original"),
+          Left().Creates("Rewritten Back GoneAndChanged ChangedAndGone"), Right().Creates("Template"),
+          Synced(), Left().MovesOut("Back"), Synced());
+    When(Left().Creates("LeftNew"), Right().Creates("RightNew"), Left().Changes("LeftChanged", "by left"),
+         Right().Changes("RightChanged", "by right"), Left().Changes("Rewritten", "once more"),
+         Left().Deletes("LeftGone"), Right().Deletes("RightGone"));
+    When(Left().Changes("BothRight", "left, too early"), Right().Changes("BothRight", "right, later"),
+         Right().Changes("BothLeft", "right, too early"), Left().Changes("BothLeft", "left, later"));
+    When(Target().Changes("GoneAndChanged", "lost its source"), Source().Deletes("GoneAndChanged"),
+         Source().Changes("ChangedAndGone", "lost its target"), Target().Deletes("ChangedAndGone"));
+    When(Left().CopiesWithin("Original"), Left().RenamesNewest("Original", "LeftCopy"),
+         Right().CopiesWithin("Template"), Right().RenamesNewest("Template", "RightCopy"),
+         Left().Changes("LeftCopy", "a copy of mine"), Left().MovesIn("Back"));
+    m_written = {"text of Stay",    "text of Original", "text of Template", "text of LeftNew",
+                 "text of RightNew", "by left",          "by right",         "once more",
+                 "left, too early",  "right, later",     "right, too early", "left, later",
+                 "lost its source",  "lost its target",  "a copy of mine",   "text of Back"};
+}
+
+namespace {
+const char* const kOnBothSides[] = {"Stay",     "LeftChanged", "RightChanged", "BothRight", "BothLeft",
+                                    "Original", "Rewritten",   "Back",         "Template",  "LeftNew",
+                                    "RightNew", "LeftCopy",    "RightCopy"};
+}
+
+void FaultsTrial::ExpectEachOnce(StorySide& side, const std::string& trouble, bool settled) {
+    std::map<std::string, int> counts;
+    for (const CSeenItem& item : SeenIn(side.Store(), side.Folder()))
+        ++counts[item.subject];
+    for (const char* subject : kOnBothSides) {
+        EXPECT_EQ(counts[subject], 1) << subject << " on the " << side.Name() << " after " << trouble;
+        counts.erase(subject);
+    }
+    // The item that was changed on the source and removed from the target stays on the source alone, until
+    // somebody changes it again.
+    const int expected = &side == &Source() ? 1 : 0;
+    if (settled) {
+        EXPECT_EQ(counts["ChangedAndGone"], expected) << "on the " << side.Name() << " after " << trouble;
+    }
+    counts.erase("ChangedAndGone");
+    for (const auto& [subject, count] : counts) {
+        EXPECT_LE(count, settled ? 0 : 1) << subject << " on the " << side.Name() << " after " << trouble;
+    }
+}
+
+void FaultsTrial::ExpectNothingGone(const std::string& trouble) {
+    std::set<std::string> bodies;
+    for (StorySide* side : {&Left(), &Right()})
+        for (const CSeenItem& item : SeenAnywhere(side->Store()))
+            bodies.insert(item.body);
+    for (const std::string& text : m_written) {
+        EXPECT_EQ(bodies.count(text), 1u) << "\"" << text << "\" is gone after " << trouble;
+    }
+}
+
+void FaultsTrial::ExpectWholeAfter(const std::string& trouble, bool settled) {
+    ExpectEachOnce(Left(), trouble, settled);
+    ExpectEachOnce(Right(), trouble, settled);
+    ExpectNothingGone(trouble);
+}

@@ -1,0 +1,67 @@
+// A pair of folders that goes through the same trouble again and again: its stores lie where writing costs
+// nothing, can be put aside, and can be brought back as they were.
+#pragma once
+#include <support/TwoFolders.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+// One item as a person sees it.
+struct CSeenItem {
+    std::string subject;
+    std::string body;
+};
+
+// Stores lie in memory while one lives, where the system has a place for that: what is tested here is what
+// the store was told to keep, not whether the disk kept it.
+class CMemoryDisk {
+public:
+    CMemoryDisk();
+    ~CMemoryDisk();
+    CMemoryDisk(const CMemoryDisk&) = delete;
+    CMemoryDisk& operator=(const CMemoryDisk&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    // Nobody may have a store open at these two.
+    void Keep();
+    void BringBack();
+
+private:
+    std::string m_path;
+    std::string m_before;
+};
+
+// Subject and body of every item of a folder; of every item below a folder; and of a store whose holding
+// folders, conflict folders and other folders all count.
+std::vector<CSeenItem> SeenIn(IMsgStore* store, IMAPIFolder* folder);
+std::vector<CSeenItem> SeenBelow(IMsgStore* store, IMAPIFolder* folder);
+std::vector<CSeenItem> SeenAnywhere(IMsgStore* store);
+
+TestRef<IStoreFaults> FaultsOf(IMsgStore* store);
+
+class FaultsTrial : public TwoFolders {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    CMemoryDisk& Disk() { return *m_disk; }
+    // Leaves the stores and comes back to them, by new sessions.
+    void LeaveStores();
+    void EnterStores();
+    // Back to what Keep found.
+    void StartOver();
+
+    // A bit of everything that people do between two runs, over a pair that was synchronised before.
+    void MakeChanges();
+    // What must hold after a run over these changes that followed one which met trouble. `trouble`
+    // stands in the messages. With `settled` the deletions must have travelled as well.
+    void ExpectWholeAfter(const std::string& trouble, bool settled);
+
+private:
+    void ExpectEachOnce(StorySide& side, const std::string& trouble, bool settled);
+    void ExpectNothingGone(const std::string& trouble);
+
+    std::unique_ptr<CMemoryDisk> m_disk;
+    std::vector<std::string> m_written;  // every text that a person wrote and did not overwrite
+};
