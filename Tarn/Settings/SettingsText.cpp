@@ -14,8 +14,11 @@ public:
     bool AtEnd() const { return m_ended; }
     bool AtMember() const { return !m_ended && m_at < m_text.size() && m_text[m_at] == '+'; }
 
+    // CR and its LF, or one LF. Behind the member lines of a record stands such a line end of its own; its LF
+    // must not become part of the next record's key.
     void SkipOneLineEnd() {
-        if (m_at < m_text.size() && (m_text[m_at] == '\r' || m_text[m_at] == '\n')) ++m_at;
+        if (m_at < m_text.size() && m_text[m_at] == '\r') ++m_at;
+        if (m_at < m_text.size() && m_text[m_at] == '\n') ++m_at;
     }
 
     std::string Next() {
