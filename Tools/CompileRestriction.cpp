@@ -32,6 +32,7 @@ void CCompileRestriction::Reset() {
     m_hasError = false;
     m_errorText.clear();
     m_errorOffset = 0;
+    m_endOffset = 0;
     m_errorQuery.clear();
     if (m_columns) MAPIFreeBuffer(m_columns);
     if (m_sortOrder) MAPIFreeBuffer(m_sortOrder);
@@ -64,6 +65,7 @@ bool CCompileRestriction::Compile(const std::string& text) {
 void CCompileRestriction::Run() {
     Expression();
     if (m_hasError) return;
+    m_endOffset = m_lexer.TokenOffset();
     if (const auto top = Pop()) m_restriction = top->restriction;
 }
 

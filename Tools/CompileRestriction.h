@@ -65,6 +65,10 @@ public:
     // The stored query in whose text the first error arose; empty for the compiled text itself.
     const std::string& ErrorQuery() const { return m_errorQuery; }
 
+    // Where the expression ended after a compilation without an error: the length of the text, or the
+    // offset of what stands behind the expression and was not read.
+    size_t EndOffset() const { return m_endOffset; }
+
     // The results. Owned by this object: valid until the next Compile or its destruction, also where
     // they were handed to a table (a table copies what it needs). Null where the text says nothing of
     // the kind; after an error the restriction is null.
@@ -172,6 +176,7 @@ private:
     bool m_hasError = false;
     std::string m_errorText;
     size_t m_errorOffset = 0;
+    size_t m_endOffset = 0;
     std::string m_errorQuery;
     CINIQuerys* m_storedQueries = nullptr;
     IMAPIContainerPtr m_folder;

@@ -243,6 +243,18 @@ TEST_F(QueryTree, ErrorsNameTheirCauseAndPlace) {
     }
 }
 
+TEST_F(QueryTree, TellsWhereTheExpressionEnded) {
+    static const struct {
+        const char* text;
+        size_t offset;
+    } cases[] = {{"", 0},        {"a=1", 3},      {"a=1 \n", 5},
+                 {"a=1 ) x", 4}, {"a=1  b=2", 5}, {"(a=1) order by b c", 17}};
+    for (const auto& c : cases) {
+        ASSERT_TRUE(m_compiler.Compile(c.text)) << c.text;
+        EXPECT_EQ(m_compiler.EndOffset(), c.offset) << c.text;
+    }
+}
+
 TEST_F(QueryTree, AStoreThatRefusesANameIsACrash) {
     m_folder.idResult = MAPI_E_NO_ACCESS;
     EXPECT_EQ(Compiled("Private=1"), "error: Crash in Compile");

@@ -34,13 +34,26 @@ struct CScope {
     IMAPIFolderPtr folder;
 };
 
+// A text is read as far as it is one expression. That is no error, but seldom what was meant.
+void WarnOfWhatIsNotRead(CCommandContext& context, const CCompileRestriction& compiler,
+                         const std::string& text) {
+    if (compiler.EndOffset() < text.size())
+        context.Console().Warn("The query ends before \"" +
+                               OneLine(Utf8FromNarrow(text.substr(compiler.EndOffset()))) +
+                               "\", which is not read.");
+    if (!compiler.Restriction()) context.Console().Note("The query restricts nothing: every item fits.");
+}
+
 int CheckQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
     const CScope scope(context, path);
     CQueryCompiler query(scope.folder, scope.session);
     if (context.Json()) {
         const bool correct = query.compiler.Compile(text);
         Json result = {{"correct", correct}};
-        if (!correct) result.update({{"error", query.Message()}, {"offset", query.compiler.ErrorOffset()}});
+        if (correct)
+            result["end"] = query.compiler.EndOffset();
+        else
+            result.update({{"error", query.Message()}, {"offset", query.compiler.ErrorOffset()}});
         context.Console().Out() << JsonText(result);
     }
     try {
@@ -51,6 +64,7 @@ int CheckQueryText(CCommandContext& context, const std::string& text, const std:
                 "There is no store here, so words for named properties (Private, Categories) are unknown.");
         throw;
     }
+    WarnOfWhatIsNotRead(context, query.compiler, text);
     context.Console().Note("The query is correct.");
     return Code(ExitCode::Done);
 }
@@ -59,6 +73,7 @@ int PrintQueryText(CCommandContext& context, const std::string& text, const std:
     const CScope scope(context, path);
     CQueryCompiler query(scope.folder, scope.session);
     query.Compile(text);
+    WarnOfWhatIsNotRead(context, query.compiler, text);
     if (context.Json())
         context.Console().Out() << JsonText(QueryToJson(query.compiler));
     else
@@ -70,6 +85,7 @@ int RunQueryText(CCommandContext& context, const std::string& text, const std::s
     const CFolderRef folder = context.Session().OpenFolder(path);
     CQueryCompiler query(folder.folder, context.Session().Mapi());
     query.Compile(text);
+    WarnOfWhatIsNotRead(context, query.compiler, text);
     RunQuery(query.compiler, folder.path).Print(context.Console(), context.Json());
     return Code(ExitCode::Done);
 }
