@@ -24,7 +24,8 @@ void CElementCopy::Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowS
 }
 
 // The rows are those of the start of the run. One whose item was written since belongs to the item that was
-// copied there: a second item in it (a copy within a folder bears its original's key) would replace the first.
+// copied there: a second item in it (a copy within a folder bears its original's key) would replace the
+// first.
 int FreeRow(const CCopyRoute& route, int targetRow) {
     if (targetRow < 0) return -1;
     const SBinary entryId = route.targetRows.Cell(static_cast<ULONG>(targetRow), COL_ENTRYID).Binary();
@@ -169,6 +170,7 @@ void CElementCopy::SaveTarget() {
     MARK_POSITION();
     if (m_isNew) m_result = RowResult::MaybeSaved;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
+    if (saved < 0 && !HasEntryId(m_target)) m_result = RowResult::NotSaved;
     MARK_POSITION();
     m_action = "Can not get EntryID from Target Message";
     m_newEntryId = m_target.GetBinProp(PR_ENTRYID);

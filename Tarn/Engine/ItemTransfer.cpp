@@ -215,6 +215,11 @@ void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMess
     if (hasSubject || !target.GetBody().empty()) KeepVersion(engine, target);
 }
 
+bool HasEntryId(const IMessagePtr& message) {
+    CMapiPropValue entryId;
+    return message.GetOneProp(PR_ENTRYID, entryId) != MAPI_E_NOT_FOUND;
+}
+
 bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId) {
     if (!engine.SetSyncID(message, syncId, false)) return false;
     engine.SetSyncID(message, syncId, false);

@@ -73,6 +73,10 @@ void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBi
 void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
                              IMessagePtr& target);
 
+// False where the store has not taken the message yet: it gives the entry ID at the save. A message for
+// which that cannot be told counts as taken.
+bool HasEntryId(const IMessagePtr& message);
+
 // SetSyncID, and once more where the stamp did not hold: an item whose stamp is not its own loses its
 // link in the next run. True if the message has to be saved.
 bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId);

@@ -114,7 +114,9 @@ void CResync::KeepOldVersion() {
 void CResync::Save(const CItemFacts& facts) {
     StampItem(m_engine, m_target, facts.syncId);
     if (m_isNew) m_result = RowResult::MaybeSaved;
-    m_target.SaveChanges(KEEP_OPEN_READWRITE);
+    const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
+    if (saved < 0 && !HasEntryId(m_target)) m_result = RowResult::NotSaved;
+    THROW_ON_FAILURE(saved);
     m_engine.NoteChanged();
     m_engine.NoteWritten(m_targetEntryId);
     m_savedEntryId = m_targetEntryId;
