@@ -1,6 +1,7 @@
 // Pairs and runs.
 #include <Programs/vellum/Console/Interrupt.h>
 #include <Programs/vellum/Console/ProgressLine.h>
+#include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/FolderItems.h>
 #include <Programs/vellum/Sync/PairRun.h>
 
@@ -74,6 +75,7 @@ TEST_F(Pairs, WhatCannotWorkIsRefusedAndChangesNothing) {
     ExpectRefusal({"pair", "add", "Home/C", "Cellar/B"}, 6, {"no store \"Cellar\""});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "Subject = = 3"}, 2,
                   {"Subject = = 3", "^"});
+    ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "order by Subject"}, 2, {"no condition"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "a;b"}, 2, {"semicolons"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--both", "--to-target"}, 2, {"--both"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--delete", "--new-only"}, 2,
@@ -258,6 +260,16 @@ TEST_F(Pairs, WatchCarriesWhatOthersChange) {
     watcher.join();
     EXPECT_EQ(watch.code, 0) << watch.err;
     EXPECT_NE(watch.out.find("Watched"), std::string::npos) << watch.out;
+}
+
+TEST(Terminal, ColumnsCountAsTheTerminalDoes) {
+    EXPECT_EQ(Utf8Width("K\xC3\xB6ln"), 4u);
+    EXPECT_EQ(Utf8Width("\xE4\xBD\xA0\xE5\xA5\xBD"), 4u) << "two Chinese characters";
+    EXPECT_EQ(Utf8Width("e\xCC\x81"), 1u) << "a letter and its accent";
+    EXPECT_EQ(Utf8Shorten("abcdef", 4), "abc\xE2\x80\xA6");
+    EXPECT_EQ(Utf8Shorten("\xE4\xBD\xA0\xE5\xA5\xBD", 3), "\xE4\xBD\xA0\xE2\x80\xA6");
+    EXPECT_EQ(Utf8Shorten("abcd", 4), "abcd");
+    EXPECT_EQ(Utf8FromWide(WideFromUtf8("a\xFF\xC3")), "a\xEF\xBF\xBD\xEF\xBF\xBD") << "broken text";
 }
 
 TEST(Terminal, ProgressBarShowsWhatIsDone) {

@@ -21,7 +21,7 @@ std::string CellText(const CListing::Cell& cell) {
 }
 
 std::string Padded(const std::string& text, std::size_t width, bool right) {
-    const std::size_t length = Utf8Length(text);
+    const std::size_t length = Utf8Width(text);
     const std::string blanks(width > length ? width - length : 0, ' ');
     return right ? blanks + text : text + blanks;
 }
@@ -81,9 +81,9 @@ void CListing::PrintTable(CConsole& console) const {
     std::vector<bool> isNumber;
     for (std::size_t i = 0; i < m_columns.size(); ++i) {
         if (m_columns[i].title.empty()) continue;
-        std::size_t width = Utf8Length(m_columns[i].title);
+        std::size_t width = Utf8Width(m_columns[i].title);
         for (const auto& row : m_rows)
-            width = std::max(width, Utf8Length(CellText(row[i])));
+            width = std::max(width, Utf8Width(CellText(row[i])));
         shown.push_back(i);
         widths.push_back(width);
         isNumber.push_back(std::all_of(m_rows.begin(), m_rows.end(), [&](const auto& row) {

@@ -55,6 +55,24 @@ char32_t NextUtf8(const std::string& text, std::size_t& at) {
     return c < least[trail] || (c >= 0xD800 && c < 0xE000) || c > 0x10FFFF ? replacement : c;
 }
 
+struct CWidthRange {
+    char32_t first;
+    char32_t last;
+    std::size_t width;
+};
+constexpr CWidthRange unusualWidths[] = {
+    {0x0300, 0x036F, 0},   {0x200B, 0x200F, 0}, {0x1100, 0x115F, 2},   {0x2E80, 0xA4CF, 2},
+    {0xAC00, 0xD7A3, 2},   {0xF900, 0xFAFF, 2}, {0xFE00, 0xFE0F, 0},   {0xFE30, 0xFE6F, 2},
+    {0xFF00, 0xFF60, 2},   {0xFFE0, 0xFFE6, 2}, {0x1F300, 0x1F64F, 2}, {0x1F900, 0x1F9FF, 2},
+    {0x20000, 0x3FFFD, 2},
+};
+
+std::size_t WidthOf(char32_t c) {
+    for (const CWidthRange& range : unusualWidths)
+        if (c >= range.first && c <= range.last) return range.width;
+    return 1;
+}
+
 }  // namespace
 
 std::string Utf8FromWide(const std::wstring& text) {
@@ -89,12 +107,22 @@ std::size_t Utf8Length(const std::string& text) {
     return length;
 }
 
-std::string Utf8Shorten(const std::string& text, std::size_t count) {
-    if (Utf8Length(text) <= count || count == 0) return text;
-    std::size_t at = 0;
-    for (std::size_t i = 0; i + 1 < count; ++i)
-        NextUtf8(text, at);
-    return text.substr(0, at) + "\xE2\x80\xA6";
+std::size_t Utf8Width(const std::string& text) {
+    std::size_t width = 0;
+    for (std::size_t at = 0; at < text.size();)
+        width += WidthOf(NextUtf8(text, at));
+    return width;
+}
+
+std::string Utf8Shorten(const std::string& text, std::size_t width) {
+    if (width == 0 || Utf8Width(text) <= width) return text;
+    std::size_t used = 0;
+    std::size_t end = 0;
+    for (std::size_t at = 0; at < text.size(); end = at) {
+        used += WidthOf(NextUtf8(text, at));
+        if (used + 1 > width) break;
+    }
+    return text.substr(0, end) + "\xE2\x80\xA6";
 }
 
 std::string OneLine(const std::string& text) {

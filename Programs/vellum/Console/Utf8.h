@@ -9,10 +9,12 @@ std::string Utf8FromWide(const std::wstring& text);
 // Wide text from valid or broken UTF-8.
 std::wstring WideFromUtf8(const std::string& text);
 
-// Characters, for the width of a column.
+// Characters.
 std::size_t Utf8Length(const std::string& text);
-// The first `count` characters, with an ellipsis for the last one if the text is longer.
-std::string Utf8Shorten(const std::string& text, std::size_t count);
+// Columns on a terminal, where East Asian characters take two and combining ones none.
+std::size_t Utf8Width(const std::string& text);
+// As much of the text as fits into `width` columns, an ellipsis at the end if something is missing.
+std::string Utf8Shorten(const std::string& text, std::size_t width);
 
 // The text on one line: control characters, which could also steer the terminal, become blanks.
 std::string OneLine(const std::string& text);

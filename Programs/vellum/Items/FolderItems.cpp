@@ -89,7 +89,12 @@ std::string Upper(std::string text) {
 }  // namespace
 
 void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query) {
-    CQueryCompiler(folder.folder, session.Mapi()).Compile(query);
+    CQueryCompiler compiled(folder.folder, session.Mapi());
+    compiled.Compile(query);
+    // A text in which nothing is a condition would quietly let everything through.
+    if (!compiled.compiler.Restriction())
+        throw CCommandError(ExitCode::Usage, "The query holds no condition: " + query,
+                            "Look how it is understood:  vellum query print TEXT");
 }
 
 std::vector<CItemRow> ListItems(CProfileSession& session, const CFolderRef& folder,

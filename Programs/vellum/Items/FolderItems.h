@@ -31,5 +31,6 @@ IMessagePtr OpenItem(const CFolderRef& folder, const CItemRow& row, ULONG flags)
 // "\"Subject\" of 2001-05-14 23:39", or "an item without subject of ...".
 std::string ItemLabel(const CItemRow& row);
 
-// Compiles a query for a folder; throws Usage with the place of the error. Empty: all right.
+// Compiles a query for a folder; throws Usage with the place of the error, and for a text without any
+// condition.
 void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query);
