@@ -45,7 +45,7 @@ TEST_P(FaultsTest, ChangesWithoutFaultsArriveWhole) {
     Run();
     // The item that was changed on one side is gone when its turn comes: its deletion went first.
     ASSERT_EQ(messages.size(), 1u);
-    EXPECT_EQ(messages[0].text, "SYNC_MODIFIED\nin CGenMapiContPtr::OpenEntryv");
+    EXPECT_EQ(messages[0].text, "SYNC_MODIFIED\r\nin CGenMapiContPtr::OpenEntryv");
     ExpectWholeAfter("no fault", true);
     expectMessages = false;
     Run();

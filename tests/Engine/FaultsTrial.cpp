@@ -1,5 +1,6 @@
 #include "FaultsTrial.h"
 
+#include <Platform/Clock.h>
 #include <Platform/Machine.h>
 
 #include <algorithm>
@@ -18,6 +19,10 @@ fs::path PlaceInMemory() {
     return fs::is_directory(memory, error) ? memory : fs::temp_directory_path();
 }
 
+std::string TrialPath(unsigned processId) {
+    return (PlaceInMemory() / ("vellum-trial-" + std::to_string(processId))).string();
+}
+
 fs::path KeptPath(const std::string& path) {
     return path + "-kept";
 }
@@ -29,25 +34,49 @@ void CopyTree(const fs::path& from, const fs::path& to) {
 }  // namespace
 
 CMemoryDisk::CMemoryDisk()
-    : m_path((PlaceInMemory() / ("vellum-trial-" + std::to_string(ProcessId()))).string()),
-      m_before(fs::path(DataDirectory()).parent_path().string()) {
+    : m_path(TrialPath(ProcessId())), m_before(fs::path(DataDirectory()).parent_path().string()) {
     fs::remove_all(m_path);
     SetBaseDirectory(m_path);
 }
 
 CMemoryDisk::~CMemoryDisk() {
     SetBaseDirectory(m_before);
+    if (!m_own) return;
     std::error_code error;
     fs::remove_all(m_path, error);
     fs::remove_all(KeptPath(m_path), error);
 }
 
+// The thread that looks out for other processes may hold a store a moment longer than its last user.
+// A store that is left has no journal any more.
+void CMemoryDisk::AwaitClosing() const {
+    const auto isOpen = [this] {
+        for (const auto& entry : fs::recursive_directory_iterator(m_path))
+            if (entry.path().extension().string().find("-wal") != std::string::npos) return true;
+        return false;
+    };
+    constexpr int tries = 5000;
+    for (int i = 0; isOpen(); ++i) {
+        ASSERT_LT(i, tries) << "somebody still holds a store";
+        SleepMs(1);
+    }
+}
+
 void CMemoryDisk::Keep() {
+    AwaitClosing();
     CopyTree(m_path, KeptPath(m_path));
 }
 
 void CMemoryDisk::BringBack() {
+    AwaitClosing();
     CopyTree(KeptPath(m_path), m_path);
+}
+
+void CMemoryDisk::LeaveFor(unsigned processId) {
+    fs::remove_all(m_path);
+    m_own = false;
+    m_path = TrialPath(processId);
+    SetBaseDirectory(m_path);
 }
 
 // --- what is there -----------------------------------------------------------------------------------
@@ -56,9 +85,10 @@ namespace {
 TestRef<IMAPIFolder> OpenChild(IMsgStore* store, std::string entryId) {
     ULONG type = 0;
     IUnknown* object = nullptr;
-    EXPECT_EQ(store->OpenEntry(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()),
-                               nullptr, MAPI_BEST_ACCESS, &type, &object),
-              S_OK);
+    EXPECT_EQ(
+        store->OpenEntry(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()),
+                         nullptr, MAPI_BEST_ACCESS, &type, &object),
+        S_OK);
     return TestRef<IMAPIFolder>(static_cast<IMAPIFolder*>(object));
 }
 
@@ -136,7 +166,7 @@ void FaultsTrial::MakeChanges() {
     When(Left().CopiesWithin("Original"), Left().RenamesNewest("Original", "LeftCopy"),
          Right().CopiesWithin("Template"), Right().RenamesNewest("Template", "RightCopy"),
          Left().Changes("LeftCopy", "a copy of mine"), Left().MovesIn("Back"));
-    m_written = {"text of Stay",    "text of Original", "text of Template", "text of LeftNew",
+    m_written = {"text of Stay",     "text of Original", "text of Template", "text of LeftNew",
                  "text of RightNew", "by left",          "by right",         "once more",
                  "left, too early",  "right, later",     "right, too early", "left, later",
                  "lost its source",  "lost its target",  "a copy of mine",   "text of Back"};

@@ -23,13 +23,18 @@ public:
     CMemoryDisk& operator=(const CMemoryDisk&) = delete;
 
     const std::string& Path() const { return m_path; }
-    // Nobody may have a store open at these two.
+    // These two wait until the stores are left by everybody; a failed expectation if that does not happen.
     void Keep();
     void BringBack();
+    // To the stores of another process of this program; its own are removed, the others are not.
+    void LeaveFor(unsigned processId);
 
 private:
+    void AwaitClosing() const;
+
     std::string m_path;
     std::string m_before;
+    bool m_own = true;
 };
 
 // Subject and body of every item of a folder; of every item below a folder; and of a store whose holding

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <stdexcept>
 
 namespace {
 std::vector<std::string> Names(const std::string& items) {
@@ -237,6 +238,7 @@ void TwoFolders::Close() {
 
 void TwoFolders::Reopen() {
     OpenStores();
+    if (HasFatalFailure()) throw std::runtime_error("the stores do not open");
     MakeSides();
 }
 
