@@ -3,6 +3,7 @@
 #include <Platform/Machine.h>
 #include <Programs/vellum/Commands/CommandLine.h>
 #include <Programs/vellum/Console/Console.h>
+#include <Programs/vellum/Mailbox/MailboxReader.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -171,5 +172,5 @@ std::vector<std::string> SampleMessages() {
 }
 
 std::string SampleMailbox() {
-    return FileExists(VELLUM_MAILBOX) ? VELLUM_MAILBOX : "";
+    return MailboxProblem(VELLUM_MAILBOX).empty() ? VELLUM_MAILBOX : "";
 }

@@ -48,6 +48,6 @@ Json PropertyOf(const Json& properties, const std::string& name);
 // A report without what a store gives itself and what a run stamps, for comparing two items.
 Json Comparable(const Json& item);
 
-// Files that people have; empty where they are not there.
+// Files that people have; empty where they are not there, or where this build cannot read them.
 std::vector<std::string> SampleMessages();
 std::string SampleMailbox();

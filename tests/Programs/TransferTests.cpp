@@ -84,7 +84,7 @@ TEST_F(Transfer, FilesThatAreNoMailAreRefusedBeforeAnythingIsWritten) {
     MakeStores();
     const Json before = Snapshot();
     const std::string text = WriteFile("letter.pst", "Dear Ann, this is no mailbox file.");
-    ExpectRefusal({"import", text, "--into", "Home/Inbox"}, 6, {"letter.pst", "no mailbox file", ".msg"});
+    ExpectRefusal({"import", text, "--into", "Home/Inbox"}, 6, {"letter.pst", "mailbox file", ".msg"});
     ExpectRefusal({"import", PathOf("absent.pst"), "--into", "Home/Inbox"}, 6, {"no file", "absent.pst"});
     ExpectRefusal({"import", PathOf("base"), "--into", "Home/Inbox"}, 6, {"is a directory"});
     const std::string head = WriteFile("head.msg", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1 and no more");
@@ -107,7 +107,8 @@ TEST_F(Transfer, ExportLeavesFilesThatAreThereAlone) {
 }
 
 TEST_F(Transfer, MailboxFileBringsFoldersItemsAndAttachments) {
-    if (SampleMailbox().empty()) GTEST_SKIP() << "no sample mailbox here; scripts/setup fetches it";
+    if (SampleMailbox().empty())
+        GTEST_SKIP() << "no sample mailbox that this build reads; scripts/setup fetches it";
     MakeStores();
     RunDone({"folder", "create", "Home/Mail"});
     const Json result = RunJson({"import", SampleMailbox(), "--into", "Home/Mail"});
@@ -130,7 +131,8 @@ TEST_F(Transfer, MailboxFileBringsFoldersItemsAndAttachments) {
 
 // What can be read of a cut or spoiled file arrives, the rest is named, and nothing crashes.
 TEST_F(Transfer, DamagedMailboxFilesLoseOnlyWhatIsDamaged) {
-    if (SampleMailbox().empty()) GTEST_SKIP() << "no sample mailbox here; scripts/setup fetches it";
+    if (SampleMailbox().empty())
+        GTEST_SKIP() << "no sample mailbox that this build reads; scripts/setup fetches it";
     std::string whole;
     ASSERT_TRUE(ReadFileBytes(SampleMailbox(), whole));
     MakeStores();

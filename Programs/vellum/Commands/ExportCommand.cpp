@@ -1,4 +1,5 @@
 #include <Platform/Files.h>
+#include <Platform/Machine.h>
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Commands/FolderTree.h>
 #include <Programs/vellum/Console/Interrupt.h>
@@ -17,7 +18,8 @@ constexpr std::size_t nameLength = 60;
 
 // A name that every file system takes.
 std::string FileNameFrom(const std::string& text) {
-    std::string name = Utf8Shorten(OneLine(text), nameLength);
+    const std::string shown = Utf8Shorten(OneLine(Utf8FromNarrow(text)), nameLength);
+    std::string name = NarrowFromWide(WideFromUtf8(shown));
     for (char& c : name)
         if (std::strchr("\\/:*?\"<>|", c)) c = '_';
     while (!name.empty() && (name.back() == ' ' || name.back() == '.'))

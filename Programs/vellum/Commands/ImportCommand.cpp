@@ -24,7 +24,8 @@ void CheckFiles(const std::vector<std::string>& files) {
         const std::string problem = MailboxProblem(file);
         if (!problem.empty())
             throw CCommandError(ExitCode::NotOpen, "The file \"" + file + "\" cannot be imported: " + problem,
-                                "Files of these kinds can be imported: .pst, .ost, .msg.");
+                                "Items in files of their own (.msg) can be imported, and on Linux mailbox "
+                                "files (.pst, .ost).");
     }
 }
 
