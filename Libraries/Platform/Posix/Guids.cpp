@@ -1,3 +1,0 @@
-// The identifiers that objbase.h only declares.
-#define INITGUID
-#include <objbase.h>
