@@ -38,7 +38,8 @@ function(vellum_tests name)
   add_executable(${name} ${sources})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${T_USES} TestMain)
-  add_test(NAME ${name} COMMAND ${name}
-           --gtest_output=xml:${CMAKE_BINARY_DIR}/test-results/${name}.xml)
+  # A relative path, which means the same to a program under Wine.
+  add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:test-results/${name}.xml
+           WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
   set_tests_properties(${name} PROPERTIES TIMEOUT 1200)
 endfunction()
