@@ -123,7 +123,7 @@ void CElementCopy::OpenTarget() {
         m_replaces = m_targetRow >= 0;
     } else {
         MARK_POSITION();
-        KeepTextFromEmptySource(m_engine, m_facts, m_source, m_target);
+        KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target);
         m_engine.RemoveContents(m_target);
     }
 }

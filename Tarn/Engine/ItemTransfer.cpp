@@ -206,8 +206,12 @@ void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBi
     target.SaveChanges(KEEP_OPEN_READWRITE);
 }
 
-void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                             IMessagePtr& target) {
+void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
+                         IMessagePtr& target) {
+    if (engine.MemoriesDiffer()) {
+        KeepVersion(engine, target);
+        return;
+    }
     if (facts.hasSubject || !source.GetBody().empty()) return;
     CMapiPropValue subject;
     const HRESULT hr = target.GetOneProp(PR_SUBJECT_A, subject);

@@ -69,9 +69,9 @@ CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version);
 void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId,
                     const CKeptVersion& kept);
 // To be called before `target` is emptied: where a version with text would be replaced by one without
-// any, keeps the former. Throws like KeepVersion.
-void KeepTextFromEmptySource(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                             IMessagePtr& target);
+// any, or in a run that cannot tell what was replaced already, keeps it. Throws like KeepVersion.
+void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
+                         IMessagePtr& target);
 
 // False where the store has not taken the message yet: it gives the entry ID at the save. A message for
 // which that cannot be told counts as taken.

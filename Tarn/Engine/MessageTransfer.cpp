@@ -84,7 +84,7 @@ void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessag
     if (m_isNew) {
         m_target = m_targetFolder.CreateMessage(nullptr, 0);
     } else {
-        KeepTextFromEmptySource(m_engine, facts, source, m_target);
+        KeepWhatMayBeMissed(m_engine, facts, source, m_target);
         m_engine.RemoveContents(m_target);
     }
 }

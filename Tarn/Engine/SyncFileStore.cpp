@@ -152,6 +152,7 @@ IMessagePtr CSyncFolder::GetConfigMsg(const IMAPIFolderPtr& folder) {
 void CSyncFolder::ReadSyncFiles(const IMAPIFolderPtr& sourceFolder) {
     m_sourceData.Clear();
     m_targetData.Clear();
+    m_sourceRun = m_targetRun = {};
     ReadSyncFile(sourceFolder, "SourceID", m_sourceData, &m_sourceSyncTime);
     ReadSyncFile(sourceFolder, "TargetID", m_targetData, &m_targetSyncTime);
     if (!IsTracing()) return;
@@ -178,6 +179,11 @@ void ReadSyncTime(const IMessagePtr& message, FILETIME& syncTime) {
     CMapiPropValue value;
     syncTime = {};
     if (HrGetOneProp(message.Get(), tag, value.Out()) >= 0) syncTime = value.Time();
+}
+
+FILETIME ReadRunTime(const IMessagePtr& message, ULONG tag) {
+    CMapiPropValue value;
+    return message.GetOneProp(tag, value) >= 0 ? value.Time() : FILETIME{};
 }
 
 // The whole stream in as few reads as it takes; what stands in it is judged by the parser.
@@ -234,8 +240,13 @@ HRESULT CSyncFolder::ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* 
     TraceText(m_traceFile, "OpenConfigMessage is != NULL");
     MARK_POSITION();
     if (syncTime) ReadSyncTime(message, *syncTime);
+    RunOf(name) = ReadRunTime(message, TagsOf(message.RawProp()).runTime);
     MARK_POSITION();
     return ReadSyncAttachment(message, syncData);
+}
+
+FILETIME& CSyncFolder::RunOf(const char* name) {
+    return std::string_view(name) == "SourceID" ? m_sourceRun : m_targetRun;
 }
 
 HRESULT CSyncFolder::ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap& syncData) {
@@ -321,6 +332,7 @@ void CSyncFolder::WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPI
     try {
         StampWriteTime(sourceFolder);
         SetPairTarget(targetFolder);
+        m_thisRun = UtcNow();
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_SOURCE_STATE));
         if (writeSource) WriteSyncFile(sourceFolder, sourceFolder, "SourceID", m_lastSyncSource);
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_TARGET_STATE));
@@ -386,6 +398,7 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
         message.SetProp(
             TagsOf(message.RawProp()).pairKey,
             SBinary{static_cast<ULONG>(m_pairKey.size()), reinterpret_cast<BYTE*>(m_pairKey.data())});
+    message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
     WriteStream(attachment, writer.Bytes());
     MARK_POSITION();
     attachment.SaveChanges(0);

@@ -18,8 +18,10 @@ CSyncTags AskForTags(IMAPIProp* object) {
     const size_t parent = names.Add(L"LarchParentEid", PT_BINARY);
     const size_t mark = names.Add(L"TarnPriv", PT_LONG);
     const size_t pair = names.Add(L"VellumTarget", PT_BINARY);
+    const size_t run = names.Add(L"VellumRun", PT_SYSTIME);
     names.Resolve(object, MAPI_CREATE);
-    return {names.Tag(id), names.Tag(eid), names.Tag(parent), names.Tag(mark), names.Tag(pair)};
+    return {names.Tag(id),   names.Tag(eid),  names.Tag(parent),
+            names.Tag(mark), names.Tag(pair), names.Tag(run)};
 }
 
 // Names are numbered alike in all objects that show the same signature; empty where an object shows none.

@@ -36,6 +36,7 @@ struct CSyncTags {
     ULONG larchParentEid = 0;  // PT_BINARY, its folder at that time
     ULONG privateMark = 0;     // PT_LONG, TarnPriv: 1 in an anonymised copy
     ULONG pairKey = 0;         // PT_BINARY, on the hidden messages: the target of their pair
+    ULONG runTime = 0;         // PT_SYSTIME, on the hidden messages: one value for all that a run wrote
 };
 
 // The name under which the sync ID is kept: L"LarchID", or L"LarchID.<computer>" while the switch for

@@ -249,6 +249,9 @@ public:
     void ForgetWritten() { m_written.clear(); }  // at the start of a copy loop
     // Asks the progress and keeps the answer in m_cancelled.
     bool PollCancelled();
+    // The memories of the two sides were written by different runs: only one of the two got to the disk. A
+    // change that the older one shows may have been dealt with, so what it replaces is kept.
+    bool MemoriesDiffer() const { return CompareFileTimes(m_sourceRun, m_targetRun) != 0; }
     bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }
 
     // ---- members, set by the caller or shared by the phases ----------------------------------------
@@ -296,6 +299,7 @@ private:
                           const std::string& subject, const std::string& messageClass);
     HRESULT ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
                              FILETIME* syncTime);
+    FILETIME& RunOf(const char* name);
     void WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
                            const char* name);
     HRESULT ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap& syncData);
@@ -327,6 +331,9 @@ private:
     void TraceDeletionFailure();
 
     CSyncTagCache m_tags;
+    FILETIME m_sourceRun{};  // the runs that wrote the two memories; zero if not known
+    FILETIME m_targetRun{};
+    FILETIME m_thisRun{};                       // what this one writes
     std::unordered_set<std::string> m_written;  // entry IDs of NoteWritten
     std::string m_pairKey;                      // see SetPairTarget
     bool m_toldOfDuplicates = false;
