@@ -123,9 +123,15 @@ void CElementCopy::OpenTarget() {
         m_replaces = m_targetRow >= 0;
     } else {
         MARK_POSITION();
+        if (m_similar) KeepOtherText();
         KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target);
         m_engine.RemoveContents(m_target);
     }
+}
+
+// Two items count as alike whatever their texts are, and this one may have been changed by somebody.
+void CElementCopy::KeepOtherText() {
+    if (m_source.GetBody() != m_target.GetBody()) KeepVersion(m_engine, m_target);
 }
 
 // ---- the copy -------------------------------------------------------------------------------------

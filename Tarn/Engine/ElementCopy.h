@@ -49,6 +49,7 @@ private:
     bool ChooseTarget();
     void OpenTarget();
     void KeepOldText();
+    void KeepOtherText();
     bool StripsText() const;
 
     void Transfer(CSyncTargetRecord* record);

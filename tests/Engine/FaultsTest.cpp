@@ -25,9 +25,9 @@ protected:
         ULONG n = 1;
         for (; RunWithFault(inSource, n, forGood); ++n) {
             Run();
-            ExpectWholeAfter(std::string("failing call ") + std::to_string(n) + " of the " +
-                                 (inSource ? "source" : "target") + (forGood ? " for good" : ""),
-                             !forGood);
+            ExpectWholeAfter(forGood ? Trouble::Lasting : Trouble::Passing,
+                             "failing call " + std::to_string(n) + " of the " +
+                                 (inSource ? "source" : "target") + (forGood ? " for good" : ""));
             if (HasFailure()) return;
             StartOver();
         }
@@ -46,11 +46,11 @@ TEST_P(FaultsTest, ChangesWithoutFaultsArriveWhole) {
     // The item that was changed on one side is gone when its turn comes: its deletion went first.
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0].text, "SYNC_MODIFIED\r\nin CGenMapiContPtr::OpenEntryv");
-    ExpectWholeAfter("no fault", true);
+    ExpectWholeAfter(Trouble::Passing, "no fault");
     expectMessages = false;
     Run();
     ExpectNothingMoves();
-    ExpectWholeAfter("runs that moved nothing", true);
+    ExpectWholeAfter(Trouble::Passing, "runs that moved nothing");
 }
 
 TEST_P(FaultsTest, SourceRefusesEachCallOnce) {

@@ -45,6 +45,12 @@ std::vector<CSeenItem> SeenAnywhere(IMsgStore* store);
 
 TestRef<IStoreFaults> FaultsOf(IMsgStore* store);
 
+enum class Trouble {
+    Passing,  // deletions travel as if nothing had been, and what was not deleted stays
+    Lasting,  // what was not reached stays as it is
+    Deadly,   // with one side's memory written and the other's not, what was deleted there goes here too
+};
+
 class FaultsTrial : public TwoFolders {
 protected:
     void SetUp() override;
@@ -59,12 +65,12 @@ protected:
 
     // A bit of everything that people do between two runs, over a pair that was synchronised before.
     void MakeChanges();
-    // What must hold after a run over these changes that followed one which met trouble. `trouble`
-    // stands in the messages. With `settled` the deletions must have travelled as well.
-    void ExpectWholeAfter(const std::string& trouble, bool settled);
+    // What must hold after a run over these changes that followed one which met trouble: each item once on
+    // either side, nothing gone that a person wrote. `trouble` stands in the messages.
+    void ExpectWholeAfter(Trouble kind, const std::string& trouble);
 
 private:
-    void ExpectEachOnce(StorySide& side, const std::string& trouble, bool settled);
+    void ExpectEachOnce(StorySide& side, Trouble kind, const std::string& trouble);
     void ExpectNothingGone(const std::string& trouble);
 
     std::unique_ptr<CMemoryDisk> m_disk;

@@ -18,7 +18,7 @@ bool IsListed(const CModelVersion& version, bool direction, bool deletions) {
 void CHistoryModel::Create(const std::string& name, bool inSource, const std::string& body, bool stamped) {
     CModelItem& item = items[name];
     CModelVersion& version = SideOf(item, inSource);
-    version = {true, body, Pending::New, false};
+    version = {true, body, Pending::New, false, ++m_writings, false};
     item.stamped = stamped;
     m_kept.insert(body);
 }
@@ -29,6 +29,8 @@ void CHistoryModel::Change(const std::string& name, bool inSource, const std::st
     m_kept.erase(version.body);
     m_kept.insert(body);
     version.body = body;
+    version.written = ++m_writings;
+    version.exposed = false;
     if (version.pending != Pending::New) version.pending = Pending::Changed;
 }
 
@@ -40,12 +42,11 @@ void CHistoryModel::Remove(const std::string& name, bool inSource) {
     version.pending = version.remembered ? Pending::Deleted : Pending::None;
 }
 
-// A change that is carried over another one, unseen because that direction does not run, replaces it
-// for good.
-void CHistoryModel::Carry(const CModelVersion& from, CModelVersion& to, bool otherDirectionRuns) {
-    if (to.there && to.body != from.body && !otherDirectionRuns && IsWritten(to)) m_kept.erase(to.body);
+void CHistoryModel::Carry(const CModelVersion& from, CModelVersion& to) {
+    if (to.there && to.body != from.body && (to.exposed || IsWritten(to))) m_kept.erase(to.body);
     to.there = true;
     to.body = from.body;
+    to.exposed = false;
 }
 
 void CHistoryModel::RunItem(CModelItem& item, const CModelOptions& options) {
@@ -54,9 +55,12 @@ void CHistoryModel::RunItem(CModelItem& item, const CModelOptions& options) {
     const bool inSource = IsListed(source, options.toTarget, options.deletions);
     const bool inTarget = IsListed(target, options.toSource, options.deletions);
     // Both changed: each keeps its version. Changed in the source and gone from the target: the same.
-    if (inSource && inTarget && IsWritten(source)) return;
+    if (inSource && inTarget && IsWritten(source)) {
+        if (IsWritten(target)) (source.written > target.written ? source : target).exposed = true;
+        return;
+    }
     if (inSource && IsWritten(source)) {
-        Carry(source, target, options.toSource);
+        Carry(source, target);
         item.stamped = true;
     } else if (inSource) {
         target.there = false;
@@ -64,16 +68,16 @@ void CHistoryModel::RunItem(CModelItem& item, const CModelOptions& options) {
     if (inTarget && !IsWritten(target)) {
         source.there = false;
     } else if (inTarget && target.there) {
-        Carry(target, source, options.toTarget);
+        Carry(target, source);
         item.stamped = true;
     }
 }
 
 // An item without a link is new to every run until it is carried across. A change in a direction that does
-// not run is remembered as if it had been carried: whatever comes from the other side later replaces it.
+// not run is remembered as if it had been carried.
 void CHistoryModel::Remember(CModelItem& item, CModelVersion& version, bool direction) {
     const bool staysNew = version.there && version.pending == Pending::New && !item.stamped;
-    if (!direction && IsWritten(version) && !staysNew) m_kept.erase(version.body);
+    if (!direction && IsWritten(version) && !staysNew) version.exposed = true;
     if (!staysNew) version.pending = Pending::None;
     version.remembered = version.there;
     if (!version.there) version.body.clear();
@@ -99,11 +103,13 @@ void CHistoryModel::Adopt(const std::map<std::string, std::string>& source,
         for (const bool inSource : {true, false}) {
             const auto& seen = inSource ? source : target;
             const auto found = seen.find(name);
+            CModelVersion& version = SideOf(item, inSource);
             const bool there = found != seen.end();
-            SideOf(item, inSource) = {there, there ? found->second : "", Pending::None, there};
+            if (version.exposed && (!there || found->second != version.body)) m_kept.erase(version.body);
+            version = {there, there ? found->second : "", Pending::None, there, 0, false};
         }
-        item.stamped = true;
-        item.branched = true;
+        item.source.exposed = item.target.exposed = item.source.body != item.target.body;
+        item.stamped = item.branched = true;
     }
 }
 

@@ -13,14 +13,21 @@ struct CModelVersion {
     std::string body;
     Pending pending = Pending::None;  // what happened since the side was last remembered
     bool remembered = false;          // the memory of the side names it
+    unsigned written = 0;             // when, by the count of the writings
+    // What the other side brings next replaces this text for good: the winner of a conflict, of which no
+    // copy is kept, and a change in a direction that did not run.
+    bool exposed = false;
 };
 
 struct CModelItem {
     CModelVersion source, target;
     bool stamped = false;   // has a sync ID of its own even where it never was carried across
-    bool branched = false;  // shares its search key with another item, or did before it was moved
+    bool branched = false;  // shares its search key with another item, or was moved
+    std::string kin;        // the item with the same search key, if there is one
 
     bool OnBothSides() const { return source.there && target.there; }
+    bool Nowhere() const { return !source.there && !target.there; }
+    bool AwaitsRun() const { return source.pending != Pending::None || target.pending != Pending::None; }
 };
 
 struct CModelOptions {
@@ -40,7 +47,8 @@ public:
 
     // --- what a run makes of it ------------------------------------------------------------------------
     void Run(const CModelOptions& options);
-    // Takes over what two folders hold where a run was disturbed.
+    // Takes over what two folders hold after runs of which one was disturbed, where the order of things is
+    // not known. What replaced a text that is not exposed must have kept it.
     void Adopt(const std::map<std::string, std::string>& source,
                const std::map<std::string, std::string>& target);
 
@@ -50,8 +58,9 @@ public:
 
 private:
     void RunItem(CModelItem& item, const CModelOptions& options);
-    void Carry(const CModelVersion& from, CModelVersion& to, bool otherDirectionRuns);
+    void Carry(const CModelVersion& from, CModelVersion& to);
     void Remember(CModelItem& item, CModelVersion& version, bool direction);
 
     std::set<std::string> m_kept;
+    unsigned m_writings = 0;
 };
