@@ -39,6 +39,7 @@ void CElementCopy::FindTargetRow(bool useRowSyncId, bool allowSearch) {
     if (useRowSyncId) m_syncId = m_row.m_syncId;
     if (m_syncId.empty()) m_syncId = m_facts.syncId;
     if (!m_syncId.empty()) m_targetRow = FreeRow(m_route, rows.FindRow(COL_SYNC_ID, m_syncId));
+    m_linked = m_targetRow >= 0;
     if (m_targetRow < 0 && !m_row.m_searchKey.IsEmpty())
         m_targetRow = FreeRow(m_route, rows.FindRowBinary(COL_SEARCH_KEY, m_row.m_searchKey));
     if (m_targetRow >= 0 || !allowSearch) return;
@@ -123,13 +124,14 @@ void CElementCopy::OpenTarget() {
         m_replaces = m_targetRow >= 0;
     } else {
         MARK_POSITION();
-        if (m_similar) KeepOtherText();
+        if (!m_linked) KeepOtherText();
         KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target);
         m_engine.RemoveContents(m_target);
     }
 }
 
-// Two items count as alike whatever their texts are, and this one may have been changed by somebody.
+// A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no conflict,
+// so it is not kept as the loser of one.
 void CElementCopy::KeepOtherText() {
     if (m_source.GetBody() != m_target.GetBody()) KeepVersion(m_engine, m_target);
 }
@@ -209,7 +211,7 @@ bool CElementCopy::NeedsLink() const {
 // Only now: the stamp holds the target's own entry ID, which a new item has not had before its save.
 void CElementCopy::Link() {
     EnsureSyncId(m_target, m_source, m_syncId);
-    if (m_engine.SetSyncID(m_source, m_syncId, false)) m_source.SaveChanges(KEEP_OPEN_READWRITE);
+    if (StampItem(m_engine, m_source, m_syncId)) m_source.SaveChanges(KEEP_OPEN_READWRITE);
     if (StampItem(m_engine, m_target, m_syncId)) m_target.SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE);
 }
 

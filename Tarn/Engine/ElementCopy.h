@@ -76,6 +76,7 @@ private:
     CItemFacts m_facts;
     std::string m_syncId;
     int m_targetRow = -1;
+    bool m_linked = false;   // found by the ID
     bool m_similar = false;  // found by its contents, not by an ID or a key
     IMessagePtr m_target;
     bool m_isNew = false;
