@@ -1,5 +1,6 @@
 // The published utility functions, as their description has them.
 #include <Platform/Clock.h>
+#include <Platform/Machine.h>
 #include <Platform/MapiHeaders.h>
 #include <gtest/gtest.h>
 
@@ -52,7 +53,8 @@ TEST(Util, PropertiesCompareByValue) {
     EXPECT_FALSE(FPropCompareProp(&one, RELOP_GE, &two));
     EXPECT_FALSE(FPropCompareProp(&one, RELOP_RE, &one));
     EXPECT_LT(LPropCompareProp(&one, &two), 0);
-    SPropValue narrow = Text(PR_SUBJECT_A, "\xC3\xA4x");
+    const std::string text = NarrowFromWide(L"\u00e4x");
+    SPropValue narrow = Text(PR_SUBJECT_A, text.c_str());
     wide.ulPropTag = PR_SUBJECT_W;
     wide.Value.lpszW = const_cast<wchar_t*>(L"\u00e4x");
     EXPECT_TRUE(FPropCompareProp(&narrow, RELOP_EQ, &wide));
