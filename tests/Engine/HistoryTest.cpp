@@ -184,9 +184,9 @@ void HistoryTest::SwitchOptions() {
     m_options.toTarget = !m_dice->OneIn(4);
     m_options.toSource = !m_options.toTarget || !m_dice->OneIn(4);
     m_options.deletions = !m_dice->OneIn(4);
-    setting.m_flags = SYNC_ACTIVE | (m_options.toTarget ? SYNC_TO_TARGET : 0u) |
-                      (m_options.toSource ? SYNC_FROM_TARGET : 0u) |
-                      (m_options.deletions ? SYNC_DELETE_IN_TARGET : 0u);
+    setting.m_flags = SYNC_ACTIVE | (m_options.toTarget ? ULONG{SYNC_TO_TARGET} : ULONG{0}) |
+                      (m_options.toSource ? ULONG{SYNC_FROM_TARGET} : ULONG{0}) |
+                      (m_options.deletions ? ULONG{SYNC_DELETE_IN_TARGET} : ULONG{0});
 }
 
 void HistoryTest::RunAndCompare() {
