@@ -57,12 +57,16 @@ public:
     IVellumDlgView* DialogView() override { return this; }
     void RunModal(CVellumDlg& dialog) override {
         modalThread = std::this_thread::get_id();
+        {
+            // The last word of a run before may have come after its dialog was gone.
+            const std::lock_guard lock(m_mutex);
+            m_ended = false;
+        }
         const CWindowRegistration window("Vellum test progress", dialog);
         if (cancelAtOnce) dialog.Cancel();
         dialog.SetWindow(window.Handle());
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return m_ended; });
-        m_ended = false;
         dialog.SetWindow(0);
     }
     void ShowProtocol(const CSyncProtocol& protocol) override {
