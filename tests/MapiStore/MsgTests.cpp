@@ -438,6 +438,7 @@ TEST(Msg, RealFilesShowWhatTheyHold) {
 }
 
 TEST(Msg, CutAndSpoiledFilesAreReadAsFarAsTheyGo) {
+    if (sizeof(wchar_t) == 2) GTEST_SKIP() << "compound files are the system's own here, damaged ones too";
     Bytes whole;
     {
         MemoryFile file;

@@ -276,40 +276,26 @@ TEST(Restriction, SelectsWhatAPlainReadingSelects) {
     EXPECT_GT(matched, 10000u);
 }
 
-bool MatchesText(const char* text, const char* pattern, ULONG level) {
+bool MatchesText(const wchar_t* text, const wchar_t* pattern, ULONG level) {
     CPropertyBag bag;
-    bag.SetText(PROP_ID(kText1), text);
+    bag.SetText(PROP_ID(kText1), Utf8FromWide(text));
     const std::string block = bag.Build({}).small;
+    SPropValue value{};
+    value.ulPropTag = CHANGE_PROP_TYPE(kText1, PT_UNICODE);
+    value.Value.lpszW = const_cast<wchar_t*>(pattern);
     CTree tree;
-    return CRestriction(*tree.Content(level, kText1, tree.Text(kText1, pattern))).Matches(CBlockRow(block));
+    return CRestriction(*tree.Content(level, kText1, &value)).Matches(CBlockRow(block));
 }
 
 TEST(Restriction, FuzzyLevelsFoldCaseAndMarks) {
-    EXPECT_TRUE(
-        MatchesText("GR\xC3\x9C"
-                    "SSE",
-                    "gr\xC3\xBC"
-                    "sse",
-                    FL_FULLSTRING | FL_IGNORECASE));
-    EXPECT_FALSE(
-        MatchesText("GR\xC3\x9C"
-                    "SSE",
-                    "grusse", FL_FULLSTRING | FL_IGNORECASE));
-    EXPECT_TRUE(
-        MatchesText("Gr\xC3\xBC"
-                    "sse",
-                    "Grusse", FL_FULLSTRING | FL_IGNORENONSPACE));
-    EXPECT_TRUE(
-        MatchesText("xx GR\xC3\x9C"
-                    "SSE",
-                    "grusse", FL_SUBSTRING | FL_LOOSE));
-    EXPECT_TRUE(
-        MatchesText("Gru\xCC\x88"
-                    "sse",
-                    "gr\xC3\xBC", FL_PREFIX | FL_LOOSE));
-    EXPECT_TRUE(MatchesText("\xD0\x9F\xD1\x80\xD0\xB8", "\xD0\xBF\xD1\x80", FL_PREFIX | FL_IGNORECASE));
-    EXPECT_TRUE(MatchesText("anything", "", FL_SUBSTRING));
-    EXPECT_FALSE(MatchesText("", "x", FL_PREFIX | FL_IGNORECASE));
+    EXPECT_TRUE(MatchesText(L"GR\u00dcSSE", L"gr\u00fcsse", FL_FULLSTRING | FL_IGNORECASE));
+    EXPECT_FALSE(MatchesText(L"GR\u00dcSSE", L"grusse", FL_FULLSTRING | FL_IGNORECASE));
+    EXPECT_TRUE(MatchesText(L"Gr\u00fcsse", L"Grusse", FL_FULLSTRING | FL_IGNORENONSPACE));
+    EXPECT_TRUE(MatchesText(L"xx GR\u00dcSSE", L"grusse", FL_SUBSTRING | FL_LOOSE));
+    EXPECT_TRUE(MatchesText(L"Gru\u0308sse", L"gr\u00fc", FL_PREFIX | FL_LOOSE));
+    EXPECT_TRUE(MatchesText(L"\u041f\u0440\u0438", L"\u043f\u0440", FL_PREFIX | FL_IGNORECASE));
+    EXPECT_TRUE(MatchesText(L"anything", L"", FL_SUBSTRING));
+    EXPECT_FALSE(MatchesText(L"", L"x", FL_PREFIX | FL_IGNORECASE));
 }
 
 SCODE Refusal(const SRestriction& restriction) {
