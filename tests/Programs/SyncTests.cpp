@@ -3,7 +3,6 @@
 #include <Programs/vellum/Console/ProgressLine.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/FolderItems.h>
-#include <Programs/vellum/Sync/PairRun.h>
 
 #include <algorithm>
 #include <chrono>
@@ -153,22 +152,8 @@ TEST_F(Pairs, SubfoldersAreNamedOrCreated) {
     EXPECT_EQ(Contents("Office/B/Sub"), Texts{"Deep=d"});
 }
 
-TEST_F(Pairs, MissingFoldersAndBusyPairsHaveCodesOfTheirOwn) {
+TEST_F(Pairs, AMissingFolderHasACodeOfItsOwn) {
     RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab"});
-    {
-        CTarnSetting setting;
-        {
-            CProfileSession session("");
-            setting.m_sourceKey = session.OpenFolder("Home/A").Key();
-            setting.m_targetKey = session.OpenFolder("Office/B").Key();
-        }
-        CPairLock lock;
-        std::string holder;
-        ASSERT_TRUE(lock.TryLock(setting, "other", holder));
-        const CommandRun busy = Run({"sync"});
-        EXPECT_EQ(busy.code, 3);
-        EXPECT_NE(busy.err.find("\"ab\" is being run already"), std::string::npos) << busy.err;
-    }
     EXPECT_EQ(Run({"sync"}).code, 0);
     RunDone({"folder", "remove", "Office/B", "--force"});
     const CommandRun gone = Run({"sync"});

@@ -33,7 +33,7 @@ ExitCode Worse(ExitCode a, ExitCode b) {
 void ReportProblem(CConsole& console, const CPairResult& result) {
     if (!result.busy.empty())
         console.Error("The pair \"" + result.label + "\" is being run already: " + result.busy,
-                      "Wait until that run has ended, then try again.");
+                      "To wait until that run has ended:  vellum sync \"" + result.label + "\" --wait");
     if (!result.problem.empty())
         console.Error("Pair \"" + result.label + "\": " + result.problem,
                       "If the folder was removed or renamed:  vellum pair remove \"" + result.label +
@@ -53,12 +53,18 @@ bool WasIdle(const CPairResult& result) {
     return result.protocol.IsEmpty() && CodeOf(result) == ExitCode::Done;
 }
 
+CPatience PatienceOf(CConsole& console, const std::string& label, const CRunOptions& options) {
+    return {options.waitSeconds, [&console, label](const std::string& holder) {
+                console.Note("The pair \"" + label + "\" waits for another run: " + holder);
+            }};
+}
+
 void RunOne(CCommandContext& context, CPairResult& result, const CRunOptions& options) {
     CTerminalProgress progress(context.Console(), !options.inBackground);
     if (options.dryRun)
         DryRunPair(context.Session(), progress, result);
     else
-        RunPair(context.Session(), progress, result);
+        RunPair(context.Session(), progress, PatienceOf(context.Console(), result.label, options), result);
     progress.Stop();
     if (InterruptRequested()) result.outcome.cancelled = true;
     ReportProblem(context.Console(), result);

@@ -8,6 +8,7 @@
 struct CRunOptions {
     bool dryRun = false;
     bool inBackground = false;  // no line for each folder, and no word of pairs that had nothing to do
+    unsigned waitSeconds = 0;   // for a run of the same pair in another process; CPatience::kForEver
 };
 
 struct CBatchResult {

@@ -1,5 +1,6 @@
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Commands/RunPairs.h>
+#include <Programs/vellum/Sync/PairLock.h>
 #include <Programs/vellum/Sync/PairStore.h>
 
 #include <algorithm>
@@ -13,6 +14,8 @@ struct CSyncArguments {
     bool atShutdown = false;
     bool dryRun = false;
     bool extendedExit = false;
+    const CLI::Option* wait = nullptr;
+    std::string waitText;
 };
 
 std::vector<std::size_t> ChoosePairs(const std::vector<CTarnSetting>& pairs,
@@ -32,7 +35,23 @@ std::vector<std::size_t> ChoosePairs(const std::vector<CTarnSetting>& pairs,
     return chosen;
 }
 
-int Sync(CCommandContext& context, const CSyncArguments& arguments) {
+bool IsNumber(const std::string& text) {
+    return !text.empty() && text.size() <= 6 && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// The seconds behind --wait may be left out; the word that stands there is then the name of a pair.
+unsigned TakeWait(CSyncArguments& arguments) {
+    if (arguments.wait->count() == 0) return 0;
+    if (IsNumber(arguments.waitText)) return static_cast<unsigned>(std::stoul(arguments.waitText));
+    if (!arguments.waitText.empty() && arguments.waitText != "true")
+        arguments.pairs.push_back(arguments.waitText);
+    return CPatience::kForEver;
+}
+
+int Sync(CCommandContext& context, CSyncArguments arguments) {
+    CRunOptions options;
+    options.dryRun = arguments.dryRun;
+    options.waitSeconds = TakeWait(arguments);
     CProfileSession& session = context.Session();
     CConsole& console = context.Console();
     const auto pairs = CPairStore(session).Load();
@@ -41,7 +60,7 @@ int Sync(CCommandContext& context, const CSyncArguments& arguments) {
         console.Note(pairs.empty() ? "The profile has no pairs yet. Add one:  vellum pair add SOURCE TARGET"
                                    : "No pair is to be run. See:  vellum pair list");
 
-    const CBatchResult result = RunPairs(context, pairs, chosen, {arguments.dryRun, false});
+    const CBatchResult result = RunPairs(context, pairs, chosen, options);
     if (result.code == ExitCode::Cancelled)
         console.Note("Cancelled. What was carried over stays; the next run goes on from there.");
     if (!arguments.extendedExit) return Code(result.code);
@@ -63,6 +82,12 @@ void AddSyncCommand(CCommandTable& table) {
     command.add_flag("--at-start", arguments->atStart, "Only pairs that run at start")->excludes(pairs);
     command.add_flag("--at-shutdown", arguments->atShutdown, "Only pairs that run at shutdown")
         ->excludes(pairs);
+    arguments->wait =
+        command
+            .add_option("--wait", arguments->waitText,
+                        "Wait for a run of the same pair in another process (default: until it ends)")
+            ->type_name("[SECONDS]")
+            ->expected(0, 1);
     command.add_flag("--dry-run", arguments->dryRun, "Only say what would be done");
     command.add_flag("--ext-exit", arguments->extendedExit,
                      "Add 32 to the exit code if the source side was changed, 64 if the target side was");

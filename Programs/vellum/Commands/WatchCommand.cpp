@@ -4,6 +4,7 @@
 #include <Programs/vellum/Commands/RunPairs.h>
 #include <Programs/vellum/Console/Interrupt.h>
 #include <Programs/vellum/Session/Explain.h>
+#include <Programs/vellum/Sync/PairLock.h>
 #include <Programs/vellum/Sync/PairStore.h>
 #include <Tarn/Settings/PermanentSynchronization.h>
 
@@ -15,6 +16,7 @@ namespace {
 constexpr DWORD pollMs = 100;
 // Changes mostly come in groups; a run that begins at the first of them would be followed by another.
 constexpr DWORD settleMs = 300;
+const CRunOptions backgroundRun{.inBackground = true, .waitSeconds = CPatience::kForEver};
 
 struct CWatchedPair {
     explicit CWatchedPair(const CTarnSetting& setting) : watcher(setting) {}
@@ -67,7 +69,7 @@ int Watch(CCommandContext& context, const std::vector<std::string>& words) {
     context.Console().Note("Watching " + std::to_string(chosen.size()) + " pair(s); Ctrl-C ends.");
     while (!InterruptRequested()) {
         for (std::size_t i = 0; i < watched.size(); ++i)
-            if (watched[i]->changed.exchange(false)) RunPairs(context, pairs, {chosen[i]}, {false, true});
+            if (watched[i]->changed.exchange(false)) RunPairs(context, pairs, {chosen[i]}, backgroundRun);
         bool changed = false;
         while (!changed && Wait(pollMs))
             for (const auto& one : watched)
@@ -84,7 +86,7 @@ int Timer(CCommandContext& context, const std::vector<std::string>& words, unsig
     for (unsigned run = 0; times == 0 || run < times; ++run) {
         if (run > 0 && !Wait(seconds * 1000)) break;
         const auto pairs = CPairStore(context.Session()).Load();
-        last = RunPairs(context, pairs, ChooseByFlags(pairs, words, SYNC_ACTIVE), {false, true}).code;
+        last = RunPairs(context, pairs, ChooseByFlags(pairs, words, SYNC_ACTIVE), backgroundRun).code;
         if (InterruptRequested()) break;
     }
     context.Console().Note("The timer has ended.");

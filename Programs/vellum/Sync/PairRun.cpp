@@ -1,31 +1,13 @@
 #include <Programs/vellum/Sync/PairRun.h>
 
-#include <Platform/Clock.h>
-#include <Platform/Directories.h>
-#include <Platform/Machine.h>
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Console/Utf8.h>
-#include <Programs/vellum/Items/ItemReport.h>
 #include <Programs/vellum/Sync/TerminalProgress.h>
 #include <Tarn/Settings/RunDispatch.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <ostream>
 
 namespace {
-
-// A file name for a folder key, which is longer than a file name may be.
-std::string LockPath(const std::string& key) {
-    std::uint64_t hash = 0xcbf29ce484222325ull;
-    for (const char c : key)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3ull;
-    char name[32];
-    std::snprintf(name, sizeof(name), "%016llx.lock", static_cast<unsigned long long>(hash));
-    const std::string directory = JoinPath(DataDirectory(), "locks");
-    MakeDirectories(directory);
-    return JoinPath(directory, name);
-}
 
 constexpr const char* conflictAdvice =
     "  Both versions of an item in conflict stay; a copy of the earlier one lies in \"Conflicts\" of its "
@@ -95,14 +77,6 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
 
 }  // namespace
 
-bool CPairLock::TryLock(const CTarnSetting& pair, const std::string& label, std::string& holder) {
-    // Always in the same order, so that two runs never wait for each other.
-    const auto [first, second] = std::minmax(pair.m_sourceKey, pair.m_targetKey);
-    const std::string text = "process " + std::to_string(static_cast<unsigned>(ProcessId())) + ", pair \"" +
-                             label + "\", since " + ShortTime(UtcNow()) + " UTC";
-    return m_first.TryLock(LockPath(first), text, holder) && m_second.TryLock(LockPath(second), text, holder);
-}
-
 bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target) {
     const CTarnSetting& pair = result.pair;
     if (!session.OpenFolderByKey(pair.m_sourceKey, source))
@@ -112,12 +86,14 @@ bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& 
     return result.problem.empty();
 }
 
-void RunPair(CProfileSession& session, CTerminalProgress& progress, CPairResult& result) {
+void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPatience& patience,
+             CPairResult& result) {
     CPairLock lock;
-    if (!lock.TryLock(result.pair, result.label, result.busy)) {
-        if (result.busy.empty()) result.busy = "another run";
-        return;
-    }
+    std::string holder;
+    const LockAnswer answer = lock.Take(session.Name(), result.pair, patience, holder);
+    if (answer == LockAnswer::Busy) result.busy = holder;
+    if (answer == LockAnswer::Interrupted) result.outcome.cancelled = true;
+    if (answer != LockAnswer::Taken) return;
     CFolderRef source;
     CFolderRef target;
     if (!OpenPairFolders(session, result, source, target)) return;

@@ -1,8 +1,8 @@
 // Running pairs for the command line: which ones, one at a time, and what came of them.
 #pragma once
-#include <Platform/Files.h>
 #include <Programs/vellum/Console/Listing.h>
 #include <Programs/vellum/Session/ProfileSession.h>
+#include <Programs/vellum/Sync/PairLock.h>
 #include <Tarn/Engine/syncfolder.h>
 
 #include <string>
@@ -23,23 +23,13 @@ struct CPairResult {
     bool isDryRun = false;
 };
 
-// Keeps other processes away from the two folders of a pair while it lives.
-class CPairLock {
-public:
-    // False where another run holds one of the folders; `holder` tells which.
-    bool TryLock(const CTarnSetting& pair, const std::string& label, std::string& holder);
-
-private:
-    CProcessLock m_first;
-    CProcessLock m_second;
-};
-
 // Opens both folders; false with the problem told where one of them is not there.
 bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target);
 
-// Runs one pair on this thread. Failures inside the run are in the outcome, what the engine had to say
-// about them went to the installed user interface.
-void RunPair(CProfileSession& session, CTerminalProgress& progress, CPairResult& result);
+// Runs one pair on this thread, once no other process runs it. Failures inside the run are in the outcome,
+// what the engine had to say about them went to the installed user interface.
+void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPatience& patience,
+             CPairResult& result);
 
 // The word for a protocol state: "new", "changed", "deleted", "conflict", "kept".
 std::string StateWord(int state);
