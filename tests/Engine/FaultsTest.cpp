@@ -23,7 +23,7 @@ protected:
         Disk().Keep();
         EnterStores();
         ULONG n = 1;
-        for (; RunWithFault(inSource, n, forGood); ++n) {
+        for (; RunWithFault(inSource, n, forGood); n += Stride()) {
             Run();
             ExpectWholeAfter(forGood ? Trouble::Lasting : Trouble::Passing,
                              "failing call " + std::to_string(n) + " of the " +

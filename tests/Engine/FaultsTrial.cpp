@@ -4,11 +4,21 @@
 #include <Platform/Machine.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <sstream>
 
 namespace fs = std::filesystem;
+
+unsigned NumberOf(const char* variable, unsigned otherwise) {
+    const char* text = std::getenv(variable);
+    return text && *text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
+}
+
+unsigned Stride() {
+    return std::max(1u, NumberOf("VELLUM_STRIDE", 1));
+}
 
 // --- CMemoryDisk -----------------------------------------------------------------------------------
 

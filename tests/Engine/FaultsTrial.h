@@ -7,6 +7,11 @@
 #include <string>
 #include <vector>
 
+// A number of the environment, for trials that take long where every call is slow.
+unsigned NumberOf(const char* variable, unsigned otherwise);
+// Trials of every step of a run take each n-th step only: VELLUM_STRIDE, 1 if it is not set.
+unsigned Stride();
+
 // One item as a person sees it.
 struct CSeenItem {
     std::string subject;

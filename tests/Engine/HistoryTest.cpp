@@ -10,11 +10,6 @@
 namespace {
 constexpr unsigned kHistories = 500;  // of each kind and direction
 
-unsigned NumberOf(const char* variable, unsigned otherwise) {
-    const char* text = std::getenv(variable);
-    return text && *text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
-
 // The same numbers on every machine, which the distributions of the library do not promise.
 class CDice {
 public:

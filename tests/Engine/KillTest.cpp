@@ -94,7 +94,7 @@ protected:
 
     void KillAtEachSave(bool inSource, bool eager) {
         ULONG save = 1;
-        for (bool died = true; died && !HasFailure(); ++save) {
+        for (bool died = true; died && !HasFailure(); save += Stride()) {
             died = RunAndDie(inSource, save, eager);
             EnterStores();
             Run();

@@ -1,5 +1,6 @@
 // Messages: properties, saving, recipients, attachments, copying.
 #include <Platform/Clock.h>
+#include <Platform/Machine.h>
 #include <support/StoreFixture.h>
 
 #include <array>
@@ -145,14 +146,13 @@ TEST_F(StoreMessage, EveryStorableTypeComesBackAsItWas) {
 }
 
 TEST_F(StoreMessage, TextGoesInEitherWidthAndOtherTypesAreNotFound) {
-    auto message = NewMessage(left.Get(),
-                              "Gr\xC3\xBC\xC3\x9F"
-                              "e");
+    const std::wstring subject =
+        L"Gr\u00FC\u00DF"
+        L"e";
+    auto message = NewMessage(left.Get(), NarrowFromWide(subject));
     LPSPropValue value = nullptr;
     ASSERT_EQ(HrGetOneProp(message.Get(), PR_SUBJECT_W, &value), S_OK);
-    EXPECT_EQ(std::wstring(value->Value.lpszW),
-              L"Gr\u00FC\u00DF"
-              L"e");
+    EXPECT_EQ(std::wstring(value->Value.lpszW), subject);
     MAPIFreeBuffer(value);
     EXPECT_EQ(HrGetOneProp(message.Get(), CHANGE_PROP_TYPE(PR_SUBJECT, PT_LONG), &value), MAPI_E_NOT_FOUND);
     SPropTagArray one = {1, {CHANGE_PROP_TYPE(PR_SUBJECT, PT_UNSPECIFIED)}};

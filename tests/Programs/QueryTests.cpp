@@ -1,4 +1,5 @@
 // The query language on the command line.
+#include <Platform/Machine.h>
 #include <Tools/INIQuerys.h>
 
 #include <set>
@@ -61,7 +62,7 @@ TEST_F(Queries, CheckPointsAtThePlace) {
     RunDone({"query", "check", "Importance = 2"});
     ExpectRefusal({"query", "check", "Importance = 2 and (Subject = \"x\""}, 2,
                   {"Syntax error expeced ')'", "Importance = 2 and (Subject = \"x\"\n", "^"});
-    ExpectRefusal({"query", "check", "Subject = \"\xC3\xA4\" and x = 2"}, 2,
+    ExpectRefusal({"query", "check", NarrowFromWide(L"Subject = \"\u00e4\" and x = 2")}, 2,
                   {"Neither x nor 2 is a keyword", "\n" + std::string(24, ' ') + "^"});
     EXPECT_NE(Run({"query", "check", "Importance = 2 Subject = x"}).err.find("before \"Subject = x\""),
               std::string::npos);

@@ -131,6 +131,8 @@ int RunCommandLine(const std::vector<std::string>& arguments, CConsole& console)
     CLI::App app(description, "vellum");
     app.footer(footer);
     app.fallthrough();
+    // "/Home/Inbox" is a path here and no option, whatever the system.
+    app.allow_windows_style_options(false);
     app.set_version_flag("--version", "vellum 10.0");
     app.require_subcommand(1);
     AddGlobalOptions(app, options);
