@@ -1,14 +1,18 @@
 #include <MapiWrapper/HexText.h>
 
-std::string HexFromBinary(const SBinary& bin) {
+void HexInto(std::string& text, const SBinary& bin) {
     static const char digits[] = "0123456789ABCDEF";
-    std::string text;
-    if (!bin.lpb) return text;
-    text.resize(static_cast<size_t>(bin.cb) * 2);
-    for (size_t i = 0; i < bin.cb; ++i) {
-        text[2 * i] = digits[bin.lpb[i] >> 4];
-        text[2 * i + 1] = digits[bin.lpb[i] & 15];
+    text.resize(bin.lpb ? static_cast<size_t>(bin.cb) * 2 : 0);
+    char* next = text.data();
+    for (size_t i = 0; i < text.size() / 2; ++i) {
+        *next++ = digits[bin.lpb[i] >> 4];
+        *next++ = digits[bin.lpb[i] & 15];
     }
+}
+
+std::string HexFromBinary(const SBinary& bin) {
+    std::string text;
+    HexInto(text, bin);
     return text;
 }
 

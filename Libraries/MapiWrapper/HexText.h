@@ -6,6 +6,8 @@
 
 // Upper-case hexadecimal of cb bytes, two digits a byte; the empty text for a null pointer.
 std::string HexFromBinary(const SBinary& bin);
+// The same into a text that keeps its room, for those who do it for each row.
+void HexInto(std::string& text, const SBinary& bin);
 std::string HexFromBinaryStd(const SBinary& bin);
 
 // 0 to 15 for a digit in upper or lower case, -1 for anything else.

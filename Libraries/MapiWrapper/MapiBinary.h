@@ -3,6 +3,7 @@
 #include <Platform/MapiHeaders.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 // The two ways of getting memory. Alloc throws (CMAPIException or std::bad_alloc) when there is none.
@@ -69,7 +70,9 @@ using CMapiBufferBinary = CMapiBinaryOf<CMapiBufferMemory>;
 // By length first, then by content; null pointers count as no bytes.
 int CompareBinary(const SBinary& a, const SBinary& b);
 inline bool EqualBinary(const SBinary& a, const SBinary& b) {
-    return CompareBinary(a, b) == 0;
+    const ULONG cb = a.lpb ? a.cb : 0;
+    if (cb != (b.lpb ? b.cb : 0)) return false;
+    return cb == 0 || std::memcmp(a.lpb, b.lpb, cb) == 0;
 }
 
 // The form of ParseHex as a function.

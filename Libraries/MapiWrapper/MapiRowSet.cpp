@@ -2,26 +2,36 @@
 #include <MapiWrapper/MapiException.h>
 #include <MapiWrapper/MapiRowSet.h>
 
+#include <functional>
 #include <utility>
 
 namespace {
 
-// The text under which a cell stands in an index; false for a type that is not indexed.
-bool IndexText(const CMapiPropValue& cell, std::string& text) {
+// The text under which a cell stands in an index, in `room` where the cell itself does not hold it; false
+// for a type that is not indexed.
+bool IndexText(const CMapiPropValue& cell, std::string& room, std::string_view& text) {
     switch (cell.Type()) {
-        case PT_LONG:
-            text = std::to_string(cell.Long());
-            return true;
         case PT_STRING8:
-        case PT_UNICODE:
-            text = cell.Str();
+            text = cell.Get()->Value.lpszA ? std::string_view(cell.Get()->Value.lpszA) : std::string_view();
             return true;
         case PT_BINARY:
-            text = HexFromBinary(cell.Binary());
-            return true;
+            HexInto(room, cell.Binary());
+            break;
+        case PT_LONG:
+            room = std::to_string(cell.Long());
+            break;
+        case PT_UNICODE:
+            room = cell.Str();
+            break;
         default:
             return false;
     }
+    text = room;
+    return true;
+}
+
+std::uint32_t HashOf(std::string_view text) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>()(text));
 }
 
 }  // namespace
@@ -77,11 +87,32 @@ ULONG CMapiRowSet::Count() const {
     return NotNull(m_rows, "CMapiRowSet::Count")->cRows;
 }
 
-CMapiPropValue CMapiRowSet::Cell(ULONG row, ULONG column) const {
-    if (!m_rows || row >= m_rows->cRows || column >= m_rows->aRow[row].cValues)
-        return CMapiPropValue(nullptr, false);
-    SPropValue* cells = m_rows->aRow[row].lpProps;
-    return CMapiPropValue(cells ? cells + column : nullptr, false);
+// --- indexes -----------------------------------------------------------------------------------------
+
+// The slot of the text, or the free one where it belongs.
+size_t CMapiRowSet::Probe(const CColumnIndex& index, std::string_view text, std::uint32_t hash,
+                          ULONG column) const {
+    const size_t mask = index.slots.size() - 1;
+    std::string room;
+    std::string_view other;
+    for (size_t at = hash & mask;; at = (at + 1) & mask) {
+        const std::uint32_t slot = index.slots[at];
+        if (slot == 0) return at;
+        if (index.hashes[slot - 1] == hash && IndexText(Cell(slot - 1, column), room, other) && other == text)
+            return at;
+    }
+}
+
+void CMapiRowSet::Enter(CColumnIndex& index, ULONG row, std::string_view text, ULONG column) const {
+    const std::uint32_t hash = HashOf(text);
+    std::uint32_t& slot = index.slots[Probe(index, text, hash, column)];
+    index.hashes[row] = hash;
+    index.next[row] = slot;
+    slot = row + 1;
+}
+
+std::uint32_t CMapiRowSet::Head(const CColumnIndex& index, std::string_view text, ULONG column) const {
+    return index.slots[Probe(index, text, HashOf(text), column)];
 }
 
 const CMapiRowSet::CColumnIndex* CMapiRowSet::Index(ULONG column) const {
@@ -90,11 +121,16 @@ const CMapiRowSet::CColumnIndex* CMapiRowSet::Index(ULONG column) const {
     if (column >= m_columnIndexes.size()) return nullptr;
     if (!m_columnIndexes[column]) {
         auto index = std::make_unique<CColumnIndex>();
-        index->reserve(m_rows->cRows);
-        std::string text;
-        for (ULONG row = 0; row < m_rows->cRows; ++row) {
-            if (IndexText(Cell(row, column), text)) (*index)[text].push_back(row);
-        }
+        size_t slots = 16;
+        while (slots < 2 * static_cast<size_t>(m_rows->cRows))
+            slots *= 2;
+        index->slots.resize(slots);
+        index->next.resize(m_rows->cRows);
+        index->hashes.resize(m_rows->cRows);
+        std::string room;
+        std::string_view text;
+        for (ULONG row = m_rows->cRows; row-- > 0;)  // from the end, so that the first row comes to the front
+            if (IndexText(Cell(row, column), room, text)) Enter(*index, row, text, column);
         m_columnIndexes[column] = std::move(index);
     }
     return m_columnIndexes[column].get();
@@ -102,9 +138,7 @@ const CMapiRowSet::CColumnIndex* CMapiRowSet::Index(ULONG column) const {
 
 int CMapiRowSet::FindRow(ULONG column, const std::string& text) const {
     const CColumnIndex* index = Index(column);
-    if (!index) return -1;
-    const auto found = index->find(text);
-    return found == index->end() ? -1 : static_cast<int>(found->second.front());
+    return index ? static_cast<int>(Head(*index, text, column)) - 1 : -1;
 }
 
 int CMapiRowSet::FindRowBinary(ULONG column, const SBinary& bin) const {
@@ -115,8 +149,8 @@ int CMapiRowSet::FindRows(ULONG column, const std::string& text, std::vector<ULO
     out.clear();
     const CColumnIndex* index = Index(column);
     if (!index) return -1;
-    const auto found = index->find(text);
-    if (found != index->end()) out = found->second;
+    for (std::uint32_t at = Head(*index, text, column); at != 0; at = index->next[at - 1])
+        out.push_back(at - 1);
     return static_cast<int>(out.size());
 }
 

@@ -3,9 +3,10 @@
 #include <MapiWrapper/PropValue.h>
 #include <Platform/MapiHeaders.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 // Owns a row set and frees it with FreeProws. Movable, not copyable. Rows must not be changed while an
@@ -32,7 +33,12 @@ public:
     // Throws CNullAccess without a row set.
     ULONG Count() const;
     // A view that does not own; null for a row or column out of range. Never throws.
-    CMapiPropValue Cell(ULONG row, ULONG column) const;
+    CMapiPropValue Cell(ULONG row, ULONG column) const {
+        if (!m_rows || row >= m_rows->cRows || column >= m_rows->aRow[row].cValues)
+            return CMapiPropValue(nullptr, false);
+        SPropValue* cells = m_rows->aRow[row].lpProps;
+        return CMapiPropValue(cells ? cells + column : nullptr, false);
+    }
 
     // The first row whose cell has this text, or -1. The first use of a column builds its index: PT_LONG
     // in decimal, PT_STRING8, PT_UNICODE narrowed, PT_BINARY in upper-case hexadecimal; cells of other
@@ -47,8 +53,18 @@ public:
     int FindRowByBinary(ULONG column, const SBinary& bin) const;
 
 private:
-    using CColumnIndex = std::unordered_map<std::string, std::vector<ULONG>>;
+    // Numbers of rows alone, no texts: a few bytes a row. Rows of equal texts hang on one slot in
+    // ascending order.
+    struct CColumnIndex {
+        std::vector<std::uint32_t> slots;   // row + 1, or 0; a power of two, at most half full
+        std::vector<std::uint32_t> next;    // of each row, the next one of the same text + 1
+        std::vector<std::uint32_t> hashes;  // of each row's text
+    };
     const CColumnIndex* Index(ULONG column) const;
+    void Enter(CColumnIndex& index, ULONG row, std::string_view text, ULONG column) const;
+    size_t Probe(const CColumnIndex& index, std::string_view text, std::uint32_t hash, ULONG column) const;
+    // The first row of the text + 1, or 0.
+    std::uint32_t Head(const CColumnIndex& index, std::string_view text, ULONG column) const;
 
     bool m_owns = true;
     SRowSet* m_rows = nullptr;

@@ -90,14 +90,6 @@ bool CMapiPropValue::Bool() const {
     return Type() == PT_BOOLEAN && m_value->Value.b != 0;
 }
 
-FILETIME CMapiPropValue::Time() const {
-    return Type() == PT_SYSTIME ? m_value->Value.ft : FILETIME{0, 0};
-}
-
-SBinary CMapiPropValue::Binary() const {
-    return Type() == PT_BINARY ? m_value->Value.bin : SBinary{0, nullptr};
-}
-
 std::string CMapiPropValue::Str() const {
     if (Type() == PT_STRING8 && m_value->Value.lpszA) return m_value->Value.lpszA;
     if (Type() == PT_UNICODE) return WideToAnsi(m_value->Value.lpszW);

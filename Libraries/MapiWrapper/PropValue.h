@@ -19,7 +19,9 @@ public:
     CMapiPropValue(SPropValue* value, bool owns) : m_value(value), m_owns(owns) {}
     CMapiPropValue(const CMapiPropValue& other);
     CMapiPropValue(CMapiPropValue&& other) noexcept;
-    ~CMapiPropValue() { Free(); }
+    ~CMapiPropValue() {
+        if (m_owns && m_value) Free();
+    }
     CMapiPropValue& operator=(const CMapiPropValue& other);
     CMapiPropValue& operator=(CMapiPropValue&& other) noexcept;
 
@@ -36,10 +38,12 @@ public:
     ULONG Type() const { return m_value ? PROP_TYPE(m_value->ulPropTag) : PT_ERROR; }
     bool IsError() const { return Type() == PT_ERROR; }
 
-    LONG Long() const;         // PT_LONG, PT_I2 and PT_BOOLEAN, otherwise 0
-    bool Bool() const;         // PT_BOOLEAN, otherwise false
-    FILETIME Time() const;     // PT_SYSTIME, otherwise zero
-    SBinary Binary() const;    // view of PT_BINARY, otherwise {0, null}
+    LONG Long() const;  // PT_LONG, PT_I2 and PT_BOOLEAN, otherwise 0
+    bool Bool() const;  // PT_BOOLEAN, otherwise false
+    // PT_SYSTIME, otherwise zero
+    FILETIME Time() const { return Type() == PT_SYSTIME ? m_value->Value.ft : FILETIME{0, 0}; }
+    // view of PT_BINARY, otherwise {0, null}
+    SBinary Binary() const { return Type() == PT_BINARY ? m_value->Value.bin : SBinary{0, nullptr}; }
     std::string Str() const;   // PT_STRING8, or PT_UNICODE narrowed, otherwise empty
     std::string Text() const;  // any type, as ValueText
 

@@ -17,8 +17,8 @@ std::string_view IdentifierKey(const CSyncFileEntry& entry) {
 std::string_view SyncIdKey(const CSyncFileEntry& entry) {
     return entry.syncId;
 }
-size_t HashOf(std::string_view key) {
-    return std::hash<std::string_view>()(key);
+std::uint32_t HashOf(std::string_view key) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>()(key));
 }
 
 // Takes the fields off the front of the bytes. Once a field is not whole, nothing more is read.
@@ -75,36 +75,38 @@ void CSyncFileIndex::Reserve(size_t count) {
     std::vector<Slot> old(slots);
     old.swap(m_slots);
     for (const Slot& slot : old)
-        if (slot.entry) m_slots[Probe(m_keyOf(*slot.entry), slot.hash)] = slot;
+        if (slot.entry) m_slots[Probe(m_keyOf(m_entries[slot.entry - 1]), slot.hash)] = slot;
 }
 
-size_t CSyncFileIndex::Probe(std::string_view key, size_t hash) const {
+size_t CSyncFileIndex::Probe(std::string_view key, std::uint32_t hash) const {
     const size_t mask = m_slots.size() - 1;
     size_t at = hash & mask;
-    while (m_slots[at].entry && (m_slots[at].hash != hash || m_keyOf(*m_slots[at].entry) != key))
+    while (m_slots[at].entry &&
+           (m_slots[at].hash != hash || m_keyOf(m_entries[m_slots[at].entry - 1]) != key))
         at = (at + 1) & mask;
     return at;
 }
 
-bool CSyncFileIndex::Insert(CSyncFileEntry* entry) {
+bool CSyncFileIndex::Insert(size_t entry) {
     Reserve(m_count + 1);
-    const std::string_view key = m_keyOf(*entry);
-    const size_t hash = HashOf(key);
+    const std::string_view key = m_keyOf(m_entries[entry]);
+    const std::uint32_t hash = HashOf(key);
     Slot& slot = m_slots[Probe(key, hash)];
     if (slot.entry) return false;
-    slot = {entry, hash};
+    slot = {static_cast<std::uint32_t>(entry + 1), hash};
     ++m_count;
     return true;
 }
 
-CSyncFileEntry* CSyncFileIndex::Find(std::string_view key) const {
-    if (m_slots.empty()) return nullptr;
-    return m_slots[Probe(key, HashOf(key))].entry;
+size_t CSyncFileIndex::Find(std::string_view key) const {
+    if (m_slots.empty()) return None;
+    const std::uint32_t entry = m_slots[Probe(key, HashOf(key))].entry;
+    return entry ? entry - 1 : None;
 }
 
 // --- CSyncFileMap ----------------------------------------------------------------------------------
 
-CSyncFileMap::CSyncFileMap() : m_byIdentifier(IdentifierKey), m_bySyncId(SyncIdKey) {}
+CSyncFileMap::CSyncFileMap() : m_byIdentifier(m_entries, IdentifierKey), m_bySyncId(m_entries, SyncIdKey) {}
 
 std::string_view CSyncFileMap::KeyOf(std::string_view identifier) {
     return identifier.size() > UnstableDigits ? identifier.substr(UnstableDigits) : std::string_view();
@@ -113,18 +115,46 @@ std::string_view CSyncFileMap::KeyOf(std::string_view identifier) {
 void CSyncFileMap::Clear() {
     m_byIdentifier.Clear();
     m_bySyncId.Clear();
-    m_indexed = 0;
-    m_entries.clear();
+    m_identifiersIndexed = m_syncIdsIndexed = 0;
+    m_expected = 0;
+    m_inSequence = true;
+    m_entries = {};
     m_copies.clear();
-    m_bytes.clear();
+    m_bytes = {};
+}
+
+void CSyncFileMap::IndexIdentifiers() {
+    m_byIdentifier.Reserve(m_entries.size());
+    for (; m_identifiersIndexed < m_entries.size(); ++m_identifiersIndexed)
+        m_byIdentifier.Insert(m_identifiersIndexed);
+}
+
+size_t CSyncFileMap::Count() {
+    IndexIdentifiers();
+    return m_byIdentifier.Count();
+}
+
+// The next entry may be taken without a look at the index where no earlier one can have the same key:
+// where all keys are known to differ, or where all earlier entries were found one after the other (nobody
+// asks for one key twice in a walk).
+CSyncFileEntry* CSyncFileMap::FindByKey(std::string_view key) {
+    const bool distinct = m_inSequence || m_byIdentifier.Count() == m_entries.size();
+    if (distinct && m_expected < m_entries.size() && IdentifierKey(m_entries[m_expected]) == key)
+        return &m_entries[m_expected++];
+    m_inSequence = false;
+    IndexIdentifiers();
+    const size_t found = m_byIdentifier.Find(key);
+    if (found == CSyncFileIndex::None) return nullptr;
+    m_expected = found + 1;
+    return &m_entries[found];
 }
 
 CSyncFileEntry* CSyncFileMap::FindByIdentifier(std::string_view identifier) {
-    return m_byIdentifier.Find(KeyOf(identifier));
+    return FindByKey(KeyOf(identifier));
 }
 
 CSyncFileEntry* CSyncFileMap::FindByEntryId(const SBinary& entryId) {
-    if (!entryId.lpb || entryId.cb <= cbUnstable) return m_byIdentifier.Find({});
+    if (!entryId.lpb || entryId.cb <= cbUnstable) return FindByKey({});
     // Only the end of the identifier counts, and for the stores at hand it is a few bytes long.
     static constexpr char Digits[] = "0123456789ABCDEF";
     char key[256];
@@ -135,15 +165,16 @@ CSyncFileEntry* CSyncFileMap::FindByEntryId(const SBinary& entryId) {
         key[2 * i] = Digits[value >> 4];
         key[2 * i + 1] = Digits[value & 15];
     }
-    return m_byIdentifier.Find({key, 2 * cbKey});
+    return FindByKey({key, 2 * cbKey});
 }
 
 CSyncFileEntry* CSyncFileMap::FindBySyncId(std::string_view syncId) {
     if (syncId.empty()) return nullptr;
     m_bySyncId.Reserve(m_entries.size());
-    for (; m_indexed < m_entries.size(); ++m_indexed)
-        if (!m_entries[m_indexed].syncId.empty()) m_bySyncId.Insert(&m_entries[m_indexed]);
-    return m_bySyncId.Find(syncId);
+    for (; m_syncIdsIndexed < m_entries.size(); ++m_syncIdsIndexed)
+        if (!m_entries[m_syncIdsIndexed].syncId.empty()) m_bySyncId.Insert(m_syncIdsIndexed);
+    const size_t found = m_bySyncId.Find(syncId);
+    return found == CSyncFileIndex::None ? nullptr : &m_entries[found];
 }
 
 CSyncFileEntry& CSyncFileMap::Add(std::string_view identifier, const FILETIME& time, std::string_view syncId,
@@ -154,11 +185,12 @@ CSyncFileEntry& CSyncFileMap::Add(std::string_view identifier, const FILETIME& t
     entry.name = m_copies.emplace_back(name);
     entry.time = time;
     m_entries.push_back(entry);
-    m_byIdentifier.Insert(&m_entries.back());
     return m_entries.back();
 }
 
 void CSyncFileMap::SetSeen(LONG seen) {
+    m_expected = 0;
+    m_inSequence = true;
     for (CSyncFileEntry& entry : m_entries)
         entry.seen = seen;
 }
@@ -173,9 +205,10 @@ std::vector<CSyncFileEntry*> CSyncFileMap::UnseenInKeyOrder() {
 
 std::vector<CSyncFileEntry*> CSyncFileMap::Ordered(bool unseenOnly) {
     std::vector<CSyncFileEntry*> ordered;
-    for (CSyncFileEntry& entry : m_entries) {
-        if (unseenOnly && entry.seen == 1) continue;
-        if (m_byIdentifier.Find(IdentifierKey(entry)) == &entry) ordered.push_back(&entry);
+    for (size_t i = 0; i < m_entries.size(); ++i) {
+        if (unseenOnly && m_entries[i].seen == 1) continue;
+        IndexIdentifiers();
+        if (m_byIdentifier.Find(IdentifierKey(m_entries[i])) == i) ordered.push_back(&m_entries[i]);
     }
     std::sort(ordered.begin(), ordered.end(), [](const CSyncFileEntry* a, const CSyncFileEntry* b) {
         return IdentifierKey(*a) < IdentifierKey(*b);
@@ -189,13 +222,11 @@ bool CSyncFileMap::Parse(std::string bytes, std::uint32_t& announced) {
     m_bytes = std::move(bytes);
     CFieldReader reader(m_bytes);
     if (!reader.Number(announced)) return false;
-    const size_t possible = std::min<size_t>(announced, reader.Left() / cbSmallestEntry);
-    m_byIdentifier.Reserve(possible);
+    m_entries.reserve(std::min<size_t>(announced, reader.Left() / cbSmallestEntry));
     for (std::uint32_t i = 0; i < announced; ++i) {
         CSyncFileEntry entry;
         if (!reader.Entry(entry)) return false;
         m_entries.push_back(entry);
-        m_byIdentifier.Insert(&m_entries.back());
     }
     return true;
 }

@@ -272,7 +272,7 @@ HRESULT CSyncFolder::ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap
     std::uint32_t announced = 0;
     const bool whole = syncData.Parse(std::move(bytes), announced);
     ServerTraceWrite(m_traceFile, "Reading %d elements\n", static_cast<int>(announced));
-    ServerTraceWrite(m_traceFile, "%d Elements read\n", static_cast<int>(syncData.Count()));
+    if (IsTracing()) ServerTraceWrite(m_traceFile, "%d Elements read\n", static_cast<int>(syncData.Count()));
     if (hr < 0) return hr;
     return whole ? S_OK : MAPI_E_CORRUPT_DATA;
 }
@@ -302,16 +302,28 @@ enum FileColumn : ULONG {
     FILE_SEARCH_KEY,
 };
 
-void WriteEntry(CSyncFileWriter& writer, const CMapiRowSet& rows, ULONG row, ULONG syncIdTag) {
-    const CMapiPropValue longTerm = rows.Cell(row, FILE_LONGTERM_ENTRYID);
-    const CMapiPropValue identifier = longTerm.Type() == PT_BINARY ? longTerm : rows.Cell(row, FILE_ENTRYID);
-    const CMapiPropValue syncId = rows.Cell(row, FILE_SYNC_ID);
-    const CMapiPropValue subject = rows.Cell(row, FILE_SUBJECT);
-    const CMapiPropValue name = subject.IsError() ? rows.Cell(row, FILE_DISPLAY_NAME) : subject;
-    writer.Add(
-        HexFromBinary(identifier.Binary()), rows.Cell(row, FILE_MODIFIED).Time(),
-        syncId.Tag() == syncIdTag ? syncId.Str() : HexFromBinary(rows.Cell(row, FILE_SEARCH_KEY).Binary()),
-        name.Type() == PT_STRING8 ? name.Str() : std::string());
+std::string_view TextOf(const CMapiPropValue& value) {
+    if (value.Type() != PT_STRING8 || !value.Get()->Value.lpszA) return {};
+    return value.Get()->Value.lpszA;
+}
+
+std::string FileBytes(const CMapiRowSet& rows, ULONG syncIdTag) {
+    constexpr size_t cbUsualEntry = 160;
+    CSyncFileWriter writer(rows.Count());
+    writer.Reserve(rows.Count() * cbUsualEntry);
+    std::string identifier, searchKey;
+    for (ULONG row = 0; row < rows.Count(); ++row) {
+        const CMapiPropValue longTerm = rows.Cell(row, FILE_LONGTERM_ENTRYID);
+        HexInto(identifier,
+                (longTerm.Type() == PT_BINARY ? longTerm : rows.Cell(row, FILE_ENTRYID)).Binary());
+        const CMapiPropValue syncId = rows.Cell(row, FILE_SYNC_ID);
+        const bool linked = syncId.Tag() == syncIdTag;
+        if (!linked) HexInto(searchKey, rows.Cell(row, FILE_SEARCH_KEY).Binary());
+        const CMapiPropValue subject = rows.Cell(row, FILE_SUBJECT);
+        writer.Add(identifier, rows.Cell(row, FILE_MODIFIED).Time(), linked ? TextOf(syncId) : searchKey,
+                   TextOf(subject.IsError() ? rows.Cell(row, FILE_DISPLAY_NAME) : subject));
+    }
+    return writer.TakeBytes();
 }
 
 void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
@@ -385,21 +397,19 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     if (!attachment) throw CMAPIException(MAPI_E_NOT_FOUND, "CSyncFolder::WriteSyncFile", nullptr);
     attachment.SetStrProp(PR_ATTACH_FILENAME_A, SyncFileName);
     MARK_POSITION();
-    const CMapiRowSet rows = QueryFileRows(folder);
-    const ULONG syncIdTag = TagsOf(folder.RawProp()).larchId;
-    CSyncFileWriter writer(rows.Count());
-    for (ULONG row = 0; row < rows.Count(); ++row)
-        WriteEntry(writer, rows, row, syncIdTag);
+    CMapiRowSet rows = QueryFileRows(folder);
+    const std::string bytes = FileBytes(rows, TagsOf(folder.RawProp()).larchId);
     MARK_POSITION();
     if (rows.Count() > 0)
         message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),
                         rows.Cell(0, FILE_MODIFIED).Time());
+    rows.Free();
     if (!m_pairKey.empty())
         message.SetProp(
             TagsOf(message.RawProp()).pairKey,
             SBinary{static_cast<ULONG>(m_pairKey.size()), reinterpret_cast<BYTE*>(m_pairKey.data())});
     message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
-    WriteStream(attachment, writer.Bytes());
+    WriteStream(attachment, bytes);
     MARK_POSITION();
     attachment.SaveChanges(0);
     message.SaveChanges(FORCE_SAVE);
