@@ -23,7 +23,10 @@ protected:
     void WriteBack() override {
         const auto id = static_cast<PropId>(PROP_ID(m_tag));
         m_object.RequireWritable();
-        m_object.ChangeNow([&] { m_object.SetStored(id, StoredTypeOf(PROP_TYPE(m_tag)), StoredBytes()); });
+        const bool binary = PROP_TYPE(m_tag) == PT_BINARY;
+        const std::string text = binary ? std::string() : StoredText();
+        m_object.ChangeNow(
+            [&] { m_object.SetStored(id, StoredTypeOf(PROP_TYPE(m_tag)), binary ? m_bytes : text); });
     }
 
 private:
@@ -32,8 +35,7 @@ private:
         WriteBack();
         return S_OK;
     }
-    std::string StoredBytes() const {
-        if (PROP_TYPE(m_tag) == PT_BINARY) return m_bytes;
+    std::string StoredText() const {
         std::string text = PROP_TYPE(m_tag) == PT_UNICODE ? Utf8FromUtf16Bytes(m_bytes) : m_bytes;
         if (!text.empty() && text.back() == 0) text.pop_back();
         if (PROP_TYPE(m_tag) == PT_UNICODE || text.find('\0') != std::string::npos) return text;
@@ -48,10 +50,13 @@ private:
 
 namespace {
 
-// The bytes of a stream on what is stored, for the width of the tag.
-std::string StreamBytes(const CStoredValue& value, ULONG type) {
+// The bytes of a stream on what is stored, for the width of the tag. `buffer` is what FindWhole filled;
+// where the value is all of it, it becomes the stream's.
+std::string StreamBytes(const CStoredValue& value, ULONG type, std::string& buffer) {
     if (type == PT_UNICODE) return Utf16BytesFromUtf8(value.Bytes());
     if (type == PT_STRING8) return NarrowFromUtf8(value.Bytes());
+    if (value.Bytes().data() == buffer.data() && value.Bytes().size() == buffer.size())
+        return std::move(buffer);
     return std::string(value.Bytes());
 }
 
@@ -77,7 +82,7 @@ IStream* OpenPropStream(CPropObject& object, ULONG tag, ULONG options, ULONG fla
     Require(fits || (flags & MAPI_CREATE), MAPI_E_NOT_FOUND);
     const bool discard = (flags & MAPI_CREATE) || (modify && (options & STGM_CREATE));
     auto stream = CRef<CPropStream>::Take(
-        new CPropStream(object, tag, discard ? std::string() : StreamBytes(value, type), modify));
+        new CPropStream(object, tag, discard ? std::string() : StreamBytes(value, type, buffer), modify));
     if (discard) stream->MarkDirty();
     if (flags & STREAM_APPEND) stream->GoToEnd();
     return stream.Detach();

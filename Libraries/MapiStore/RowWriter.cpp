@@ -3,6 +3,20 @@
 #include "PropertyCodec.h"
 #include "StoreError.h"
 
+namespace {
+
+// True for the short texts and binaries that most cells are: their bytes go in as they are stored.
+bool IsPlain(const CStoredValue& value, PropType given) {
+    if (given == PT_BINARY) return value.Bytes().size() <= kCellBytes;
+#ifdef _WIN32
+    return false;  // stored text is in another code page
+#else
+    return given == PT_STRING8 && value.Bytes().size() <= kCellCharacters;
+#endif
+}
+
+}  // namespace
+
 CRowWriter::CRowWriter(const std::vector<ULONG>& columns, bool unicode)
     : m_columns(columns), m_unicode(unicode), m_cells(columns.size()) {}
 
@@ -14,14 +28,38 @@ void CRowWriter::Find(const IRow& row, std::uint64_t key, ULONG tag, Cell& cell)
         cell.there = true;
     }
     if (!cell.there) return;
-    const auto given = GivenType(cell.value.Type(), PROP_TYPE(tag), m_unicode);
-    cell.there = given.has_value();
-    if (!given) return;
-    cell.given = *given;
+    if (cell.value.Type() == PROP_TYPE(tag)) {
+        cell.given = cell.value.Type();
+    } else {
+        const auto given = GivenType(cell.value.Type(), PROP_TYPE(tag), m_unicode);
+        cell.there = given.has_value();
+        if (!given) return;
+        cell.given = *given;
+    }
     if (cell.value.IsLarge()) {
         cell.there = row.LoadLarge(id, cell.loaded);
         cell.value.View(id, cell.value.Type(), cell.loaded);
     }
+    if (!cell.there) return;
+    cell.plain = IsPlain(cell.value, cell.given);
+    const std::size_t cbPlain = cell.value.Bytes().size() + (cell.given == PT_STRING8);
+    cell.room = cell.plain ? (cbPlain + 7) & ~std::size_t(7) : RoomFor(cell.value, cell.given, true);
+}
+
+void CRowWriter::Give(const Cell& cell, ULONG tag, SPropValue& out, char*& next) {
+    tag = CHANGE_PROP_TYPE(tag, cell.given);
+    if (!cell.plain) return GiveValue(cell.value, tag, true, out, next);
+    const std::string_view bytes = cell.value.Bytes();
+    out.ulPropTag = tag;
+    out.dwAlignPad = 0;
+    out.Value.bin = {static_cast<ULONG>(bytes.size()), reinterpret_cast<BYTE*>(next)};
+    if (!bytes.empty()) std::memcpy(next, bytes.data(), bytes.size());
+    if (cell.given == PT_STRING8) {
+        next[bytes.size()] = 0;
+        out.Value.bin = {0, nullptr};
+        out.Value.lpszA = next;
+    }
+    next += cell.room;
 }
 
 SRow CRowWriter::Write(const IRow& row, std::uint64_t key, CRootArena& arena) {
@@ -29,7 +67,7 @@ SRow CRowWriter::Write(const IRow& row, std::uint64_t key, CRootArena& arena) {
     std::size_t room = 0;
     for (std::size_t i = 0; i < count; ++i) {
         Find(row, key, m_columns[i], m_cells[i]);
-        if (m_cells[i].there) room += RoomFor(m_cells[i].value, m_cells[i].given, true);
+        if (m_cells[i].there) room += m_cells[i].room;
     }
     void* block = nullptr;
     Require(SUCCEEDED(arena.Allocate(count * sizeof(SPropValue) + room, &block)), MAPI_E_NOT_ENOUGH_MEMORY);
@@ -39,7 +77,7 @@ SRow CRowWriter::Write(const IRow& row, std::uint64_t key, CRootArena& arena) {
         for (std::size_t i = 0; i < count; ++i) {
             const ULONG tag = m_columns[i];
             if (m_cells[i].there) {
-                GiveValue(m_cells[i].value, CHANGE_PROP_TYPE(tag, m_cells[i].given), true, cells[i], next);
+                Give(m_cells[i], tag, cells[i], next);
             } else {
                 GiveError(tag, MAPI_E_NOT_FOUND, cells[i]);
                 if (PROP_TYPE(tag) == PT_NULL) cells[i].ulPropTag = tag;

@@ -23,10 +23,13 @@ private:
     struct Cell {
         CStoredValue value;
         std::string loaded;
+        std::size_t room = 0;
         PropType given = 0;
         bool there = false;
+        bool plain = false;  // its bytes go in as they are stored
     };
     void Find(const IRow& row, std::uint64_t key, ULONG tag, Cell& cell) const;
+    static void Give(const Cell& cell, ULONG tag, SPropValue& out, char*& next);
 
     const std::vector<ULONG> m_columns;
     const bool m_unicode;

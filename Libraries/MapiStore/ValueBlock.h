@@ -77,9 +77,11 @@ public:
     }
 
 private:
+    friend class CValueBlock;
     PropId m_id = 0;
     PropType m_type = 0;
     bool m_large = false;
+    std::uint32_t m_place = 0;  // where a block was searched last
     std::size_t m_size = 0;
     std::string_view m_bytes;
     char m_local[40];
@@ -94,14 +96,24 @@ public:
     explicit CValueBlock(std::string_view bytes);
 
     std::size_t Count() const { return m_count; }
-    PropId IdAt(std::size_t i) const;
+    PropId IdAt(std::size_t i) const { return static_cast<PropId>(EntryAt(i)); }
     void At(std::size_t i, CStoredValue& value) const;
-    // Binary search. False leaves `value` as it was.
+    // Binary search; false leaves the contents of `value` as they were. Looks first where the same
+    // `value` was found last: the rows of a folder are much alike.
     bool Find(PropId id, CStoredValue& value) const;
 
 private:
+    // u16 ID, u16 type, u32 end as one number.
+    std::uint64_t EntryAt(std::size_t i) const {
+        std::uint64_t entry;
+        std::memcpy(&entry, m_index + i * sizeof entry, sizeof entry);
+        return entry;
+    }
+    std::uint32_t EndAt(std::size_t i) const { return static_cast<std::uint32_t>(EntryAt(i) >> 32); }
+    bool IsLowerBound(std::size_t i, PropId id) const {
+        return i <= m_count && (i == m_count || IdAt(i) >= id) && (i == 0 || IdAt(i - 1) < id);
+    }
     std::size_t LowerBound(PropId id) const;
-    std::uint32_t EndAt(std::size_t i) const;
 
     const char* m_index = nullptr;
     const char* m_values = nullptr;

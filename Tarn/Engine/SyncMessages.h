@@ -59,5 +59,7 @@ public:
 
 private:
     std::vector<std::unique_ptr<CSyncMessage>> m_messages;
-    std::unordered_map<std::string, CSyncMessage*> m_bySyncId;
+    // Of the first m_indexed messages. Most lists are never searched.
+    mutable std::unordered_map<std::string, CSyncMessage*> m_bySyncId;
+    mutable size_t m_indexed = 0;
 };

@@ -1,7 +1,7 @@
 // The list of what a run did to which item, for the person who started it.
 #pragma once
+#include <deque>
 #include <string>
-#include <vector>
 
 struct CSyncProtocolEntry {
     std::string m_destination;  // display name of the folder that the change goes to
@@ -29,5 +29,5 @@ public:
     auto end() const { return m_entries.end(); }
 
 private:
-    std::vector<CSyncProtocolEntry> m_entries;
+    std::deque<CSyncProtocolEntry> m_entries;
 };

@@ -419,6 +419,7 @@ void CSyncRun::KeepConflictLosers() {
 
 void CSyncRun::CopyBothWays() {
     Status("copying");
+    ForgetMemories();
     const auto copy = [&](Side& from, Side& to, CSyncFileMap& data, bool toSource) {
         Guarded(m_engine.m_outcome, "Error in CopyModifiedElements", "Vellum", [&] {
             m_engine.m_copyToSource = toSource;
@@ -433,6 +434,19 @@ void CSyncRun::CopyBothWays() {
     copy(m_target, m_source, m_engine.m_sourceData, true);
 }
 
+// What is behind a run is let go before the next phase makes up its own: together they would take twice
+// the room.
+void CSyncRun::ForgetMemories() {
+    m_engine.m_sourceData.Clear();
+    m_engine.m_targetData.Clear();
+}
+
+void CSyncRun::ForgetRows() {
+    DropChanges();
+    m_source.rows.Free();
+    m_target.rows.Free();
+}
+
 void CSyncRun::WriteState() {
     Status("writing files");
     if (HasChanges()) {
@@ -440,6 +454,7 @@ void CSyncRun::WriteState() {
             // A sync file must not tell of items that a failing disk has not taken.
             THROW_ON_FAILURE(m_target.batch.Flush());
             THROW_ON_FAILURE(m_source.batch.Flush());
+            ForgetRows();
             m_engine.WriteSyncFiles(m_source.folder, m_target.folder, true, true);
         });
     }

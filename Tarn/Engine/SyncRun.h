@@ -50,6 +50,8 @@ private:
     void TraceChanges();
     void KeepConflictLosers();
     void CopyBothWays();
+    void ForgetMemories();
+    void ForgetRows();
     void WriteState();
 
     void Status(const std::string& text);
