@@ -45,6 +45,8 @@ public:
     void DeleteMessages(ObjectId, bool) override {}
     void ScanMessages(ObjectId, bool,
                       const std::function<bool(const MessageHead&, std::string_view)>&) override {}
+    void ScanMessageBlocks(ObjectId, bool,
+                           const std::function<bool(const MessageHead&, std::string_view)>&) override {}
     void ScanMessageHeads(ObjectId, bool, const std::function<bool(const MessageHead&)>&) override {}
     std::uint64_t CountMessages(ObjectId, bool) override { return 0; }
     std::uint64_t CountUnread(ObjectId) override { return 0; }

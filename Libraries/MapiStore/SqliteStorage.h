@@ -52,6 +52,8 @@ public:
     void DeleteMessages(ObjectId folder, bool associated) override;
     void ScanMessages(ObjectId folder, bool associated,
                       const std::function<bool(const MessageHead&, std::string_view)>& each) override;
+    void ScanMessageBlocks(ObjectId folder, bool associated,
+                           const std::function<bool(const MessageHead&, std::string_view)>& each) override;
     void ScanMessageHeads(ObjectId folder, bool associated,
                           const std::function<bool(const MessageHead&)>& each) override;
     std::uint64_t CountMessages(ObjectId folder, bool associated) override;

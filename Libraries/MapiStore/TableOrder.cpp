@@ -68,7 +68,8 @@ RowNeeds NeedsOf(const CRestriction* restriction, const std::vector<SortColumn>&
 }
 
 void CTableOrder::Load(ITableSource& source, const CRestriction* restriction,
-                       const std::vector<SortColumn>& sort, const OnRow& onRow) {
+                       const std::vector<SortColumn>& sort, const OnRow& onRow,
+                       const std::vector<PropId>& onRowIds) {
     m_loaded = false;
     m_keys.clear();
     m_byKey.clear();
@@ -76,7 +77,7 @@ void CTableOrder::Load(ITableSource& source, const CRestriction* restriction,
     m_version = source.Version();
     std::vector<PropId> ids;
     RowNeeds needs = NeedsOf(restriction, sort, ids);
-    if (onRow) needs.ids = nullptr;
+    ids.insert(ids.end(), onRowIds.begin(), onRowIds.end());
     needs.keysOnly = !onRow && !restriction && sort.empty();
     CSorter sorter;
     source.Scan(needs, [&](RowKey key, const IRow& row) {

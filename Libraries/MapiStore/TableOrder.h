@@ -6,11 +6,12 @@
 class CTableOrder {
 public:
     // Reads the keys anew. `onRow`, if given, sees each row that is shown, in the order of the scan, so
-    // that one pass over the storage can do both; row n of the new order then is the row number
-    // Permutation()[n] of those seen (without a sort the two are the same and Permutation is empty).
+    // that one pass over the storage can do both; it looks at `onRowIds` alone. Row n of the new order then
+    // is the row number Permutation()[n] of those seen (without a sort the two are the same and Permutation
+    // is empty).
     using OnRow = std::function<void(RowKey, const IRow&)>;
     void Load(ITableSource& source, const CRestriction* restriction, const std::vector<SortColumn>& sort,
-              const OnRow& onRow = nullptr);
+              const OnRow& onRow = nullptr, const std::vector<PropId>& onRowIds = {});
     void Forget() { m_loaded = false; }
     bool IsLoaded() const { return m_loaded; }
     // False when the source has changed since.
