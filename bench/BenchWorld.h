@@ -1,4 +1,4 @@
-// A pair of folders in two stores with items as real ones are: about 1.5 KB in thirty properties.
+// A pair of folders in two stores with items as real ones are (BenchItems.h).
 #pragma once
 #include <Tarn/Engine/syncfolder.h>
 #include <support/StoreFixture.h>
@@ -23,7 +23,6 @@ public:
 
 private:
     static unsigned CountOf(IMAPIFolder* folder);
-    void Fill(int count);
 
     TestProfile m_profile;
     TestRef<IMAPISession> m_session;

@@ -161,3 +161,20 @@ double CSqliteBaseline::Scan() {
     if (ReadKeys(from.get()) != ReadKeys(to.get())) throw std::runtime_error("the two files differ");
     return SecondsSince(start);
 }
+
+double CSqliteBaseline::ScanFolder() {
+    const auto start = Clock::now();
+    const Database from = Open(m_source);
+    const Statement st = Prepared(from.get(), "SELECT key, time, subject FROM item ORDER BY id");
+    std::vector<BaselineItem> items;
+    while (sqlite3_step(st.get()) == SQLITE_ROW) {
+        const auto text = [&](int column) {
+            return std::string(static_cast<const char*>(sqlite3_column_blob(st.get(), column)),
+                               static_cast<size_t>(sqlite3_column_bytes(st.get(), column)));
+        };
+        items.push_back(
+            {text(0), text(2), {}, static_cast<std::uint64_t>(sqlite3_column_int64(st.get(), 1))});
+    }
+    if (items.empty()) throw std::runtime_error("nothing was scanned");
+    return SecondsSince(start);
+}

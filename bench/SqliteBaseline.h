@@ -29,6 +29,9 @@ public:
     // Reads key and time of all items of both files and compares them. Returns seconds.
     double Scan();
 
+    // Reads key, time and subject of all items of the first file. Returns seconds.
+    double ScanFolder();
+
 private:
     std::string m_source;
     std::string m_target;

@@ -1,4 +1,5 @@
-// What a run costs, in units of two plain SQLite programs over the same amount of data.
+// What a run costs, and a question to a folder, in units of plain SQLite programs over the same amount of
+// data.
 //
 //   vellum-bench [--json] [--rounds N] [COUNT...]
 //
@@ -8,6 +9,7 @@
 // All data is made before anything is measured and deleted after everything was, because deleting masses
 // of pages slows the file system for minutes.
 #include "BenchWorld.h"
+#include "QueryWorld.h"
 #include "SqliteBaseline.h"
 
 #include <Platform/Machine.h>
@@ -28,7 +30,7 @@ namespace {
 
 struct Case {
     const char* name;
-    const char* unit;  // "copy" or "scan"
+    const char* unit;  // "copy", "scan" (of both folders) or "folder" (the scan of one)
     double aim;        // in units
     double seconds = 0;
     double baseline = 0;
@@ -38,6 +40,7 @@ struct Case {
 struct Size {
     int count;
     std::unique_ptr<CBenchWorld> world;
+    std::unique_ptr<CQueryWorld> questions;
     std::unique_ptr<CSqliteBaseline> baseline;
     std::vector<Case> cases;
 };
@@ -59,7 +62,7 @@ void ForgetPeak() {
 }
 
 Size Prepare(int count, const std::string& directory) {
-    Size size{count, std::make_unique<CBenchWorld>(count), nullptr, {}};
+    Size size{count, std::make_unique<CBenchWorld>(count), std::make_unique<CQueryWorld>(count), nullptr, {}};
     const std::string own = directory + "/" + std::to_string(count);
     std::filesystem::create_directories(own);
     size.baseline = std::make_unique<CSqliteBaseline>(own);
@@ -103,12 +106,21 @@ void Measure(Size& size, int rounds) {
         throw std::runtime_error("the folders do not hold what they should");
 }
 
+void MeasureQuestions(Size& size, int rounds) {
+    const double folder = Fastest(5, [&] { return size.baseline->ScanFolder(); });
+    for (const CQueryWorld::Query& query : size.questions->Queries()) {
+        ForgetPeak();
+        const double seconds = Fastest(query.isFirst ? 1 : rounds, query.run);
+        size.cases.push_back({query.name, "folder", query.aim, seconds, folder, PeakMegabytes()});
+    }
+}
+
 void PrintText(const std::vector<Size>& sizes) {
-    std::printf("%8s  %-24s %10s %10s %10s %4s %8s\n", "items", "case", "seconds", "baseline", "ratio", "aim",
+    std::printf("%8s  %-24s %10s %10s %12s %4s %8s\n", "items", "case", "seconds", "baseline", "ratio", "aim",
                 "peak MB");
     for (const Size& size : sizes)
         for (const Case& c : size.cases)
-            std::printf("%8d  %-24s %10.4f %10.4f %5.2f %s %4.0f %8.0f\n", size.count, c.name, c.seconds,
+            std::printf("%8d  %-24s %10.4f %10.4f %5.2f %-6s %4.3g %8.0f\n", size.count, c.name, c.seconds,
                         c.baseline, c.seconds / c.baseline, c.unit, c.aim, c.peakMegabytes);
 }
 
@@ -133,6 +145,8 @@ int Run(const std::vector<int>& counts, bool json, int rounds, const std::string
         sizes.push_back(Prepare(count, directory));
     for (Size& size : sizes)
         Measure(size, rounds);
+    for (Size& size : sizes)
+        MeasureQuestions(size, rounds);
     json ? PrintJson(sizes) : PrintText(sizes);
     return 0;
 }

@@ -242,80 +242,86 @@ Constant ConstantOf(ULONG tag, const SPropValue* value) {
     return constant;
 }
 
+// A node and what can be told of the rows that it matches.
+struct Built {
+    NodePtr node;
+    RestrictionBounds bounds;
+};
+
 }  // namespace
 
 class CRestriction::CBuilder {
 public:
     explicit CBuilder(CRestriction& owner) : m_owner(owner) {}
 
-    // `bounding`: every matching row of the whole restriction also matches this node.
-    NodePtr Build(const SRestriction& r, unsigned depth, bool bounding) {
+    Built Build(const SRestriction& r, unsigned depth) {
         Require(depth < kMaxDepth, MAPI_E_TOO_COMPLEX);
         switch (r.rt) {
             case RES_AND:
-                return Group(r.res.resAnd.cRes, r.res.resAnd.lpRes, true, depth, bounding);
+                return Group(r.res.resAnd.cRes, r.res.resAnd.lpRes, true, depth);
             case RES_OR:
-                return Group(r.res.resOr.cRes, r.res.resOr.lpRes, false, depth, false);
+                return Group(r.res.resOr.cRes, r.res.resOr.lpRes, false, depth);
             case RES_NOT:
                 Require(r.res.resNot.lpRes != nullptr, MAPI_E_INVALID_PARAMETER);
-                return std::make_unique<CNot>(Build(*r.res.resNot.lpRes, depth + 1, false));
+                return {std::make_unique<CNot>(Build(*r.res.resNot.lpRes, depth + 1).node), {}};
             case RES_CONTENT:
-                return Content(r.res.resContent, bounding);
+                return Content(r.res.resContent);
             case RES_PROPERTY:
-                return Relation(r.res.resProperty, bounding);
+                return Relation(r.res.resProperty);
             case RES_COMPAREPROPS:
-                return CompareProps(r.res.resCompareProps);
+                return {CompareProps(r.res.resCompareProps), {}};
             case RES_BITMASK:
-                return BitMask(r.res.resBitMask);
+                return {BitMask(r.res.resBitMask), {}};
             case RES_SIZE:
-                return Size(r.res.resSize);
+                return {Size(r.res.resSize), {}};
             case RES_EXIST:
-                return Exist(r.res.resExist);
+                return {Exist(r.res.resExist), {}};
             case RES_SUBRESTRICTION:
-                return SubRows(r.res.resSub, depth);
+                return {SubRows(r.res.resSub, depth), {}};
             case RES_COMMENT:
-                if (!r.res.resComment.lpRes) return std::make_unique<CGroup>(std::vector<NodePtr>(), true);
-                return Build(*r.res.resComment.lpRes, depth + 1, bounding);
+                if (!r.res.resComment.lpRes) return Group(0, nullptr, true, depth);
+                return Build(*r.res.resComment.lpRes, depth + 1);
             default:
                 throw CStoreError(MAPI_E_TOO_COMPLEX);
         }
     }
 
 private:
-    NodePtr Group(ULONG count, const SRestriction* list, bool all, unsigned depth, bool bounding) {
+    Built Group(ULONG count, const SRestriction* list, bool all, unsigned depth) {
         Require(list || count == 0, MAPI_E_INVALID_PARAMETER);
         std::vector<NodePtr> children;
-        for (ULONG i = 0; i < count; ++i)
-            children.push_back(Build(list[i], depth + 1, bounding));
-        return std::make_unique<CGroup>(std::move(children), all);
+        std::vector<RestrictionBounds> bounds;
+        for (ULONG i = 0; i < count; ++i) {
+            Built child = Build(list[i], depth + 1);
+            children.push_back(std::move(child.node));
+            bounds.push_back(std::move(child.bounds));
+        }
+        return {std::make_unique<CGroup>(std::move(children), all),
+                all ? BoundsOfAll(std::move(bounds)) : BoundsOfAny(std::move(bounds))};
     }
 
-    NodePtr Content(const SContentRestriction& r, bool bounding) {
+    static Built Content(const SContentRestriction& r) {
         const ULONG how = r.ulFuzzyLevel & 0xFFFF;
         constexpr ULONG known = FL_IGNORECASE | FL_IGNORENONSPACE | FL_LOOSE | 0xFFFF;
         Require(how <= FL_PREFIX && (r.ulFuzzyLevel & ~known) == 0, MAPI_E_INVALID_PARAMETER);
-        Constant constant = ConstantOf(r.ulPropTag, r.lpProp);
+        const Constant constant = ConstantOf(r.ulPropTag, r.lpProp);
         Require(constant.type == PT_STRING8 || constant.type == PT_BINARY, MAPI_E_TOO_COMPLEX);
         CStoredValue pattern;
         constant.View(IdOf(r.ulPropTag), pattern);
-        auto node = std::make_unique<CContent>(IdOf(r.ulPropTag), pattern, r.ulFuzzyLevel);
-        const bool exact = FoldFlagsOf(r.ulFuzzyLevel) == kFoldNothing && how != FL_SUBSTRING;
-        if (bounding && exact && !(PROP_TYPE(r.ulPropTag) & MV_FLAG)) {
-            const auto kind =
-                how == FL_PREFIX ? RestrictionBound::Kind::Prefix : RestrictionBound::Kind::Relation;
-            m_owner.m_bounds.push_back({IdOf(r.ulPropTag), constant.type, kind, RELOP_EQ, constant.bytes});
-        }
-        return node;
+        return {std::make_unique<CContent>(IdOf(r.ulPropTag), pattern, r.ulFuzzyLevel),
+                BoundsOfContent(pattern, r.ulFuzzyLevel)};
     }
 
-    NodePtr Relation(const SPropertyRestriction& r, bool bounding) {
+    static Built Relation(const SPropertyRestriction& r) {
         CheckRelation(r.relop);
         Constant constant = ConstantOf(r.ulPropTag, r.lpProp);
-        if (bounding && r.relop != RELOP_NE && !(PROP_TYPE(r.ulPropTag) & MV_FLAG)) {
-            m_owner.m_bounds.push_back({IdOf(r.ulPropTag), constant.type, RestrictionBound::Kind::Relation,
-                                        r.relop, constant.bytes});
-        }
-        return std::make_unique<CRelation>(IdOf(r.ulPropTag), r.relop, std::move(constant));
+        CStoredValue wanted;
+        constant.View(IdOf(r.ulPropTag), wanted);
+        // A constant of several elements is compared as a whole, which no key tells.
+        RestrictionBounds bounds;
+        if (!(constant.type & MV_FLAG)) bounds = BoundsOfRelation(r.relop, wanted);
+        return {std::make_unique<CRelation>(IdOf(r.ulPropTag), r.relop, std::move(constant)),
+                std::move(bounds)};
     }
 
     static NodePtr CompareProps(const SComparePropsRestriction& r) {
@@ -355,14 +361,16 @@ private:
         Require(r.ulSubObject == PR_MESSAGE_RECIPIENTS || r.ulSubObject == PR_MESSAGE_ATTACHMENTS,
                 MAPI_E_TOO_COMPLEX);
         m_owner.m_hasSubRows = true;
-        return std::make_unique<CSubRows>(r.ulSubObject, Build(*r.lpRes, depth + 1, false));
+        return std::make_unique<CSubRows>(r.ulSubObject, Build(*r.lpRes, depth + 1).node);
     }
 
     CRestriction& m_owner;
 };
 
 CRestriction::CRestriction(const SRestriction& restriction) {
-    m_root = CBuilder(*this).Build(restriction, 0, true);
+    Built built = CBuilder(*this).Build(restriction, 0);
+    m_root = std::move(built.node);
+    m_bounds = std::move(built.bounds);
 }
 
 std::vector<PropId> CRestriction::Ids() const {

@@ -1,6 +1,7 @@
 // A restriction, checked, copied and made ready to be asked of many rows.
 #pragma once
 #include "PropCompare.h"
+#include "RestrictionBounds.h"
 #include "RowSource.h"
 
 #include <memory>
@@ -12,16 +13,6 @@ public:
     virtual bool Matches(const IRow& row) const = 0;
     // Adds the IDs of the row's own properties that the node looks at.
     virtual void ListIds(std::vector<PropId>& ids) const = 0;
-};
-
-// What a row must fulfil at least, as far as it can be told by one comparison of one property: what
-// an index of the storage could answer. A row outside a bound does not match.
-struct RestrictionBound {
-    PropId id = 0;
-    PropType type = 0;
-    enum class Kind { Relation, Prefix } kind = Kind::Relation;
-    ULONG relop = RELOP_EQ;  // of Kind::Relation, never RELOP_NE
-    std::string bytes;       // in stored form
 };
 
 class CRestriction {
@@ -42,14 +33,14 @@ public:
     std::vector<PropId> Ids() const;
     // True if recipients or attachments are looked at.
     bool HasSubRows() const { return m_hasSubRows; }
-    // Bounds that every matching row keeps, out of the conditions that are ANDed at the top.
-    const std::vector<RestrictionBound>& Bounds() const { return m_bounds; }
+    // What every matching row keeps, as far as it can be told from keys; the best bound first.
+    const RestrictionBounds& Bounds() const { return m_bounds; }
 
     static constexpr unsigned kMaxDepth = 512;
 
 private:
     class CBuilder;
     std::unique_ptr<IRestrictionNode> m_root;
-    std::vector<RestrictionBound> m_bounds;
+    RestrictionBounds m_bounds;
     bool m_hasSubRows = false;
 };

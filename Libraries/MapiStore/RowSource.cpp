@@ -189,13 +189,26 @@ bool ComputedOfFolder(CStoreCore& core, const FolderHead& head, bool inTable, Pr
     }
 }
 
+bool IsOfBlock(PropId id) {
+    const auto isAmong = [id](const auto& ids) {
+        return std::find(std::begin(ids), std::end(ids), id) != std::end(ids);
+    };
+    return id != PROP_ID(PR_ROW_TYPE) && !isAmong(kStoreIds) && !isAmong(kMessageIds);
+}
+
 // --- messages --------------------------------------------------------------------------------------
+
+const CValueBlock& CMessageRow::Block() const {
+    if (!m_hasBlock) m_block = CValueBlock(m_bytes);
+    m_hasBlock = true;
+    return m_block;
+}
 
 bool CMessageRow::Find(PropId id, CStoredValue& value) const {
     if (ComputedOfMessage(m_core, m_head, true, id, value)) return true;
-    if (m_block.Find(id, value)) return true;
+    if (Block().Find(id, value)) return true;
     return DerivedOfMessage(
-        [this](PropId wanted, CStoredValue& found) { return m_block.Find(wanted, found); }, id, value);
+        [this](PropId wanted, CStoredValue& found) { return Block().Find(wanted, found); }, id, value);
 }
 
 bool CMessageRow::LoadLarge(PropId id, std::string& bytes) const {
@@ -222,7 +235,7 @@ void CMessageRow::ForEachSubRow(ULONG tag, const std::function<bool(const IRow&)
 }
 
 void CMessageRow::ListIds(std::vector<PropId>& ids) const {
-    ListBlockIds(m_block, ids);
+    ListBlockIds(Block(), ids);
     AddComputedIds(*this, kStoreIds, ids);
     AddComputedIds(*this, kMessageIds, ids);
     SortUnique(ids);

@@ -21,11 +21,12 @@ public:
     virtual void ListIds(std::vector<PropId>& ids) const = 0;
 };
 
-// A message as a scan of its folder shows it. `block` must outlive the row.
+// A message as a scan of its folder shows it. `head` and `block` must outlive the row. Damage of the block
+// shows (MAPI_E_CORRUPT_DATA) when something in it is looked for.
 class CMessageRow : public IRow {
 public:
     CMessageRow(CStoreCore& core, const MessageHead& head, std::string_view block)
-        : m_core(core), m_head(head), m_block(block) {}
+        : m_core(core), m_head(head), m_bytes(block) {}
     bool Find(PropId id, CStoredValue& value) const override;
     bool LoadLarge(PropId id, std::string& bytes) const override;
     void ForEachSubRow(ULONG tag, const std::function<bool(const IRow&)>& each) const override;
@@ -33,10 +34,17 @@ public:
     const MessageHead& Head() const { return m_head; }
 
 private:
+    const CValueBlock& Block() const;
+
     CStoreCore& m_core;
-    MessageHead m_head;
-    CValueBlock m_block;
+    const MessageHead& m_head;
+    std::string_view m_bytes;
+    mutable CValueBlock m_block;  // made when it is first asked
+    mutable bool m_hasBlock = false;
 };
+
+// Whether CMessageRow gives the property as it lies in the block, and only if it lies there.
+bool IsOfBlock(PropId id);
 
 // A folder as its parent's hierarchy table shows it. `depth` is PR_DEPTH.
 class CFolderRow : public IRow {

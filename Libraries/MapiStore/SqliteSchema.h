@@ -1,5 +1,5 @@
-// The tables of a store file and the statements on them. For SqliteStorage.cpp alone. A change of the
-// tables takes a new schema version there, and a step that brings older files up.
+// The tables of a store file and the statements on them. For SqliteStorage.cpp and SqliteLookup.cpp alone.
+// A change of the tables takes a new schema version, and a step that brings older files up.
 #pragma once
 #include "SqliteStorage.h"
 
@@ -34,7 +34,6 @@ enum CSqliteStorage::StatementId : unsigned {
     MessageDelete,
     MessageDeleteRange,
     MessageScan,
-    MessageScanBlocks,
     MessageScanHeads,
     MessageCount,
     MessageUnread,
@@ -54,6 +53,22 @@ enum CSqliteStorage::StatementId : unsigned {
     PartDelete,
     PartMove,
     PartOwners,
+    LookupPlaces,
+    LookupOf,
+    LookupsIn,
+    LookupAdd,
+    LookupSetRows,
+    LookupTouched,
+    LookupDrop,
+    LookupIsWorn,
+    LookupHasRows,
+    LookupScan,
+    KeyAdd,
+    KeyFind,
+    KeyDrop,
+    TouchedAdd,
+    TouchedScan,
+    TouchedDrop,
     StatementCount
 };
 
@@ -71,6 +86,14 @@ CREATE TABLE large(owner INTEGER PRIMARY KEY, block BLOB);
 CREATE TABLE recipients(owner INTEGER PRIMARY KEY, list BLOB);
 CREATE TABLE part(id INTEGER PRIMARY KEY, owner INTEGER, number INTEGER, large INTEGER, block BLOB);
 CREATE UNIQUE INDEX part_owner ON part(owner, number);
+)";
+
+// Version 2: what SqliteLookup.cpp keeps. The key 0 stands for a value that has no key at hand.
+inline const char* const kLookupSchema = R"(
+CREATE TABLE IF NOT EXISTS lookup(number INTEGER PRIMARY KEY, place INTEGER, property INTEGER, rows INTEGER,
+  touched INTEGER, UNIQUE(place, property));
+CREATE TABLE IF NOT EXISTS lookup_key(lookup INTEGER, key, id INTEGER, PRIMARY KEY(lookup, key, id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS lookup_touched(place INTEGER, id INTEGER, PRIMARY KEY(place, id)) WITHOUT ROWID;
 )";
 
 #define MESSAGE_HEAD "id, created, modified, change, flags, status, size, recipients, attachments, large"
@@ -112,7 +135,6 @@ inline const char* const kStatements[] = {
     "DELETE FROM message WHERE id = ?",
     "DELETE FROM message WHERE id BETWEEN ? AND ?",
     "SELECT " MESSAGE_HEAD ", block FROM message WHERE id BETWEEN ? AND ?",
-    "SELECT id, created, modified, block FROM message WHERE id BETWEEN ? AND ?",
     "SELECT " MESSAGE_HEAD " FROM message WHERE id BETWEEN ? AND ?",
     "SELECT count(*) FROM message WHERE id BETWEEN ? AND ?",
     "SELECT count(*) FROM message WHERE id BETWEEN ? AND ? AND (flags & 1) = 0",
@@ -132,6 +154,23 @@ inline const char* const kStatements[] = {
     "DELETE FROM part WHERE id = ?",
     "UPDATE part SET owner = ? WHERE owner = ?",
     "SELECT DISTINCT owner FROM part WHERE owner BETWEEN ? AND ?",
+    "SELECT DISTINCT place FROM lookup",
+    "SELECT number, rows FROM lookup WHERE place = ? AND property = ?",
+    "SELECT number, property FROM lookup WHERE place = ?",
+    "INSERT INTO lookup(place, property, rows, touched) VALUES(?, ?, 0, 0)",
+    "UPDATE lookup SET rows = ? WHERE number = ?",
+    "UPDATE lookup SET touched = touched + ? WHERE place = ?",
+    "DELETE FROM lookup WHERE place = ?",
+    "SELECT 1 FROM lookup WHERE place = ? AND touched > rows",
+    "SELECT count(*) FROM (SELECT 1 FROM message WHERE id BETWEEN ? AND ? LIMIT ?)",
+    "SELECT id, created, modified, block FROM message WHERE id BETWEEN ? AND ?",
+    "INSERT OR IGNORE INTO lookup_key VALUES(?, ?, ?)",
+    "SELECT id FROM lookup_key WHERE lookup = ?1 AND key = 0 UNION ALL "
+    "SELECT id FROM lookup_key WHERE lookup = ?1 AND key >= ?2 AND key < ?3 LIMIT ?4",
+    "DELETE FROM lookup_key WHERE lookup = ?",
+    "INSERT OR IGNORE INTO lookup_touched VALUES(?, ?)",
+    "SELECT id FROM lookup_touched WHERE place = ?",
+    "DELETE FROM lookup_touched WHERE place = ?",
 };
 
 #undef MESSAGE_HEAD

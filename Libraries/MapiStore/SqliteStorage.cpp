@@ -2,13 +2,14 @@
 
 #include <Platform/Files.h>
 
+#include "MessageRange.h"
 #include "SqliteSchema.h"
 #include "StoreError.h"
 
 namespace {
 
 constexpr int kApplicationId = 0x56534D31;
-constexpr int kSchemaVersion = 1;
+constexpr unsigned kSchemaVersion = 2;
 constexpr unsigned kDeepestParts = 256;  // a chain longer than that can only be a damaged one
 
 bool IsEmptyFile(const std::string& path) {
@@ -26,14 +27,6 @@ std::string ImmutableUri(const std::string& path) {
             uri += c == '\\' ? '/' : c;
     }
     return uri + "?immutable=1";
-}
-
-struct IdRange {
-    ObjectId first, last;
-};
-
-IdRange RangeOf(ObjectId folder, bool associated) {
-    return {MakeMessageId(folder, associated, 0), MakeMessageId(folder, associated, kSerialMask)};
 }
 
 MessageHead MessageHeadOf(const CSqliteUse& row) {
@@ -84,11 +77,11 @@ void CSqliteStorage::Open(const char* name, int flags) {
     try {
         if (code != SQLITE_OK) ThrowSqlite(m_database, code);
         sqlite3_extended_result_codes(m_database, 1);
-        sqlite3_busy_timeout(m_database, 10000);
+        sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
         CheckIdentity();
         if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
         Execute(
-            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-16384;"
+            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-65536;"
             "PRAGMA temp_store=MEMORY; PRAGMA trusted_schema=OFF");
         // A store of which no page can be read shows it now, not at the first message.
         CSqliteUse(Slot(ReadCounters)).Step();
@@ -112,7 +105,7 @@ void CSqliteStorage::Create(const std::string& path) {
     int code = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     const std::string sql =
         "PRAGMA page_size=8192; BEGIN; PRAGMA application_id=" + std::to_string(kApplicationId) +
-        "; PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";" + kSchema + "COMMIT";
+        "; PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";" + kSchema + kLookupSchema + "COMMIT";
     if (code == SQLITE_OK) code = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
     if (code == SQLITE_OK)
         code = sqlite3_exec(database, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
@@ -127,14 +120,40 @@ void CSqliteStorage::Create(const std::string& path) {
 }
 
 void CSqliteStorage::CheckIdentity() {
-    CSqliteSlot identity(m_database,
-                         "SELECT (SELECT application_id FROM pragma_application_id),"
-                         "(SELECT user_version FROM pragma_user_version)");
-    CSqliteUse row(identity);
+    CSqliteSlot identity(m_database, "SELECT application_id FROM pragma_application_id");
+    {
+        CSqliteUse row(identity);
+        Require(row.Step() && row.NumberAt(0) == kApplicationId, MAPI_E_CORRUPT_STORE);
+    }
+    const unsigned version = Version();
+    Require(version <= kSchemaVersion, MAPI_E_VERSION);
+    Require(version >= 1, MAPI_E_CORRUPT_STORE);
+    // A file that cannot be written is read as it is: what the step adds only makes it faster.
+    if (version < kSchemaVersion && !IsReadOnly()) BringUp();
+    m_hasLookups = Version() >= 2;
+}
+
+unsigned CSqliteStorage::Version() {
+    CSqliteSlot version(m_database, "SELECT user_version FROM pragma_user_version");
+    CSqliteUse row(version);
     Require(row.Step(), MAPI_E_CORRUPT_STORE);
-    Require(row.NumberAt(0) == kApplicationId, MAPI_E_CORRUPT_STORE);
-    Require(row.NumberAt(1) <= kSchemaVersion, MAPI_E_VERSION);
-    Require(row.NumberAt(1) == kSchemaVersion, MAPI_E_CORRUPT_STORE);
+    return static_cast<unsigned>(row.NumberAt(0));
+}
+
+// A file of an older program gets what has been added since.
+void CSqliteStorage::BringUp() {
+    Execute("BEGIN IMMEDIATE");
+    try {
+        // Another process may have done it while this one waited.
+        if (Version() == 1) {
+            Execute(kLookupSchema);
+            Execute(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
+        }
+        Execute("COMMIT");
+    } catch (...) {
+        Rollback();
+        throw;
+    }
 }
 
 void CSqliteStorage::Execute(const char* sql) {
@@ -163,6 +182,7 @@ void CSqliteStorage::BeginWrite(StoreCounters& counters) {
         CSqliteUse row(Slot(ReadCounters));
         Require(row.Step(), MAPI_E_CORRUPT_STORE);
         counters = {row.NumberAt(0), row.NumberAt(1), row.NumberAt(2), row.NumberAt(3)};
+        ReadPlaces();
     } catch (...) {
         Rollback();
         throw;
@@ -170,6 +190,7 @@ void CSqliteStorage::BeginWrite(StoreCounters& counters) {
 }
 
 void CSqliteStorage::Commit(const StoreCounters& counters) {
+    WriteTouched();
     CSqliteUse(Slot(WriteCounters))
         .Number(counters.serial)
         .Number(counters.folder)
@@ -330,6 +351,7 @@ void CSqliteStorage::InsertMessage(const MessageHead& head, std::string_view blo
         .Number(head.hasLarge)
         .Blob(block)
         .Run();
+    Touch(head.id);
 }
 
 bool CSqliteStorage::UpdateMessage(const MessageHead& head, std::string_view block,
@@ -346,6 +368,7 @@ bool CSqliteStorage::UpdateMessage(const MessageHead& head, std::string_view blo
         .Number(head.id);
     if (ifChange) update.Number(*ifChange);
     update.Run();
+    Touch(head.id);
     return sqlite3_changes(m_database) > 0;
 }
 
@@ -363,6 +386,8 @@ void CSqliteStorage::MoveMessage(ObjectId from, const MessageHead& to) {
         .Number(from)
         .Run();
     Require(sqlite3_changes(m_database) == 1, MAPI_E_NOT_FOUND);
+    Touch(from, false);
+    Touch(to.id);
     if (to.hasLarge) CSqliteUse(Slot(LargeMove)).Number(to.id).Number(from).Run();
     if (to.recipients) CSqliteUse(Slot(RecipientsMove)).Number(to.id).Number(from).Run();
     if (to.attachments) CSqliteUse(Slot(PartMove)).Number(to.id).Number(from).Run();
@@ -372,6 +397,7 @@ bool CSqliteStorage::DeleteMessage(ObjectId id) {
     MessageHead head;
     if (!ReadMessageHead(id, head)) return false;
     CSqliteUse(Slot(MessageDelete)).Number(id).Run();
+    Touch(id, false);
     if (head.hasLarge) CSqliteUse(Slot(LargeDelete)).Number(id).Run();
     if (head.recipients) CSqliteUse(Slot(RecipientsDelete)).Number(id).Run();
     if (head.attachments) DeletePartsOf(id, 0);
@@ -381,6 +407,7 @@ bool CSqliteStorage::DeleteMessage(ObjectId id) {
 void CSqliteStorage::DeleteMessages(ObjectId folder, bool associated) {
     const IdRange range = RangeOf(folder, associated);
     CSqliteUse(Slot(MessageDeleteRange)).Number(range.first).Number(range.last).Run();
+    DropLookups(PlaceOf(range.first));
     CSqliteUse(Slot(LargeDeleteRange)).Number(range.first).Number(range.last).Run();
     CSqliteUse(Slot(RecipientsDeleteRange)).Number(range.first).Number(range.last).Run();
     std::vector<ObjectId> owners;
@@ -400,20 +427,6 @@ void CSqliteStorage::ScanMessages(ObjectId folder, bool associated,
     CSqliteUse row(Slot(MessageScan));
     row.Number(range.first).Number(range.last);
     while (row.Step() && each(MessageHeadOf(row), row.BytesAt(10))) {
-    }
-}
-
-void CSqliteStorage::ScanMessageBlocks(
-    ObjectId folder, bool associated, const std::function<bool(const MessageHead&, std::string_view)>& each) {
-    const IdRange range = RangeOf(folder, associated);
-    CSqliteUse row(Slot(MessageScanBlocks));
-    row.Number(range.first).Number(range.last);
-    MessageHead head;
-    while (row.Step()) {
-        head.id = row.NumberAt(0);
-        head.created = row.NumberAt(1);
-        head.modified = row.NumberAt(2);
-        if (!each(head, row.BytesAt(3))) return;
     }
 }
 

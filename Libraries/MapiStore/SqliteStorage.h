@@ -4,6 +4,8 @@
 #include "SqliteStatement.h"
 #include "Storage.h"
 
+#include <map>
+
 class CSqliteStorage : public IObjectStorage {
 public:
     // MAPI_E_NOT_FOUND if there is no file, MAPI_E_CORRUPT_STORE if it is something else,
@@ -52,10 +54,10 @@ public:
     void DeleteMessages(ObjectId folder, bool associated) override;
     void ScanMessages(ObjectId folder, bool associated,
                       const std::function<bool(const MessageHead&, std::string_view)>& each) override;
-    void ScanMessageBlocks(ObjectId folder, bool associated,
-                           const std::function<bool(const MessageHead&, std::string_view)>& each) override;
     void ScanMessageHeads(ObjectId folder, bool associated,
                           const std::function<bool(const MessageHead&)>& each) override;
+    bool FindMessages(ObjectId folder, bool associated, const std::vector<LookupRange>& ranges,
+                      std::vector<ObjectId>& ids) override;
     std::uint64_t CountMessages(ObjectId folder, bool associated) override;
     std::uint64_t CountUnread(ObjectId folder) override;
 
@@ -74,10 +76,37 @@ private:
     void Open(const char* name, int flags);
     void Execute(const char* sql);
     void CheckIdentity();
+    unsigned Version();
+    void BringUp();
     void DeletePartAt(ObjectId id, unsigned depth);
     void DeletePartsOf(ObjectId owner, unsigned depth);
     CSqliteSlot& Slot(StatementId id);
 
+    static constexpr int kBusyTimeoutMs = 10000;
+
+    // Lookups (SqliteLookup.cpp).
+    struct Lookup {
+        std::uint64_t number = 0, rows = 0;
+    };
+    struct Touched {
+        std::vector<ObjectId> ids;  // written in this transaction
+        std::uint64_t changes = 0;  // writes and deletions
+    };
+    void ReadPlaces();
+    void Touch(ObjectId id, bool isThere = true);
+    void WriteTouched();
+    void DropLookups(std::uint64_t place);
+    std::optional<Lookup> FindLookup(std::uint64_t place, PropId property);
+    bool IsWorthALookup(std::uint64_t place);
+    bool WriteQuietly(const std::function<void()>& body) noexcept;
+    void BuildLookup(std::uint64_t place, PropId property);
+    void AddKeys(std::uint64_t lookup, std::vector<std::pair<std::string, ObjectId>>& keys);
+    std::vector<ObjectId> ReadTouched(std::uint64_t place);
+    std::vector<std::pair<std::uint64_t, PropId>> LookupsOf(std::uint64_t place);
+    void AbsorbTouched(std::uint64_t place);
+
+    bool m_hasLookups = false;                  // the file's tables are there
+    std::map<std::uint64_t, Touched> m_places;  // those with lookups, while a transaction lasts
     sqlite3* m_database = nullptr;
     std::vector<std::unique_ptr<CSqliteSlot>> m_slots;
 };

@@ -5,6 +5,7 @@
 // MAPI_E_NOT_ENOUGH_DISK, MAPI_E_NO_ACCESS (read-only), MAPI_E_BUSY (another process held the file too
 // long), MAPI_E_CORRUPT_STORE, MAPI_E_DISK_ERROR, MAPI_E_NOT_ENOUGH_MEMORY.
 #pragma once
+#include "LookupKey.h"
 #include "ValueBlock.h"
 
 #include <functional>
@@ -153,13 +154,17 @@ public:
     virtual void ScanMessages(
         ObjectId folder, bool associated,
         const std::function<bool(const MessageHead&, std::string_view block)>& each) = 0;
-    // The same with the numbers and times of the heads alone, which is a third faster.
-    virtual void ScanMessageBlocks(
-        ObjectId folder, bool associated,
-        const std::function<bool(const MessageHead&, std::string_view block)>& each) = 0;
     // The same without blocks, for keeping a table in step.
     virtual void ScanMessageHeads(ObjectId folder, bool associated,
                                   const std::function<bool(const MessageHead&)>& each) = 0;
+    // The messages of a folder that have a value within one of the ranges, and perhaps others, in order of
+    // their numbers, without looking at the whole folder. The properties must lie in the block, or be
+    // PR_CREATION_TIME or PR_LAST_MODIFICATION_TIME, which are taken from the head. False where a scan is
+    // as cheap, or the only way; `ids` is then undefined.
+    virtual bool FindMessages(ObjectId /*folder*/, bool /*associated*/,
+                              const std::vector<LookupRange>& /*ranges*/, std::vector<ObjectId>& /*ids*/) {
+        return false;
+    }
     virtual std::uint64_t CountMessages(ObjectId folder, bool associated) = 0;
     virtual std::uint64_t CountUnread(ObjectId folder) = 0;
 

@@ -11,9 +11,9 @@ using RowKey = std::uint64_t;
 
 // What a scan is for. A source that can answer from less than the whole row may do so.
 struct RowNeeds {
-    bool keysOnly = false;                     // the row itself is not looked at
-    const std::vector<PropId>* ids = nullptr;  // only these properties are looked at, if not null
-    const std::vector<RestrictionBound>* bounds = nullptr;  // rows outside may be left out
+    bool keysOnly = false;                      // the row itself is not looked at
+    const std::vector<PropId>* ids = nullptr;   // only these properties are looked at, if not null
+    const RestrictionBounds* bounds = nullptr;  // rows that do not keep one of them may be left out
 };
 
 class ITableSource {

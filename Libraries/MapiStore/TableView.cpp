@@ -289,13 +289,9 @@ LPSRowSet CTableView::QueryWholeTable(std::size_t count) {
     CRowSet rows;
     CRootArena arena;
     const bool sorted = !m_sort.empty();
-    std::vector<PropId> ids;
-    for (const ULONG tag : m_columns)
-        ids.push_back(static_cast<PropId>(PROP_ID(tag)));
-    const auto add = [&](RowKey key, const IRow& row) {
+    m_order.Load(*m_source, m_restriction.get(), m_sort, [&](RowKey key, const IRow& row) {
         if (sorted || rows.Count() < count) rows.Add(WriteRow(row, key, arena));
-    };
-    m_order.Load(*m_source, m_restriction.get(), m_sort, add, ids);
+    });
     if (!sorted) return rows.Give();
     std::vector<std::uint32_t> order = m_order.Permutation();
     order.resize(std::min(order.size(), count));
@@ -311,7 +307,10 @@ void CTableView::ReadOneByOne(std::size_t begin, std::size_t end, std::vector<SR
 }
 
 void CTableView::ReadByScan(std::size_t begin, std::size_t end, std::vector<SRow>& rows, CRootArena& arena) {
-    m_source->Scan({}, [&](RowKey key, const IRow& row) {
+    RowNeeds needs;
+    // A row that has changed meanwhile is shown as it is now, whether it still keeps the bounds or not.
+    if (m_restriction && m_order.IsFresh(*m_source)) needs.bounds = &m_restriction->Bounds();
+    m_source->Scan(needs, [&](RowKey key, const IRow& row) {
         const std::size_t at = m_order.PositionOf(key);
         if (at >= begin && at < end) rows[at - begin] = WriteRow(row, key, arena);
         return true;

@@ -77,33 +77,10 @@ bool IsInHead(PropId id) {
     }
 }
 
-// What only the whole head answers.
-bool NeedsWholeHead(PropId id) {
-    switch (id) {
-        case PROP_ID(PR_MESSAGE_FLAGS):
-        case PROP_ID(PR_MSG_STATUS):
-        case PROP_ID(PR_MESSAGE_SIZE):
-        case PROP_ID(PR_HASATTACH):
-            return true;
-        default:
-            return false;
-    }
-}
-
-// A time bound is answered from the head, before the block is looked at.
-bool IsOutside(const RestrictionBound& bound, const MessageHead& head) {
-    if (bound.type != PT_SYSTIME || bound.kind != RestrictionBound::Kind::Relation) return false;
-    std::uint64_t ticks = 0;
-    if (bound.id == PROP_ID(PR_LAST_MODIFICATION_TIME))
-        ticks = head.modified;
-    else if (bound.id == PROP_ID(PR_CREATION_TIME))
-        ticks = head.created;
-    else
-        return false;
-    CStoredValue wanted;
-    wanted.View(bound.id, bound.type, bound.bytes);
-    const auto limit = wanted.As<std::uint64_t>();
-    return !RelationHolds(bound.relop, ticks < limit ? -1 : (ticks > limit ? 1 : 0));
+// Whether the storage may be asked for messages by it.
+bool IsLookedUp(const LookupRange& range) {
+    return IsOfBlock(range.property) || range.property == PROP_ID(PR_CREATION_TIME) ||
+           range.property == PROP_ID(PR_LAST_MODIFICATION_TIME);
 }
 
 class CContentsSource final : public ITableSource {
@@ -112,22 +89,17 @@ public:
         : m_core(core), m_folder(folder), m_associated(associated) {}
 
     void Scan(const RowNeeds& needs, const Each& each) override {
+        if (needs.bounds && ScanFound(*needs.bounds, each)) return;
         if (needs.keysOnly || (needs.ids && std::all_of(needs.ids->begin(), needs.ids->end(), IsInHead))) {
             m_core->Storage().ScanMessageHeads(m_folder, m_associated, [&](const MessageHead& head) {
                 return each(head.id, CMessageRow(*m_core, head, {}));
             });
             return;
         }
-        const auto show = [&](const MessageHead& head, std::string_view block) {
-            if (needs.bounds)
-                for (const RestrictionBound& bound : *needs.bounds)
-                    if (IsOutside(bound, head)) return true;
-            return each(head.id, CMessageRow(*m_core, head, block));
-        };
-        if (needs.ids && std::none_of(needs.ids->begin(), needs.ids->end(), NeedsWholeHead))
-            m_core->Storage().ScanMessageBlocks(m_folder, m_associated, show);
-        else
-            m_core->Storage().ScanMessages(m_folder, m_associated, show);
+        m_core->Storage().ScanMessages(m_folder, m_associated,
+                                       [&](const MessageHead& head, std::string_view block) {
+                                           return each(head.id, CMessageRow(*m_core, head, block));
+                                       });
     }
 
     bool Read(RowKey key, const std::function<void(const IRow&)>& body) override {
@@ -153,6 +125,23 @@ public:
     }
 
 private:
+    // The rows that the storage finds by the first bound that it can look up; false if there is none.
+    bool ScanFound(const RestrictionBounds& bounds, const Each& each) {
+        IObjectStorage& storage = m_core->Storage();
+        std::vector<ObjectId> ids;
+        for (const RestrictionBound& bound : bounds) {
+            if (!std::all_of(bound.ranges.begin(), bound.ranges.end(), IsLookedUp)) continue;
+            if (!storage.FindMessages(m_folder, m_associated, bound.ranges, ids)) continue;
+            MessageHead head;
+            std::string block;
+            for (const ObjectId id : ids)
+                if (storage.ReadMessage(id, head, block) && !each(id, CMessageRow(*m_core, head, block)))
+                    break;
+            return true;
+        }
+        return false;
+    }
+
     const std::shared_ptr<CStoreCore> m_core;
     const ObjectId m_folder;
     const bool m_associated;

@@ -1,0 +1,225 @@
+// Lookups: messages of a folder by the value of one property.
+//
+// A lookup is made by the first question that one could answer, not by the saves: an index that every save
+// keeps would make each dearer by a tenth to a third, and most folders are never asked. A save into a
+// folder that has lookups only notes the message's number, once a transaction; the numbers noted are
+// possible answers to every question until there are enough of them to take their keys in. Keys are never
+// taken out: whoever asks looks at what was found, and numbers of messages are never given again. When a
+// folder has seen more changes than it had rows, its lookups are dropped, and made anew when somebody asks.
+#include "MessageRange.h"
+#include "SqliteSchema.h"
+#include "SqliteStorage.h"
+
+#include <algorithm>
+
+#include "StoreError.h"
+
+namespace {
+
+constexpr std::uint64_t kFewRows = 500;      // in folders of fewer a scan is fast enough
+constexpr std::size_t kMostTouched = 50;     // noted numbers that are not worth a write
+constexpr std::size_t kKeysAtOnce = 200000;  // sorted in memory before they are written
+
+std::uint64_t TicksFor(PropId property, std::uint64_t created, std::uint64_t modified) {
+    return property == PROP_ID(PR_CREATION_TIME) ? created : modified;
+}
+
+bool IsTime(PropId property) {
+    return property == PROP_ID(PR_CREATION_TIME) || property == PROP_ID(PR_LAST_MODIFICATION_TIME);
+}
+
+// The keys of a message for one property. A value without a key at hand gives the empty key: a large one,
+// and any of a block that is damaged, so that the one who asks meets the damage.
+template <class Each>
+void ForEachKeyOf(PropId property, std::uint64_t created, std::uint64_t modified, std::string_view block,
+                  const Each& each) {
+    CStoredValue value;
+    if (IsTime(property)) {
+        value.OwnTime(property, TicksFor(property, created, modified));
+        return ForEachLookupKey(value, each);
+    }
+    try {
+        if (!CValueBlock(block).Find(property, value)) return;
+        if (value.IsLarge())
+            each({});
+        else
+            ForEachLookupKey(value, each);
+    } catch (const CStoreError&) {
+        each({});
+    }
+}
+
+}  // namespace
+
+// --- noting what was written -------------------------------------------------------------------------
+
+void CSqliteStorage::ReadPlaces() {
+    m_places.clear();
+    if (!m_hasLookups) return;
+    CSqliteUse row(Slot(LookupPlaces));
+    while (row.Step())
+        m_places[row.NumberAt(0)];
+}
+
+void CSqliteStorage::Touch(ObjectId id, bool isThere) {
+    if (m_places.empty()) return;
+    const auto place = m_places.find(PlaceOf(id));
+    if (place == m_places.end()) return;
+    ++place->second.changes;
+    if (isThere) place->second.ids.push_back(id);
+}
+
+void CSqliteStorage::WriteTouched() {
+    for (auto& [place, touched] : m_places) {
+        if (touched.changes == 0) continue;
+        CSqliteUse(Slot(LookupTouched)).Number(touched.changes).Number(place).Run();
+        const bool isKept = sqlite3_changes(m_database) > 0;
+        if (isKept && CSqliteUse(Slot(LookupIsWorn)).Number(place).Step())
+            DropLookups(place);
+        else if (isKept)
+            for (const ObjectId id : touched.ids)
+                CSqliteUse(Slot(TouchedAdd)).Number(place).Number(id).Run();
+        touched = {};
+    }
+}
+
+// The place stays among m_places: a savepoint may bring its lookups back.
+void CSqliteStorage::DropLookups(std::uint64_t place) {
+    if (m_places.count(place) == 0) return;
+    for (const auto& [number, property] : LookupsOf(place))
+        CSqliteUse(Slot(KeyDrop)).Number(number).Run();
+    CSqliteUse(Slot(LookupDrop)).Number(place).Run();
+    CSqliteUse(Slot(TouchedDrop)).Number(place).Run();
+}
+
+std::vector<std::pair<std::uint64_t, PropId>> CSqliteStorage::LookupsOf(std::uint64_t place) {
+    std::vector<std::pair<std::uint64_t, PropId>> lookups;
+    CSqliteUse row(Slot(LookupsIn));
+    row.Number(place);
+    while (row.Step())
+        lookups.emplace_back(row.NumberAt(0), static_cast<PropId>(row.NumberAt(1)));
+    return lookups;
+}
+
+// --- making and mending ------------------------------------------------------------------------------
+
+std::optional<CSqliteStorage::Lookup> CSqliteStorage::FindLookup(std::uint64_t place, PropId property) {
+    CSqliteUse row(Slot(LookupOf));
+    if (!row.Number(place).Number(property).Step()) return std::nullopt;
+    return Lookup{row.NumberAt(0), row.NumberAt(1)};
+}
+
+bool CSqliteStorage::IsWorthALookup(std::uint64_t place) {
+    const IdRange range = RangeOfPlace(place);
+    CSqliteUse row(Slot(LookupHasRows));
+    return row.Number(range.first).Number(range.last).Number(kFewRows).Step() && row.NumberAt(0) >= kFewRows;
+}
+
+// A transaction of its own for what is only there to be faster: not inside somebody's, which a full disk
+// would take along, and without waiting for another process. False if nothing was written.
+bool CSqliteStorage::WriteQuietly(const std::function<void()>& body) noexcept {
+    if (IsReadOnly() || InWrite()) return false;
+    sqlite3_busy_timeout(m_database, 0);
+    bool done = false;
+    try {
+        CSqliteUse(Slot(Begin)).Run();
+        body();
+        CSqliteUse(Slot(CommitIt)).Run();
+        done = true;
+    } catch (...) {
+        Rollback();
+    }
+    sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
+    return done;
+}
+
+void CSqliteStorage::AddKeys(std::uint64_t lookup, std::vector<std::pair<std::string, ObjectId>>& keys) {
+    std::sort(keys.begin(), keys.end());
+    for (const auto& [key, id] : keys) {
+        CSqliteUse add(Slot(KeyAdd));
+        add.Number(lookup);
+        if (key.empty())
+            add.Number(0);
+        else
+            add.Blob(key);
+        add.Number(id).Run();
+    }
+    keys.clear();
+}
+
+void CSqliteStorage::BuildLookup(std::uint64_t place, PropId property) {
+    if (FindLookup(place, property)) return;  // another process was faster
+    CSqliteUse(Slot(LookupAdd)).Number(place).Number(property).Run();
+    const auto number = static_cast<std::uint64_t>(sqlite3_last_insert_rowid(m_database));
+    const IdRange range = RangeOfPlace(place);
+    std::vector<std::pair<std::string, ObjectId>> keys;
+    std::uint64_t rows = 0;
+    CSqliteUse row(Slot(LookupScan));
+    row.Number(range.first).Number(range.last);
+    for (; row.Step(); ++rows) {
+        const ObjectId id = row.NumberAt(0);
+        ForEachKeyOf(property, row.NumberAt(1), row.NumberAt(2), row.BytesAt(3),
+                     [&](std::string_view key) { keys.emplace_back(key, id); });
+        if (keys.size() >= kKeysAtOnce) AddKeys(number, keys);
+    }
+    AddKeys(number, keys);
+    CSqliteUse(Slot(LookupSetRows)).Number(rows).Number(number).Run();
+}
+
+void CSqliteStorage::AbsorbTouched(std::uint64_t place) {
+    const auto lookups = LookupsOf(place);
+    std::vector<std::vector<std::pair<std::string, ObjectId>>> keys(lookups.size());
+    MessageHead head;
+    std::string block;
+    for (const ObjectId id : ReadTouched(place)) {
+        if (!ReadMessage(id, head, block)) continue;
+        for (std::size_t i = 0; i < lookups.size(); ++i)
+            ForEachKeyOf(lookups[i].second, head.created, head.modified, block,
+                         [&](std::string_view key) { keys[i].emplace_back(key, id); });
+    }
+    for (std::size_t i = 0; i < lookups.size(); ++i)
+        AddKeys(lookups[i].first, keys[i]);
+    CSqliteUse(Slot(TouchedDrop)).Number(place).Run();
+}
+
+std::vector<ObjectId> CSqliteStorage::ReadTouched(std::uint64_t place) {
+    std::vector<ObjectId> ids;
+    CSqliteUse row(Slot(TouchedScan));
+    row.Number(place);
+    while (row.Step())
+        ids.push_back(row.NumberAt(0));
+    return ids;
+}
+
+// --- asking ------------------------------------------------------------------------------------------
+
+bool CSqliteStorage::FindMessages(ObjectId folder, bool associated, const std::vector<LookupRange>& ranges,
+                                  std::vector<ObjectId>& ids) {
+    if (!m_hasLookups) return false;
+    const std::uint64_t place = PlaceOf(MakeMessageId(folder, associated, 0));
+    std::vector<Lookup> lookups;
+    for (const LookupRange& range : ranges) {
+        auto lookup = FindLookup(place, range.property);
+        if (!lookup && IsWorthALookup(place) && WriteQuietly([&] { BuildLookup(place, range.property); }))
+            lookup = FindLookup(place, range.property);
+        if (!lookup) return false;
+        lookups.push_back(*lookup);
+    }
+    ids = ReadTouched(place);
+    if (ids.size() > kMostTouched && WriteQuietly([&] { AbsorbTouched(place); })) ids = ReadTouched(place);
+    const auto open = m_places.find(place);
+    if (InWrite() && open != m_places.end())
+        ids.insert(ids.end(), open->second.ids.begin(), open->second.ids.end());
+    for (std::size_t i = 0; i < ranges.size(); ++i) {
+        // Reading a message by its number costs more than meeting it in a scan.
+        const std::uint64_t most = lookups[i].rows / 3 + 1;
+        CSqliteUse row(Slot(KeyFind));
+        row.Number(lookups[i].number).Blob(ranges[i].first).Blob(ranges[i].last).Number(most);
+        while (row.Step())
+            ids.push_back(row.NumberAt(0));
+        if (ids.size() >= most) return false;
+    }
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return true;
+}
