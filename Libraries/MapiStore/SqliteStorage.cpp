@@ -81,7 +81,7 @@ void CSqliteStorage::Open(const char* name, int flags) {
         CheckIdentity();
         if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
         Execute(
-            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-65536;"
+            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-16384;"
             "PRAGMA temp_store=MEMORY; PRAGMA trusted_schema=OFF");
         // A store of which no page can be read shows it now, not at the first message.
         CSqliteUse(Slot(ReadCounters)).Step();
@@ -427,6 +427,20 @@ void CSqliteStorage::ScanMessages(ObjectId folder, bool associated,
     CSqliteUse row(Slot(MessageScan));
     row.Number(range.first).Number(range.last);
     while (row.Step() && each(MessageHeadOf(row), row.BytesAt(10))) {
+    }
+}
+
+void CSqliteStorage::ScanMessageBlocks(
+    ObjectId folder, bool associated, const std::function<bool(const MessageHead&, std::string_view)>& each) {
+    const IdRange range = RangeOf(folder, associated);
+    CSqliteUse row(Slot(MessageScanBlocks));
+    row.Number(range.first).Number(range.last);
+    MessageHead head;
+    while (row.Step()) {
+        head.id = row.NumberAt(0);
+        head.created = row.NumberAt(1);
+        head.modified = row.NumberAt(2);
+        if (!each(head, row.BytesAt(3))) return;
     }
 }
 

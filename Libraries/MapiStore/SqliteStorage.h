@@ -54,6 +54,8 @@ public:
     void DeleteMessages(ObjectId folder, bool associated) override;
     void ScanMessages(ObjectId folder, bool associated,
                       const std::function<bool(const MessageHead&, std::string_view)>& each) override;
+    void ScanMessageBlocks(ObjectId folder, bool associated,
+                           const std::function<bool(const MessageHead&, std::string_view)>& each) override;
     void ScanMessageHeads(ObjectId folder, bool associated,
                           const std::function<bool(const MessageHead&)>& each) override;
     bool FindMessages(ObjectId folder, bool associated, const std::vector<LookupRange>& ranges,

@@ -289,9 +289,13 @@ LPSRowSet CTableView::QueryWholeTable(std::size_t count) {
     CRowSet rows;
     CRootArena arena;
     const bool sorted = !m_sort.empty();
-    m_order.Load(*m_source, m_restriction.get(), m_sort, [&](RowKey key, const IRow& row) {
+    std::vector<PropId> ids;
+    for (const ULONG tag : m_columns)
+        ids.push_back(static_cast<PropId>(PROP_ID(tag)));
+    const auto add = [&](RowKey key, const IRow& row) {
         if (sorted || rows.Count() < count) rows.Add(WriteRow(row, key, arena));
-    });
+    };
+    m_order.Load(*m_source, m_restriction.get(), m_sort, add, ids);
     if (!sorted) return rows.Give();
     std::vector<std::uint32_t> order = m_order.Permutation();
     order.resize(std::min(order.size(), count));

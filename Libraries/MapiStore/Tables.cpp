@@ -77,6 +77,19 @@ bool IsInHead(PropId id) {
     }
 }
 
+// What only the whole head answers.
+bool NeedsWholeHead(PropId id) {
+    switch (id) {
+        case PROP_ID(PR_MESSAGE_FLAGS):
+        case PROP_ID(PR_MSG_STATUS):
+        case PROP_ID(PR_MESSAGE_SIZE):
+        case PROP_ID(PR_HASATTACH):
+            return true;
+        default:
+            return false;
+    }
+}
+
 // Whether the storage may be asked for messages by it.
 bool IsLookedUp(const LookupRange& range) {
     return IsOfBlock(range.property) || range.property == PROP_ID(PR_CREATION_TIME) ||
@@ -96,10 +109,13 @@ public:
             });
             return;
         }
-        m_core->Storage().ScanMessages(m_folder, m_associated,
-                                       [&](const MessageHead& head, std::string_view block) {
-                                           return each(head.id, CMessageRow(*m_core, head, block));
-                                       });
+        const auto show = [&](const MessageHead& head, std::string_view block) {
+            return each(head.id, CMessageRow(*m_core, head, block));
+        };
+        if (needs.ids && std::none_of(needs.ids->begin(), needs.ids->end(), NeedsWholeHead))
+            m_core->Storage().ScanMessageBlocks(m_folder, m_associated, show);
+        else
+            m_core->Storage().ScanMessages(m_folder, m_associated, show);
     }
 
     bool Read(RowKey key, const std::function<void(const IRow&)>& body) override {
