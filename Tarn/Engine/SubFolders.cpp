@@ -106,6 +106,7 @@ int CSyncFolder::RefuseTransport() {
 
 void CSyncFolder::SyncChildren(const std::string& sourceText, const std::string& targetText,
                                const CDirections& directions) {
+    if (m_stoppedByGuard) return;
     if (m_depth >= MaxDepth) {
         ShowMessageBox("The folders are nested too deeply to be followed further.", "Vellum");
         return;
@@ -161,6 +162,7 @@ void CSyncFolder::SyncLevel(const std::string& sourceText, const std::string& ta
 void CSyncFolder::CreateOrNote(const IMAPIFolderPtr& parent, const IMAPIFolderPtr& otherParent,
                                const SBinary& entryId, const std::string& name, const CMapiRowSet& rows,
                                const CDirections& directions) {
+    if (m_stoppedByGuard) return;
     const std::string path = ChildPath(parent, entryId, name);
     TraceFormat(m_traceFile, "Source to Target: %s does not have a counterpart, creating folder\n",
                 path.c_str());

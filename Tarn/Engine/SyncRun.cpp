@@ -109,6 +109,7 @@ void CSyncRun::Phases() {
     Guarded(outcome, "Error finding conflicts", "Tarn",
             [&] { m_engine.FindConflicts(m_source.changes, m_target.changes); });
     Guarded(outcome, "Error tracing rows", "Vellum", [&] { TraceChanges(); });
+    if (!Permitted()) return;
     KeepConflictLosers();
     CopyBothWays();
     if (!m_engine.m_cancelled) WriteState();
@@ -396,6 +397,17 @@ void CSyncRun::TraceChanges() {
     }
 }
 
+bool CSyncRun::Permitted() {
+    if (!m_engine.m_guard || !HasRows()) return true;
+    const bool permitted =
+        m_engine.m_guard->Permits(CountDeletions(m_source.name, m_target.changes, m_source.rows),
+                                  CountDeletions(m_target.name, m_source.changes, m_target.rows));
+    if (permitted) return true;
+    m_engine.m_stoppedByGuard = m_engine.m_outcome.guarded = true;
+    DropChanges();
+    return false;
+}
+
 // --- doing -----------------------------------------------------------------------------------------
 
 void CSyncRun::KeepConflictLosers() {
@@ -465,6 +477,7 @@ void CSyncRun::WriteState() {
 
 int CSyncFolder::SyncFolder(const std::string& source, const std::string& target, bool, bool,
                             bool findDeletions) {
+    if (m_stoppedByGuard) return 0;
     m_findDeletions = findDeletions;
     m_sourceSyncTime = m_targetSyncTime = {};
     m_lastSyncSource = m_lastSyncTarget = {};

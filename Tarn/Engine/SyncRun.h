@@ -48,6 +48,7 @@ private:
     bool Analyze();
     void ReloadAllRows();
     void TraceChanges();
+    bool Permitted();
     void KeepConflictLosers();
     void CopyBothWays();
     void ForgetMemories();

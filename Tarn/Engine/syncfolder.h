@@ -5,6 +5,7 @@
 // (making it so), SyncFileStore.cpp (remembering it).
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
+#include <Tarn/Engine/RunGuard.h>
 #include <Tarn/Engine/Strings.h>
 #include <Tarn/Engine/SyncFile.h>
 #include <Tarn/Engine/SyncIdentity.h>
@@ -34,6 +35,7 @@ struct CSyncOutcome {
     unsigned conflicts = 0;  // items changed on both sides
     bool cancelled = false;
     bool notAvailable = false;  // a kind of pair that this version does not run
+    bool guarded = false;       // a pair was stopped by its guard
 };
 
 // The new target of SyncModifiedElement, for a caller that watches folders.
@@ -260,6 +262,8 @@ public:
     FILETIME m_targetSyncTime{};
     CSyncProgress* m_progress = nullptr;  // may be null; not owned
     CSyncProtocol* m_protocol = nullptr;  // may be null; not owned
+    IRunGuard* m_guard = nullptr;         // may be null; not owned
+    bool m_stoppedByGuard = false;        // the pair under way ends; cleared by the caller before a pair
     int m_cancelled = 0;                  // the last answer of IsCancelled
     std::string m_sourceText;             // folder keys of SyncPrepared
     std::string m_targetText;

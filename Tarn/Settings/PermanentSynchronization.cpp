@@ -46,12 +46,42 @@ void CPermanentSynchronization::Watch(const CMapiSession& session, std::function
     m_session = session;
     m_sourceFolder = OpenFolderOfKey(session, m_setting.m_sourceKey);
     m_targetFolder = OpenFolderOfKey(session, m_setting.m_targetKey);
-    for (IVellumAdviseSink& sink : m_sinks)
-        sink.m_onChange = onChange;
-    if (m_setting.Has(SYNC_TO_TARGET))
-        AdviseTable(m_sinks[0], m_connections[0], m_tables[0], m_sourceFolder, m_targetFolder);
-    if (m_setting.Has(SYNC_FROM_TARGET))
-        AdviseTable(m_sinks[1], m_connections[1], m_tables[1], m_targetFolder, m_sourceFolder);
+    try {
+        if (m_setting.Has(SYNC_TO_TARGET)) AdviseSide(0, m_sourceFolder, m_targetFolder, onChange);
+        if (m_setting.Has(SYNC_FROM_TARGET)) AdviseSide(1, m_targetFolder, m_sourceFolder, onChange);
+    } catch (...) {
+        UnadviseAll();
+        throw;
+    }
+}
+
+void CPermanentSynchronization::AdviseSide(int side, const IMAPIFolderPtr& folder,
+                                           const IMAPIFolderPtr& otherFolder,
+                                           const std::function<void()>& onChange) {
+    if (onChange && m_setting.Has(SYNC_SUBFOLDERS)) {
+        AdviseTree(side, folder, onChange);
+        return;
+    }
+    m_sinks[side].m_onChange = onChange;
+    AdviseTable(m_sinks[side], m_connections[side], m_tables[side], folder, otherFolder);
+}
+
+// One connection for a whole store: a table of each folder would cost a thousand of them for a large tree.
+void CPermanentSynchronization::AdviseTree(int side, const IMAPIFolderPtr& folder,
+                                           const std::function<void()>& onChange) {
+    constexpr ULONG events = fnevObjectCreated | fnevObjectDeleted | fnevObjectModified | fnevObjectMoved |
+                             fnevObjectCopied | fnevNewMail;
+    CTreeSink& sink = m_trees[side];
+    sink.m_onChange = onChange;
+    sink.m_store = m_session.OpenStore(folder.GetBinProp(PR_STORE_ENTRYID));
+    sink.ReadTree(folder);
+    ULONG advised = 0;
+    THROW_ON_FAILURE_FOR(sink.m_store->Advise(0, nullptr, events, &sink, &advised), sink.m_store.RawProp());
+    m_treeConnections[side] = advised;
+}
+
+bool CPermanentSynchronization::IsOutdated() const {
+    return m_trees[0].m_treeChanged || m_trees[1].m_treeChanged;
 }
 
 void CPermanentSynchronization::AdviseTable(IVellumAdviseSink& sink, ULONG& connection, IMAPITablePtr& table,
@@ -83,6 +113,11 @@ void CPermanentSynchronization::UnadviseAll() {
         if (m_connections[side] != kNotAdvised && m_tables[side].IsValid())
             m_tables[side]->Unadvise(m_connections[side]);
         m_connections[side] = kNotAdvised;
+        CTreeSink& tree = m_trees[side];
+        if (m_treeConnections[side] != kNotAdvised && tree.m_store.IsValid())
+            tree.m_store->Unadvise(m_treeConnections[side]);
+        m_treeConnections[side] = kNotAdvised;
+        tree.m_store = IMsgStorePtr();
         m_tables[side].Free();
         m_sinks[side].m_table.Free();
     }
@@ -114,11 +149,11 @@ ULONG STDMETHODCALLTYPE IVellumAdviseSink::OnNotify(ULONG count, LPNOTIFICATION 
 void IVellumAdviseSink::OnOneNotification(const NOTIFICATION& notification) {
     if (notification.ulEventType != fnevTableModified) return;
     const TABLE_NOTIFICATION& table = notification.info.tab;
-    if (table.ulTableEvent != TABLE_ROW_ADDED && table.ulTableEvent != TABLE_ROW_MODIFIED) return;
     if (m_onChange) {
-        m_onChange();
+        if (table.ulTableEvent != TABLE_ERROR) m_onChange();
         return;
     }
+    if (table.ulTableEvent != TABLE_ROW_ADDED && table.ulTableEvent != TABLE_ROW_MODIFIED) return;
     for (ULONG i = 0; i < table.row.cValues; ++i) {
         if (table.row.lpProps[i].ulPropTag != PR_ENTRYID) continue;
         RunOverPair(table.row.lpProps[i].Value.bin);
@@ -145,4 +180,61 @@ void IVellumAdviseSink::RunOverPair(const SBinary& entryId) {
     progress.Begin();
     folder.SyncSubFolder(source, target, true, true, true, false, false);
     progress.Stop();
+}
+
+// --- a tree of folders -------------------------------------------------------------------------------
+
+namespace {
+constexpr int kMaxDepth = 500;
+
+std::string BytesOf(const ENTRYID* entryId, ULONG cb) {
+    return entryId == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(entryId), cb);
+}
+}  // namespace
+
+void CTreeSink::ReadTree(const IMAPIFolderPtr& folder) {
+    m_folders.clear();
+    m_treeChanged = false;
+    Collect(folder, 0);
+}
+
+void CTreeSink::Collect(const IMAPIFolderPtr& folder, int depth) {
+    // The identifiers of open folders, because those in a table may be short-term ones.
+    const CMapiBinary own = folder.GetBinProp(PR_ENTRYID);
+    m_folders.insert(BytesOf(reinterpret_cast<const ENTRYID*>(own.Bin().lpb), own.Count()));
+    if (depth >= kMaxDepth) return;
+    const CMapiRowSet rows = folder._rawHierrarchyTable().QueryRows({PR_ENTRYID});
+    for (ULONG i = 0; i < rows.Count(); ++i) {
+        const IMAPIFolderPtr child = folder.OpenEntryv(rows.Cell(i, 0).Binary()).As<IMAPIFolderPtr>();
+        if (child) Collect(child, depth + 1);
+    }
+}
+
+bool CTreeSink::Knows(const ENTRYID* entryId, ULONG cb) const {
+    return cb != 0 && m_folders.count(BytesOf(entryId, cb)) != 0;
+}
+
+bool CTreeSink::Concerns(const OBJECT_NOTIFICATION& object) const {
+    return Knows(object.lpParentID, object.cbParentID) || Knows(object.lpOldParentID, object.cbOldParentID) ||
+           (object.ulObjType == MAPI_FOLDER && Knows(object.lpEntryID, object.cbEntryID));
+}
+
+ULONG STDMETHODCALLTYPE CTreeSink::OnNotify(ULONG count, LPNOTIFICATION notifications) {
+    try {
+        for (ULONG i = 0; i < count; ++i) {
+            const NOTIFICATION& notification = notifications[i];
+            if (notification.ulEventType == fnevNewMail) {
+                const NEWMAIL_NOTIFICATION& mail = notification.info.newmail;
+                if (Knows(mail.lpParentID, mail.cbParentID)) m_onChange();
+                continue;
+            }
+            const OBJECT_NOTIFICATION& object = notification.info.obj;
+            if (!Concerns(object)) continue;
+            if (object.ulObjType == MAPI_FOLDER) m_treeChanged = true;
+            m_onChange();
+        }
+    } catch (...) {
+        // Nothing may leave a callback of the store.
+    }
+    return 0;
 }

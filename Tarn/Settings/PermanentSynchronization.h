@@ -7,8 +7,11 @@
 #include <Tarn/Engine/TarnSetting.h>
 #include <Tarn/Settings/TarnSettings.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <set>
+#include <string>
 #include <vector>
 
 // Receives the notifications of one folder's table. A member of its watcher: the reference count never
@@ -31,8 +34,8 @@ public:
     IMsgStorePtr m_store;
     CMapiBinary m_entryId;
     CMapiSession m_session;
-    // Called instead of a run when an item was added or changed; the thread is the store's. For a caller
-    // that gathers changes and runs on a thread of its own.
+    // Called instead of a run, and then for every change of the table, also for rows that went; the thread
+    // is the store's. For a caller that gathers changes and runs on a thread of its own.
     std::function<void()> m_onChange;
 
 private:
@@ -40,6 +43,24 @@ private:
     void RunOverPair(const SBinary& entryId);
 
     ULONG m_references = 0;
+};
+
+// Receives the notifications of a whole store and picks those of one folder and all below it.
+class CTreeSink : public IVellumAdviseSink {
+public:
+    // Reads the tree below `folder`; to be done before the sink is advised. Throws CMAPIException.
+    void ReadTree(const IMAPIFolderPtr& folder);
+    ULONG STDMETHODCALLTYPE OnNotify(ULONG count, LPNOTIFICATION notifications) override;
+
+    // Folders came, went or were renamed: the tree is to be read again.
+    std::atomic<bool> m_treeChanged{false};
+
+private:
+    void Collect(const IMAPIFolderPtr& folder, int depth);
+    bool Concerns(const OBJECT_NOTIFICATION& object) const;
+    bool Knows(const ENTRYID* entryId, ULONG cb) const;
+
+    std::set<std::string> m_folders;  // entry IDs, constant while advised
 };
 
 inline constexpr ULONG kNotAdvised = 0xFFFFFFFF;
@@ -54,10 +75,12 @@ public:
     // Answers 0 and advises on nothing.
     int Start(CMapiSession session);
 
-    // Opens both folders of the setting and advises on each side that has a direction away from it.
-    // `onChange` (may be empty) replaces the run over the pair. Throws CMAPIException; nothing is advised
-    // then.
+    // Opens both folders of the setting and advises on each side that has a direction away from it; with
+    // SYNC_SUBFOLDERS on everything below it as well. `onChange` (may be empty) replaces the run over the
+    // pair. May be called again. Throws CMAPIException; nothing is advised then.
     void Watch(const CMapiSession& session, std::function<void()> onChange);
+    // Folders came or went since Watch: call it again, so that the new ones are watched too.
+    bool IsOutdated() const;
 
     // Sets one direction up: reads the table of `folder` and has its changes sent to `sink`. Throws.
     void AdviseTable(IVellumAdviseSink& sink, ULONG& connection, IMAPITablePtr& table,
@@ -67,7 +90,13 @@ public:
     const CTarnSetting& Setting() const { return m_setting; }
 
 private:
+    void AdviseTree(int side, const IMAPIFolderPtr& folder, const std::function<void()>& onChange);
+    void AdviseSide(int side, const IMAPIFolderPtr& folder, const IMAPIFolderPtr& otherFolder,
+                    const std::function<void()>& onChange);
+
     IVellumAdviseSink m_sinks[2];
+    CTreeSink m_trees[2];
+    ULONG m_treeConnections[2] = {kNotAdvised, kNotAdvised};
     ULONG m_connections[2] = {kNotAdvised, kNotAdvised};
     IMAPITablePtr m_tables[2];
     IMAPIFolderPtr m_sourceFolder;

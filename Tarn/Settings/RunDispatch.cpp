@@ -1,5 +1,6 @@
 #include <Platform/Threads.h>
 #include <Platform/UserInterface.h>
+#include <Tarn/Settings/MassDeleteGuard.h>
 #include <Tarn/Settings/PermanentSynchronization.h>
 #include <Tarn/Settings/RunDispatch.h>
 #include <Tarn/Settings/TarnContext.h>
@@ -96,10 +97,20 @@ void AddOutcome(CSyncOutcome& sums, const CSyncOutcome& more) {
     sums.conflicts += more.conflicts;
     sums.cancelled |= more.cancelled;
     sums.notAvailable |= more.notAvailable;
+    sums.guarded |= more.guarded;
 }
 
-void RunPair(CSyncFolder& folder, const CTarnSetting& setting) {
+// The person of the add-in is asked by a message box.
+bool IsDeletionMeant(const CPlannedDeletions& planned) {
+    return ShowMessageBox(MassDeletionText(planned) + ".\nDelete them?", "Vellum", MB_YESNO) == IDYES;
+}
+
+void RunPair(CSyncFolder& folder, CTarnSetting& setting) {
+    CMassDeleteGuard guard(TarnContext().m_settings.m_massDeleteGuard.value_or(0), IsDeletionMeant);
     try {
+        if (TarnContext().m_settings.m_massDeleteGuard.value_or(0) != 0) folder.m_guard = &guard;
+        if (folder.m_guard != nullptr && !guard.PermitsPair(folder.m_session, setting, folder.m_progress))
+            folder.m_stoppedByGuard = folder.m_outcome.guarded = true;
         folder.SyncSubFolder(setting.m_sourceKey, setting.m_targetKey, setting.Has(SYNC_TO_TARGET),
                              setting.Has(SYNC_FROM_TARGET), setting.Has(SYNC_DELETE_IN_TARGET),
                              setting.Has(SYNC_SUBFOLDERS), setting.Has(SYNC_CREATE_SUBFOLDERS));
@@ -107,6 +118,7 @@ void RunPair(CSyncFolder& folder, const CTarnSetting& setting) {
         // A pair that breaks must not cost the pairs behind it their run.
         ++folder.m_outcome.phasesFailed;
     }
+    folder.m_guard = nullptr;
 }
 
 void RunListedPair(CSyncRunContext& context, CTarnSetting setting) {
@@ -157,6 +169,7 @@ void PrepareFolder(CSyncFolder& folder, CTarnSetting& setting, const CMapiSessio
     folder.m_session = session;
     folder.m_protocol = protocol;
     folder.m_missingFolders.clear();
+    folder.m_stoppedByGuard = false;
 }
 
 void RunAllSettings(CSyncProgress& progress, const CMapiSession& session, ULONG when, CSyncOutcome* outcome,

@@ -79,7 +79,7 @@ void RunOneWorker(CSyncFolder& folder) noexcept;
 bool TakesPart(const CTarnSetting& setting, ULONG when, ULONG kind);
 
 // Sets the setting's options, the setting itself, session and protocol on the folder and forgets the
-// missing folders of the pair before. `setting` must outlive the folder's next run.
+// missing folders and the guard's word of the pair before. `setting` must outlive the folder's next run.
 void PrepareFolder(CSyncFolder& folder, CTarnSetting& setting, const CMapiSession& session,
                    CSyncProtocol* protocol);
 

@@ -49,6 +49,7 @@ void CTarnSettings::LoadRegistry() {
     ReadInto(key, "ShowProtocol", m_showProtocol);
     ReadInto(key, "UseComputername", m_useComputername);
     ReadInto(key, "Pump", m_pump);
+    m_massDeleteGuard = key.ReadDword("MassDeleteGuard");
 }
 
 void CTarnSettings::SaveRegistry() const {

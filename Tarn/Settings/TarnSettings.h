@@ -6,6 +6,7 @@
 #include <MapiWrapper/MapiWrapper.h>
 #include <Tarn/Engine/TarnSetting.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,13 +58,18 @@ public:
     // The record with this source key that is not marked deleted; null if there is none.
     CTarnSetting* Find(const std::string& sourceKey);
     void InsertOrReplace(const CTarnSetting& setting);
+    // False if the places of the list hold something that was not understood.
+    bool WasReadWhole() const { return m_readWhole; }
 
     // --- values of the installation -----------------------------------------------------------------
     bool m_loaded = false;   // set when a Load begins
     ULONG m_storeInIni = 0;  // not zero: the list lies in the file
     ULONG m_showProtocol = SHOW_PROTOCOL_ALWAYS;
     ULONG m_useComputername = 1;
-    ULONG m_pump = 1;            // read and kept; nothing uses it
+    ULONG m_pump = 1;  // read and kept; nothing uses it
+    // A run that would delete more than so many per cent of one side asks first; 0: never. Without a value
+    // the command line has a share of its own and the add-in does not ask.
+    std::optional<ULONG> m_massDeleteGuard;
     std::string m_directory;     // of the directory transport
     bool m_timer = false;        // the timed run is switched on
     ULONG m_seconds = 60;        // its period

@@ -60,6 +60,17 @@ std::string SampleDirectory() {
     return JoinPath(given ? given : VELLUM_TEST_DATA, "msg");
 }
 
+CommandRun RunOn(const std::vector<std::string>& arguments, const CConsoleSettings& settings) {
+    std::ostringstream out;
+    std::ostringstream err;
+    CConsole console(out, err, settings);
+    CommandRun run;
+    run.code = RunCommandLine(arguments, console);
+    run.out = out.str();
+    run.err = err.str();
+    return run;
+}
+
 }  // namespace
 
 void CommandTest::SetUp() {
@@ -77,14 +88,14 @@ void CommandTest::TearDown() {
 }
 
 CommandRun CommandTest::Run(const std::vector<std::string>& arguments) {
-    std::ostringstream out;
-    std::ostringstream err;
-    CConsole console(out, err, CConsoleSettings());
-    CommandRun run;
-    run.code = RunCommandLine(arguments, console);
-    run.out = out.str();
-    run.err = err.str();
-    return run;
+    return RunOn(arguments, {});
+}
+
+CommandRun CommandTest::RunAsked(const std::vector<std::string>& arguments, const std::string& typed) {
+    std::istringstream answers(typed);
+    CConsoleSettings settings;
+    settings.answers = &answers;
+    return RunOn(arguments, settings);
 }
 
 Json CommandTest::RunJson(std::vector<std::string> arguments) {

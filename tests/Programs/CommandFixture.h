@@ -23,6 +23,8 @@ protected:
     void TearDown() override;
 
     CommandRun Run(const std::vector<std::string>& arguments);
+    // As on a terminal where a person types this.
+    CommandRun RunAsked(const std::vector<std::string>& arguments, const std::string& typed);
     // With --json; expects exit code 0 and answers the data.
     Json RunJson(std::vector<std::string> arguments);
     // Expects exit code 0.

@@ -7,6 +7,7 @@
 #include <Tarn/Settings/TarnContext.h>
 #include <support/StoreFixture.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -228,6 +229,69 @@ TEST_F(Dispatch, WatchersAreRebuiltAfterARunAndStartAdvisesOnNothing) {
     EXPECT_EQ(SubjectsIn(right.Get()), "");
 }
 
+TEST_F(Dispatch, TheGuardOfTheAddInIsOffUnlessTheInstallationSetsIt) {
+    std::vector<TestRef<IMessage>> items;
+    for (int i = 0; i < 12; ++i)
+        items.push_back(SavedMessage(left.Get(), "Item " + std::to_string(i)));
+    AddPair();
+    CSyncProgressHidden progress;
+    RunAll(progress);
+    const auto deleteAll = [&] {
+        for (int i = 0; i < 12; ++i)
+            DeleteBySubject(left.Get(), "Item " + std::to_string(i));
+    };
+    deleteAll();
+    settings().m_massDeleteGuard = 50;
+    shown.answer = IDNO;
+    EXPECT_TRUE(RunAll(progress).guarded);
+    EXPECT_EQ(LongOf(right.Get(), PR_CONTENT_COUNT), 12);
+    ASSERT_EQ(shown.messages.size(), 1u);
+    EXPECT_NE(shown.messages[0].text.find("12 of the 12 items in \"Right\""), std::string::npos);
+    shown.answer = IDYES;
+    EXPECT_FALSE(RunAll(progress).guarded);
+    EXPECT_EQ(LongOf(right.Get(), PR_CONTENT_COUNT), 0);
+
+    settings().m_massDeleteGuard.reset();
+    for (int i = 0; i < 12; ++i)
+        SavedMessage(left.Get(), "Item " + std::to_string(i));
+    RunAll(progress);
+    deleteAll();
+    shown.answer = IDNO;
+    EXPECT_FALSE(RunAll(progress).guarded);
+    EXPECT_EQ(LongOf(right.Get(), PR_CONTENT_COUNT), 0);
+    EXPECT_EQ(shown.messages.size(), 2u);
+}
+
+TEST_F(Dispatch, AWatchedTreeIsHeardOfAsAWhole) {
+    AddPair(SYNC_SUBFOLDERS);
+    const auto sub = MakeFolder(left.Get(), "Sub");
+    const auto item = SavedMessage(sub.Get(), "A");
+    std::atomic<int> changes{0};
+    CPermanentSynchronization watcher(settings().At(0));
+    watcher.Watch(mapi, [&] { ++changes; });
+    const auto heard = [&](const char* what) {
+        for (int i = 0; i < 300 && changes == 0; ++i)
+            SleepMs(10);
+        EXPECT_GT(changes.exchange(0), 0) << what;
+    };
+    DeleteBySubject(sub.Get(), "A");
+    heard("a deletion below");
+    EXPECT_FALSE(watcher.IsOutdated());
+    const auto later = MakeFolder(sub.Get(), "Later");
+    heard("a new folder");
+    EXPECT_TRUE(watcher.IsOutdated());
+    watcher.Watch(mapi, [&] { ++changes; });
+    SleepMs(200);
+    changes = 0;
+    SavedMessage(later.Get(), "B");
+    heard("an item in the new folder");
+    SleepMs(200);
+    changes = 0;
+    SavedMessage(OpenReceiveFolder(leftStore.Get()).Get(), "Mail");
+    SleepMs(300);
+    EXPECT_EQ(changes, 0) << "another folder of the store";
+}
+
 // ---- notifications --------------------------------------------------------------------------------
 
 NOTIFICATION TableEvent(ULONG event, SPropValue* row = nullptr) {
@@ -239,7 +303,7 @@ NOTIFICATION TableEvent(ULONG event, SPropValue* row = nullptr) {
     return notification;
 }
 
-TEST_F(Dispatch, OnlyAddedAndModifiedRowsCount) {
+TEST_F(Dispatch, WhoeverAsksForChangesHearsOfAllButNotDuringARun) {
     IVellumAdviseSink sink;
     int changes = 0;
     sink.m_onChange = [&] { ++changes; };
@@ -248,7 +312,7 @@ TEST_F(Dispatch, OnlyAddedAndModifiedRowsCount) {
         NOTIFICATION notification = TableEvent(event);
         EXPECT_EQ(sink.OnNotify(1, &notification), 0u);
     }
-    EXPECT_EQ(changes, 2);
+    EXPECT_EQ(changes, 4) << "all but the error";
     NOTIFICATION other = TableEvent(TABLE_ROW_ADDED);
     other.ulEventType = fnevNewMail;
     sink.OnNotify(1, &other);
@@ -256,7 +320,7 @@ TEST_F(Dispatch, OnlyAddedAndModifiedRowsCount) {
     NOTIFICATION dropped = TableEvent(TABLE_ROW_ADDED);
     sink.OnNotify(1, &dropped);
     g_syncBusy = 0;
-    EXPECT_EQ(changes, 2) << "what comes while a run is under way is dropped";
+    EXPECT_EQ(changes, 4) << "what comes while a run is under way is dropped";
 }
 
 TEST_F(Dispatch, ANotificationRunsTheWholePair) {
@@ -272,6 +336,9 @@ TEST_F(Dispatch, ANotificationRunsTheWholePair) {
     SPropValue entryId{};
     entryId.ulPropTag = PR_ENTRYID;
     entryId.Value.bin = {static_cast<ULONG>(id.size()), reinterpret_cast<BYTE*>(id.data())};
+    NOTIFICATION deleted = TableEvent(TABLE_ROW_DELETED, &entryId);
+    sink.OnNotify(1, &deleted);
+    EXPECT_EQ(LongOf(right.Get(), PR_CONTENT_COUNT), 0) << "a row that went starts no run";
     NOTIFICATION notification = TableEvent(TABLE_ROW_ADDED, &entryId);
     // The status program is not there in a test; a window of its title stands in.
     CVellumDlg status;

@@ -74,3 +74,5 @@ void AddItemEditCommands(CCommandTable& table, CLI::App& group);
 void AddPairCommands(CCommandTable& table);
 void AddSyncCommand(CCommandTable& table);
 void AddWatchCommands(CCommandTable& table);
+void AddProtocolCommand(CCommandTable& table);
+void AddSettingsCommands(CCommandTable& table);

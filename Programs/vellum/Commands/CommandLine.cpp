@@ -62,6 +62,8 @@ void AddCommands(CCommandTable& table) {
     AddPairCommands(table);
     AddSyncCommand(table);
     AddWatchCommands(table);
+    AddProtocolCommand(table);
+    AddSettingsCommands(table);
     AddQueryCommands(table);
 }
 

@@ -1,6 +1,7 @@
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Session/ProfileAdmin.h>
+#include <Programs/vellum/Sync/LastProtocol.h>
 
 namespace {
 
@@ -32,6 +33,7 @@ int RemoveProfile(CCommandContext& context, const std::string& name, bool force)
                                 " store(s), which would be removed with all their items",
                             "If that is meant, say so with --force.");
     admin.Remove(name);
+    ForgetLastRun(name);
     context.Console().Note("Removed the profile \"" + name + "\".");
     return Code(ExitCode::Done);
 }

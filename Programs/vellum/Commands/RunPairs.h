@@ -2,14 +2,19 @@
 #pragma once
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Tarn/Engine/TarnSetting.h>
+#include <Tarn/Settings/TarnSettings.h>
 
 #include <vector>
 
 struct CRunOptions {
     bool dryRun = false;
-    bool inBackground = false;  // no line for each folder, and no word of pairs that had nothing to do
-    unsigned waitSeconds = 0;   // for a run of the same pair in another process; CPatience::kForEver
+    bool inBackground = false;     // no line for each folder, and no word of pairs that had nothing to do
+    unsigned massDeleteShare = 0;  // per cent, see CMassDeleteGuard; 0: no guard
+    unsigned waitSeconds = 0;      // for a run of the same pair in another process; CPatience::kForEver
 };
+
+// The share that the installation has set, or else the usual one.
+unsigned MassDeleteShare(const CTarnSettings& settings);
 
 struct CBatchResult {
     ExitCode code = ExitCode::Done;  // of the pair that went worst

@@ -2,8 +2,10 @@
 #include <Programs/vellum/Commands/RunPairs.h>
 #include <Programs/vellum/Sync/PairLock.h>
 #include <Programs/vellum/Sync/PairStore.h>
+#include <Tarn/Settings/MassDeleteGuard.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -14,6 +16,8 @@ struct CSyncArguments {
     bool atShutdown = false;
     bool dryRun = false;
     bool extendedExit = false;
+    bool allowMassDelete = false;
+    std::optional<unsigned> massDeleteShare;
     const CLI::Option* wait = nullptr;
     std::string waitText;
 };
@@ -52,9 +56,11 @@ int Sync(CCommandContext& context, CSyncArguments arguments) {
     CRunOptions options;
     options.dryRun = arguments.dryRun;
     options.waitSeconds = TakeWait(arguments);
-    CProfileSession& session = context.Session();
+    CPairStore store(context.Session());
     CConsole& console = context.Console();
-    const auto pairs = CPairStore(session).Load();
+    const auto pairs = store.Load();
+    options.massDeleteShare = arguments.massDeleteShare.value_or(MassDeleteShare(store.Settings()));
+    if (arguments.allowMassDelete) options.massDeleteShare = 0;
     const auto chosen = ChoosePairs(pairs, arguments);
     if (chosen.empty())
         console.Note(pairs.empty() ? "The profile has no pairs yet. Add one:  vellum pair add SOURCE TARGET"
@@ -89,6 +95,15 @@ void AddSyncCommand(CCommandTable& table) {
             ->type_name("[SECONDS]")
             ->expected(0, 1);
     command.add_flag("--dry-run", arguments->dryRun, "Only say what would be done");
+    command.add_flag("--allow-mass-delete", arguments->allowMassDelete,
+                     "Delete also where most items of a folder would go");
+    command
+        .add_option("--mass-delete-share", arguments->massDeleteShare,
+                    "Stop a pair of which more than so many per cent, and at least " +
+                        std::to_string(kMassDeleteLeast) + " items, would be deleted on one side (default: " +
+                        std::to_string(kMassDeleteShare) + ")")
+        ->type_name("PERCENT")
+        ->check(CLI::Range(1u, 100u));
     command.add_flag("--ext-exit", arguments->extendedExit,
                      "Add 32 to the exit code if the source side was changed, 64 if the target side was");
 }

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <ostream>
+#include <iostream>
 
 CConsole::CConsole(std::ostream& out, std::ostream& err, const CConsoleSettings& settings)
     : m_out(out), m_err(err), m_settings(settings) {}
@@ -57,6 +57,16 @@ void CConsole::Error(const std::string& text, const std::string& hint) {
     if (!hint.empty()) m_err << "  " << PlainLines(hint) << '\n';
 }
 
+bool CConsole::Ask(const std::string& question) {
+    if (!CanAsk()) return false;
+    ClearTransient();
+    m_out.flush();
+    m_err << PlainLines(question) << " [y/N] " << std::flush;
+    std::string answer;
+    std::getline(*m_settings.answers, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
 void CConsole::ShowTransient(const std::string& text) {
     if (!m_settings.errIsTerminal || m_quiet) return;
     m_err << "\r\x1b[K" << Utf8Shorten(OneLine(text), m_settings.width > 1 ? m_settings.width - 1 : 1)
@@ -74,6 +84,7 @@ CConsoleSettings ConsoleOfThisProcess() {
     CConsoleSettings settings;
     settings.outIsTerminal = isatty(1) != 0;
     settings.errIsTerminal = isatty(2) != 0;
+    if (isatty(0) != 0 && settings.errIsTerminal) settings.answers = &std::cin;
     const char* noColour = std::getenv("NO_COLOR");
     const char* terminal = std::getenv("TERM");
     settings.colourAllowed = !(noColour && *noColour) && !(terminal && std::string(terminal) == "dumb");

@@ -7,8 +7,9 @@
 struct CConsoleSettings {
     bool outIsTerminal = false;
     bool errIsTerminal = false;
-    bool colourAllowed = true;  // false under NO_COLOR and on a dumb terminal
-    unsigned width = 80;        // columns of the terminal
+    bool colourAllowed = true;        // false under NO_COLOR and on a dumb terminal
+    unsigned width = 80;              // columns of the terminal
+    std::istream* answers = nullptr;  // where a person answers; null: nobody is there to ask
 };
 
 class CConsole {
@@ -31,6 +32,10 @@ public:
     void Note(const std::string& text);
     void Warn(const std::string& text);
     void Error(const std::string& text, const std::string& hint = {});
+
+    bool CanAsk() const { return m_settings.answers != nullptr; }
+    // Asks on standard error, also when quiet; true for "y" or "yes". False where nobody is there.
+    bool Ask(const std::string& question);
 
     // The line that is overwritten on a terminal while something is under way; nothing elsewhere.
     void ShowTransient(const std::string& text);

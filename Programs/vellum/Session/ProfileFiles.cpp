@@ -21,8 +21,14 @@ std::string Encoded(const std::string& name) {
 
 }  // namespace
 
-std::string ProfileFilesDirectory(const std::string& profile, const std::string& kind) {
-    const std::string directory = JoinPath(JoinPath(DataDirectory(), kind), Encoded(profile));
+std::string ProfileLocksDirectory(const std::string& profile) {
+    const std::string directory = JoinPath(JoinPath(DataDirectory(), "locks"), Encoded(profile));
     MakeDirectories(directory);
     return directory;
+}
+
+std::string ProfileProtocolFile(const std::string& profile) {
+    const std::string directory = JoinPath(ConfigDirectory(), "protocols");
+    MakeDirectories(directory);
+    return JoinPath(directory, Encoded(profile) + ".json");
 }

@@ -1,7 +1,9 @@
-// Where the command line keeps files of its own for a profile.
+// Where the command line keeps files of its own for a profile. Two profiles have two places, whatever
+// characters their names hold.
 #pragma once
 #include <string>
 
-// The directory `kind` ("locks", "protocols") of the profile below the data directory, made if it is not
-// there. Two profiles have two directories, whatever characters their names hold.
-std::string ProfileFilesDirectory(const std::string& profile, const std::string& kind);
+// Below the data directory; made if it is not there.
+std::string ProfileLocksDirectory(const std::string& profile);
+// Below the configuration directory, whose folder is made if it is not there.
+std::string ProfileProtocolFile(const std::string& profile);

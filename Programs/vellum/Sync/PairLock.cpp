@@ -55,7 +55,7 @@ LockAnswer TakeOne(CProcessLock& lock, const std::string& path, const CPatience&
 
 LockAnswer CPairLock::Take(const std::string& profile, const CTarnSetting& pair, const CPatience& patience,
                            std::string& holder) {
-    const std::string directory = ProfileFilesDirectory(profile, "locks");
+    const std::string directory = ProfileLocksDirectory(profile);
     const auto path = [&](const char* kind, const std::string& text) {
         return JoinPath(directory, kind + HashOf(text) + ".lock");
     };

@@ -68,8 +68,9 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
         text +=
             ", " + console.OnOut(CConsole::Style::Error, Plural(outcome.phasesFailed, "step") + " failed");
     if (outcome.cancelled) text += ", cancelled";
+    if (result.guarded) text += ", " + console.OnOut(CConsole::Style::Error, "stopped");
     if (result.protocol.IsEmpty() && outcome.sourceChanged + outcome.targetChanged == 0 &&
-        outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled)
+        outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled && !result.guarded)
         text = "nothing to do";
     console.Out() << "  " << text << '\n';
     if (outcome.conflicts > 0) console.Note(conflictAdvice);
@@ -86,11 +87,11 @@ bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& 
     return result.problem.empty();
 }
 
-void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPatience& patience,
+void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPairRunOptions& options,
              CPairResult& result) {
     CPairLock lock;
     std::string holder;
-    const LockAnswer answer = lock.Take(session.Name(), result.pair, patience, holder);
+    const LockAnswer answer = lock.Take(session.Name(), result.pair, options.patience, holder);
     if (answer == LockAnswer::Busy) result.busy = holder;
     if (answer == LockAnswer::Interrupted) result.outcome.cancelled = true;
     if (answer != LockAnswer::Taken) return;
@@ -102,12 +103,16 @@ void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPatie
     run.m_progress = &progress;
     // The protocol names folders, which may be called the same on both sides.
     progress.OnStep([&] { result.toSource.push_back(run.m_copyToSource); });
+    CMassDeleteGuard guard(options.massDeleteShare, options.isItMeant);
+    if (options.massDeleteShare != 0) run.m_guard = &guard;
     if (result.pair.Has(SYNC_TRACE_FILE)) run.OpenTraceFile();
-    run.SyncSubFolder(result.pair.m_sourceKey, result.pair.m_targetKey, result.pair.Has(SYNC_TO_TARGET),
-                      result.pair.Has(SYNC_FROM_TARGET), result.pair.Has(SYNC_DELETE_IN_TARGET),
-                      result.pair.Has(SYNC_SUBFOLDERS), result.pair.Has(SYNC_CREATE_SUBFOLDERS));
+    if (!run.m_guard || guard.PermitsPair(session.Mapi(), result.pair, &progress))
+        run.SyncSubFolder(result.pair.m_sourceKey, result.pair.m_targetKey, result.pair.Has(SYNC_TO_TARGET),
+                          result.pair.Has(SYNC_FROM_TARGET), result.pair.Has(SYNC_DELETE_IN_TARGET),
+                          result.pair.Has(SYNC_SUBFOLDERS), result.pair.Has(SYNC_CREATE_SUBFOLDERS));
     if (result.pair.Has(SYNC_TRACE_FILE)) run.CloseTraceFile();
     progress.OnStep({});
+    result.guarded = guard.Refused();
     result.outcome = run.m_outcome;
     result.missingFolders = run.m_missingFolders;
 }
@@ -136,6 +141,7 @@ Json ResultToJson(const CPairResult& result) {
     json["source"] = Utf8FromNarrow(result.pair.m_sourcePath);
     json["target"] = Utf8FromNarrow(result.pair.m_targetPath);
     if (!result.busy.empty()) json["busy"] = Utf8FromNarrow(result.busy);
+    if (result.guarded) json["guarded"] = Utf8FromNarrow(MassDeletionText(*result.guarded));
     if (!result.problem.empty()) json["problem"] = Utf8FromNarrow(result.problem);
     Json entries = Json::array();
     for (std::size_t i = 0; i < result.protocol.Count(); ++i) {

@@ -4,7 +4,9 @@
 #include <Programs/vellum/Session/ProfileSession.h>
 #include <Programs/vellum/Sync/PairLock.h>
 #include <Tarn/Engine/syncfolder.h>
+#include <Tarn/Settings/MassDeleteGuard.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +22,15 @@ struct CPairResult {
     std::vector<std::string> missingFolders;
     std::string busy;     // who holds the pair; empty: nobody
     std::string problem;  // why it could not be begun; empty: it could
+    // What it was stopped for before too much was deleted.
+    std::optional<CPlannedDeletions> guarded;
     bool isDryRun = false;
+};
+
+struct CPairRunOptions {
+    CPatience patience;
+    unsigned massDeleteShare = 0;          // per cent; 0: delete whatever is to be deleted
+    CMassDeleteGuard::Question isItMeant;  // empty: too many deletions are not
 };
 
 // Opens both folders; false with the problem told where one of them is not there.
@@ -28,7 +38,7 @@ bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& 
 
 // Runs one pair on this thread, once no other process runs it. Failures inside the run are in the outcome,
 // what the engine had to say about them went to the installed user interface.
-void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPatience& patience,
+void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPairRunOptions& options,
              CPairResult& result);
 
 // The word for a protocol state: "new", "changed", "deleted", "conflict", "kept".

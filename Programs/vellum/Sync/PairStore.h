@@ -17,6 +17,10 @@ public:
     std::vector<CTarnSetting> Load();
     // Replaces the list; call Load before. Throws CCommandError; the former list stands then.
     void Save(const std::vector<CTarnSetting>& pairs);
+    // The list in its text form, as Load found it.
+    std::string Text() { return m_settings.BuildSettingsText(); }
+    // The values beside the list, as Load found them.
+    const CTarnSettings& Settings() const { return m_settings; }
 
 private:
     CProfileSession& m_session;

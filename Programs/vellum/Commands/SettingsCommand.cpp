@@ -1,0 +1,259 @@
+// The values of the installation, and the list of pairs as text.
+#include <Platform/Files.h>
+#include <Platform/Registry.h>
+#include <Programs/vellum/Commands/CommandContext.h>
+#include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Sync/PairStore.h>
+#include <Tarn/Settings/MassDeleteGuard.h>
+#include <Tarn/Settings/TarnSettings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <ostream>
+#include <vector>
+
+namespace {
+
+// One value of the registry. `fallback` is what holds where the value is not there.
+struct CValue {
+    const char* name;      // on the command line and in JSON
+    const char* registry;  // the value's name
+    const char* key;
+    bool isText;
+    DWORD last;  // the greatest number allowed
+    DWORD fallback;
+    const char* meaning;
+};
+
+constexpr char vellumKey[] = "Software\\Ostrand\\Vellum";
+constexpr char vellumwareKey[] = "Software\\Ostrand\\Vellumware";
+constexpr char tarnKey[] = "Software\\Ostrand\\Tarn";
+
+constexpr CValue values[] = {
+    {"store-in-ini", "StoreInIni", vellumKey, false, 1, 0,
+     "1: the pairs lie in the file VellumCfg.ini instead of the mailbox"},
+    {"show-protocol", "ShowProtocol", vellumKey, false, 2, SHOW_PROTOCOL_ALWAYS,
+     "Add-in: the protocol after a run, 0 never, 1 always, 2 for conflicts"},
+    {"use-computername", "UseComputername", vellumKey, false, 1, 1,
+     "1: each computer has a memory of its own for each pair"},
+    {"pump", "Pump", vellumKey, false, 1, 1, "Kept for the add-in"},
+    {"find-duplicates", "FindDuplicates", vellumKey, false, 1, 0, "1: duplicates are removed before a run"},
+    {"directory", "Directory", vellumKey, true, 0, 0, "Directory of the pairs that travel as files"},
+    {"mass-delete-guard", "MassDeleteGuard", vellumKey, false, 100, kMassDeleteShare,
+     "A run that would delete more than so many per cent of one side is stopped; 0: never"},
+    {"hard-delete", "HardDelete", vellumwareKey, false, 1, 0,
+     "1: what a run removes is destroyed instead of kept below the wastebasket"},
+    {"profile", "Profil", tarnKey, true, 0, 0, "Add-in: the profile of a logon of its own"},
+};
+
+const CValue& ValueOf(const std::string& name) {
+    std::string names;
+    for (const CValue& value : values) {
+        if (value.name == name) return value;
+        names += std::string(names.empty() ? "" : ", ") + value.name;
+    }
+    throw CCommandError(ExitCode::Usage, "There is no value \"" + name + "\"", "There are: " + names);
+}
+
+// What the registry holds; null where it holds nothing of that name.
+Json Stored(const CValue& value) {
+    CRegistryKey key;
+    if (key.Open(RegistryRoot::CurrentUser, value.key) != ERROR_SUCCESS) return nullptr;
+    if (value.isText) {
+        const auto text = key.ReadString(value.registry);
+        return text ? Json(Utf8FromNarrow(*text)) : Json(nullptr);
+    }
+    const auto number = key.ReadDword(value.registry);
+    return number ? Json(*number) : Json(nullptr);
+}
+
+// What holds. A key without the value ShowProtocol counts as "never".
+Json Effective(const CValue& value) {
+    const Json stored = Stored(value);
+    if (!stored.is_null()) return stored;
+    if (value.isText) return "";
+    CRegistryKey key;
+    const bool keyIsThere = key.Open(RegistryRoot::CurrentUser, value.key) == ERROR_SUCCESS;
+    if (keyIsThere && std::string(value.name) == "show-protocol") return SHOW_PROTOCOL_NEVER;
+    return value.fallback;
+}
+
+int ShowSettings(CCommandContext& context) {
+    CListing listing({{"name", "Name"}, {"value", "Value"}, {"set", "Set"}, {"meaning", "Meaning"}}, "");
+    for (const CValue& value : values) {
+        const Json effective = Effective(value);
+        const bool isSet = !Stored(value).is_null();
+        listing.AddRow({value.name,
+                        {effective, effective.is_string() ? effective.get<std::string>() : effective.dump()},
+                        {isSet, isSet ? "yes" : ""},
+                        value.meaning});
+    }
+    listing.Print(context.Console(), context.Json());
+    return Code(ExitCode::Done);
+}
+
+void CheckWritten(LONG code, const CValue& value) {
+    if (code != ERROR_SUCCESS)
+        throw CCommandError(ExitCode::NotOpen, std::string("The value \"") + value.name +
+                                                   "\" could not be written: " + LastFileError());
+}
+
+DWORD NumberOf(const CValue& value, const std::string& text) {
+    DWORD number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number > value.last)
+        throw CCommandError(ExitCode::Usage, "\"" + text + "\" is no value for \"" + value.name + "\"",
+                            "It takes a number from 0 to " + std::to_string(value.last) + ".");
+    return number;
+}
+
+// A key without the value ShowProtocol means "never"; making the key for another value must not switch the
+// protocol off.
+void MakeKey(CRegistryKey& key, const CValue& value) {
+    const bool isNew = key.Open(RegistryRoot::CurrentUser, value.key) != ERROR_SUCCESS;
+    CheckWritten(key.Create(RegistryRoot::CurrentUser, value.key), value);
+    if (isNew && std::string(value.key) == vellumKey) key.WriteDword("ShowProtocol", SHOW_PROTOCOL_ALWAYS);
+}
+
+// Whoever switches the place of the list takes the list along. Pairs that lie in the new place from former
+// times stay beside them.
+void MovePairs(CCommandContext& context, const CValue& value, DWORD number) {
+    CPairStore former(context.Session());
+    const auto pairs = former.Load();
+    const DWORD formerNumber = former.Settings().m_storeInIni;
+    CRegistryKey key;
+    MakeKey(key, value);
+    CheckWritten(key.WriteDword(value.registry, number), value);
+    CTarnSettings settings;
+    settings.Load(context.Session().Mapi());
+    for (const CTarnSetting& pair : pairs)
+        settings.InsertOrReplace(pair);
+    if (settings.Save(context.Session().Mapi())) return;
+    key.WriteDword(value.registry, formerNumber);
+    throw CCommandError(ExitCode::NotOpen, "The list of pairs could not be written to its new place");
+}
+
+int SetValue(CCommandContext& context, const std::string& name, const std::string& text) {
+    const CValue& value = ValueOf(name);
+    const DWORD number = value.isText ? 0 : NumberOf(value, text);
+    if (name == "store-in-ini") {
+        MovePairs(context, value, number);
+    } else {
+        CRegistryKey key;
+        MakeKey(key, value);
+        CheckWritten(
+            value.isText ? key.WriteString(value.registry, text) : key.WriteDword(value.registry, number),
+            value);
+    }
+    context.Console().Note("\"" + name + "\" is " + (text.empty() ? "empty" : text) + " now.");
+    return Code(ExitCode::Done);
+}
+
+int ExportSettings(CCommandContext& context, const std::string& path) {
+    CPairStore store(context.Session());
+    const std::size_t count = store.Load().size();
+    std::string text = store.Text();
+    if (!store.Settings().WasReadWhole())
+        context.Console().Warn("The list holds text that is not understood; it is not in the export");
+    if (path == "-") {
+        context.Console().Out() << text;
+        return Code(ExitCode::Done);
+    }
+    text.push_back('\0');  // as the file of the list ends
+    if (!WriteFileDurably(path, text))
+        throw CCommandError(ExitCode::NotOpen, "\"" + path + "\" could not be written: " + LastFileError());
+    context.Console().Note("Wrote " + std::to_string(count) + " pair(s) to \"" + path + "\".");
+    return Code(ExitCode::Done);
+}
+
+std::string ReadSettingsFile(const std::string& path) {
+    std::string text;
+    if (!ReadFileBytes(path, text))
+        throw CCommandError(ExitCode::NotOpen, "\"" + path + "\" cannot be read: " + LastFileError());
+    if (!text.empty() && text.back() == '\0') text.pop_back();
+    return text;
+}
+
+struct CImportArguments {
+    std::string file;
+    bool replace = false;
+    bool partly = false;
+};
+
+bool IsTaken(const std::vector<CTarnSetting>& pairs, const std::string& name) {
+    return std::any_of(pairs.begin(), pairs.end(),
+                       [&](const CTarnSetting& pair) { return pair.m_groupId == name; });
+}
+
+// False if the pair's source folder has a pair that stays.
+bool TakePair(std::vector<CTarnSetting>& pairs, CTarnSetting pair, bool replace) {
+    const auto known = std::find_if(pairs.begin(), pairs.end(), [&](const CTarnSetting& other) {
+        return other.m_sourceKey == pair.m_sourceKey;
+    });
+    if (known != pairs.end()) {
+        if (replace) *known = std::move(pair);
+        return replace;
+    }
+    const std::string name = pair.m_groupId;
+    for (int i = 2; !name.empty() && IsTaken(pairs, pair.m_groupId); ++i)
+        pair.m_groupId = name + " " + std::to_string(i);
+    pairs.push_back(std::move(pair));
+    return true;
+}
+
+int ImportSettings(CCommandContext& context, const CImportArguments& arguments) {
+    CTarnSettings read;
+    const bool whole = read.ParseSettingsText(ReadSettingsFile(arguments.file));
+    if (!whole && !arguments.partly)
+        throw CCommandError(ExitCode::Guarded,
+                            "\"" + arguments.file +
+                                "\" is not wholly understood: " + std::to_string(read.Count()) +
+                                " pair(s) were found, and something beside them",
+                            "To take what was found:  --partly");
+    CPairStore store(context.Session());
+    auto pairs = store.Load();
+    unsigned added = 0, known = 0;
+    for (std::size_t i = 0; i < read.Count(); ++i)
+        ++(TakePair(pairs, read.At(i), arguments.replace) ? added : known);
+    if (added != 0) store.Save(pairs);
+    context.Console().Note("Imported " + std::to_string(added) + " pair(s)" +
+                           (known == 0
+                                ? "."
+                                : "; " + std::to_string(known) +
+                                      " stayed as they were, whose source folders have pairs already."));
+    return Code(ExitCode::Done);
+}
+
+}  // namespace
+
+void AddSettingsCommands(CCommandTable& table) {
+    struct Arguments {
+        std::string name;
+        std::string value;
+        std::string file;
+        CImportArguments import;
+    };
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App& group = table.AddGroup("settings", "Values of the installation, and the pairs as text",
+                                     "settings set mass-delete-guard 30");
+    table.AddCommand(group, "show", "Show the values", "settings show --json", ShowSettings);
+    CLI::App& set = table.AddCommand(group, "set", "Change a value", "settings set mass-delete-guard 30",
+                                     [arguments](CCommandContext& context) {
+                                         return SetValue(context, arguments->name, arguments->value);
+                                     });
+    set.add_option("NAME", arguments->name, "As in 'settings show'")->required();
+    set.add_option("VALUE", arguments->value, "The new value")->required();
+    table
+        .AddCommand(
+            group, "export", "Write the pairs to a text file", "settings export pairs.ini",
+            [arguments](CCommandContext& context) { return ExportSettings(context, arguments->file); })
+        .add_option("FILE", arguments->file, "The file, replaced if it is there; - for standard output")
+        ->required();
+    CLI::App& import = table.AddCommand(
+        group, "import", "Add the pairs of a text file", "settings import pairs.ini",
+        [arguments](CCommandContext& context) { return ImportSettings(context, arguments->import); });
+    import.add_option("FILE", arguments->import.file, "A file of 'settings export', or a VellumCfg.ini")
+        ->required();
+    import.add_flag("--replace", arguments->import.replace, "Replace pairs of the same source folder");
+    import.add_flag("--partly", arguments->import.partly, "Also where the file is not wholly understood");
+}

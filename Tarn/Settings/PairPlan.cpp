@@ -1,0 +1,114 @@
+#include <Tarn/Settings/PairPlan.h>
+
+#include <Tarn/Settings/PermanentSynchronization.h>
+#include <Tarn/Settings/RunDispatch.h>
+
+#include <unordered_map>
+
+namespace {
+
+// As the run has it: a store that names a folder as its own child ends somewhere.
+constexpr int kMaxDepth = 500;
+
+std::string LastName(const std::string& path) {
+    const size_t cut = path.find_last_of('\\');
+    return cut == std::string::npos ? path : path.substr(cut + 1);
+}
+
+}  // namespace
+
+CPairPlan::CPairPlan(const CMapiSession& session, CTarnSetting& setting, CSyncProgress* progress)
+    : m_setting(setting) {
+    PrepareFolder(m_engine, setting, session, nullptr);
+    m_engine.m_progress = progress;
+    m_engine.m_findDeletions = setting.Has(SYNC_DELETE_IN_TARGET);
+}
+
+void CPairPlan::Walk(const std::function<void(CPlannedFolders&)>& onFolders,
+                     const std::function<void(const std::string& path)>& onMissing) {
+    m_onFolders = onFolders;
+    m_onMissing = onMissing;
+    CPlannedPlace source, target;
+    source.folder = OpenFolderOfKey(m_engine.m_session, m_setting.m_sourceKey);
+    source.path = m_setting.m_sourcePath;
+    source.name = LastName(source.path);
+    target.folder = OpenFolderOfKey(m_engine.m_session, m_setting.m_targetKey);
+    target.path = m_setting.m_targetPath;
+    target.name = LastName(target.path);
+    WalkFolders(source, target, 0);
+}
+
+void CPairPlan::WalkFolders(const CPlannedPlace& source, const CPlannedPlace& target, int depth) {
+    if (m_engine.PollCancelled()) return;
+    if (m_setting.Has(SYNC_SUBFOLDERS) && depth < kMaxDepth) WalkChildren(source, target, depth);
+    if (!m_engine.m_outcome.cancelled) Look(source, target);
+}
+
+std::vector<CPairPlan::Child> CPairPlan::ChildrenOf(const IMAPIFolderPtr& folder) {
+    const CMapiRowSet rows = folder._rawHierrarchyTable().QueryRows({PR_DISPLAY_NAME_A, PR_ENTRYID});
+    std::vector<Child> children;
+    for (ULONG i = 0; i < rows.Count(); ++i) {
+        children.emplace_back();
+        children.back().name = rows.Cell(i, 0).Str();
+        children.back().entryId = rows.Cell(i, 1).Binary();
+    }
+    return children;
+}
+
+CPlannedPlace CPairPlan::Below(const CPlannedPlace& parent, const Child& child) {
+    CPlannedPlace side;
+    side.folder = parent.folder.OpenEntryv(child.entryId.Bin()).As<IMAPIFolderPtr>();
+    side.name = child.name;
+    side.path = parent.path + "\\" + child.name;
+    return side;
+}
+
+void CPairPlan::WalkChildren(const CPlannedPlace& source, const CPlannedPlace& target, int depth) {
+    const auto left = ChildrenOf(source.folder);
+    const auto right = ChildrenOf(target.folder);
+    std::unordered_map<std::string, const Child*> unmatched;
+    for (const Child& child : right)
+        unmatched.emplace(child.name, &child);
+    for (const Child& child : left) {
+        const auto other = unmatched.find(child.name);
+        if (other == unmatched.end()) {
+            if (m_onMissing) m_onMissing(source.path + "\\" + child.name);
+            continue;
+        }
+        WalkFolders(Below(source, child), Below(target, *other->second), depth + 1);
+        unmatched.erase(other);
+    }
+    for (const Child& child : right)
+        if (m_onMissing && unmatched.count(child.name)) m_onMissing(target.path + "\\" + child.name);
+}
+
+void CPairPlan::ReadRows(Side& side, const FILETIME& time) {
+    const IMAPITablePtr table = side.folder._rawContentsTable();
+    m_engine.ApplyTableFilter(side.folder, table, &time, true);
+    SSortOrderSet order{};
+    order.cSorts = 1;
+    order.aSort[0] = {PR_LAST_MODIFICATION_TIME, TABLE_SORT_DESCEND};
+    THROW_ON_FAILURE_FOR(table->SortTable(&order, TBL_BATCH), table.Get());
+    m_engine.QuerySyncRows(side.rows, side.folder, table);
+}
+
+void CPairPlan::Look(const CPlannedPlace& sourcePlace, const CPlannedPlace& targetPlace) {
+    CPlannedFolders folders{Side(sourcePlace), Side(targetPlace)};
+    Side& source = folders.source;
+    Side& target = folders.target;
+    m_engine.m_sourceSyncTime = m_engine.m_targetSyncTime = {};
+    m_engine.m_sourceData.Clear();
+    m_engine.m_targetData.Clear();
+    m_engine.SetPairTarget(target.folder);
+    m_engine.ReadSyncFiles(source.folder);
+    ReadRows(source, m_engine.m_sourceSyncTime);
+    ReadRows(target, m_engine.m_targetSyncTime);
+    if (m_setting.Has(SYNC_TO_TARGET))
+        m_engine.CreateModifyList("Source", source.changes, m_engine.m_sourceData, m_engine.m_targetData,
+                                  source.folder, target.folder, source.rows, target.rows, {});
+    if (m_setting.Has(SYNC_FROM_TARGET))
+        m_engine.CreateModifyList("Target", target.changes, m_engine.m_targetData, m_engine.m_sourceData,
+                                  target.folder, source.folder, target.rows, source.rows, {});
+    m_engine.FindConflicts(source.changes, target.changes);
+    if (!m_engine.PollCancelled()) m_onFolders(folders);
+}
