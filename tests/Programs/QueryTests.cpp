@@ -66,6 +66,8 @@ TEST_F(Queries, CheckPointsAtThePlace) {
                   {"Neither x nor 2 is a keyword", "\n" + std::string(24, ' ') + "^"});
     EXPECT_NE(Run({"query", "check", "Importance = 2 Subject = x"}).err.find("before \"Subject = x\""),
               std::string::npos);
+    const std::string longText = std::string(3000, ' ') + "Importance = (2 or x";
+    EXPECT_LT(Run({"query", "check", longText}).err.size(), 500u);
     EXPECT_NE(Run({"query", "check", "Subject"}).err.find("restricts nothing"), std::string::npos);
     ExpectRefusal({"query", "check", "Private = 1"}, 2, {"There is no store here"});
     MakeStores();
@@ -109,6 +111,7 @@ TEST_F(Queries, EveryListedFieldIsAField) {
 
 TEST_F(Queries, StoredQueriesAreListedAndCalled) {
     AddItems();
+    ExpectRefusal({"query", "run", "size Subject > 10", "--in", "Home/Inbox"}, 6, {"MessageSize"});
     const std::string path = JoinPath(ModuleDirectory(), kStoredQueryFile);
     ASSERT_TRUE(WriteFileDurably(path,
                                  "name=About\ncomment=By subject\nquery=[Subject = $what]\nwhat.text=Words\n"

@@ -22,10 +22,28 @@ std::string HexTag(ULONG tag) {
     return text;
 }
 
-// The text on one line with a mark below the byte `offset`.
+constexpr std::size_t kMarkedBytes = 100;  // of a long text, on either side of the mark
+
+bool IsInsideCharacter(const std::string& text, std::size_t at) {
+    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
+}
+
+// The text, or what of it lies near, on one line with a mark below the byte `offset`.
 std::string MarkedText(const std::string& text, std::size_t offset) {
-    const std::string before = OneLine(Utf8FromNarrow(text.substr(0, offset)));
-    const std::string behind = OneLine(Utf8FromNarrow(text.substr(offset)));
+    std::string before = OneLine(Utf8FromNarrow(text.substr(0, offset)));
+    std::string behind = OneLine(Utf8FromNarrow(text.substr(offset)));
+    if (before.size() > kMarkedBytes) {
+        std::size_t cut = before.size() - kMarkedBytes;
+        while (IsInsideCharacter(before, cut))
+            ++cut;
+        before = "..." + before.substr(cut);
+    }
+    if (behind.size() > kMarkedBytes) {
+        std::size_t cut = kMarkedBytes;
+        while (IsInsideCharacter(behind, cut))
+            --cut;
+        behind = behind.substr(0, cut) + "...";
+    }
     return before + behind + "\n  " + std::string(Utf8Length(before), ' ') + "^";
 }
 
@@ -50,6 +68,12 @@ std::vector<std::string> Lines(const std::string& text) {
     for (std::string line; std::getline(stream, line);)
         lines.push_back(Utf8FromNarrow(line));
     return lines;
+}
+
+bool HasSize(const SRestriction* restriction) {
+    for (const std::string& line : Lines(RestrictionTree(restriction)))
+        if (line.find("SIZE ") == line.find_first_not_of(' ') && !line.empty()) return true;
+    return false;
 }
 
 std::vector<ULONG> ListedTags(const CCompileRestriction& compiler) {
@@ -144,9 +168,14 @@ CListing RunQuery(const CCompileRestriction& compiler, const std::string& folder
     }
     CMapiRowSet rows;
     const IMAPIContainerPtr folder(compiler.Folder());
-    CheckCall(folder._rawContentsTable().QueryAllWithRestriction(compiler.Restriction(), compiler.SortOrder(),
-                                                                 rows, asked),
-              "The folder \"" + folderPath + "\" cannot be searched with this query", ExitCode::NotOpen);
+    const HRESULT hr = folder._rawContentsTable().QueryAllWithRestriction(compiler.Restriction(),
+                                                                          compiler.SortOrder(), rows, asked);
+    const std::string failure = "The folder \"" + folderPath + "\" cannot be searched with this query";
+    if (hr == MAPI_E_INVALID_PARAMETER && HasSize(compiler.Restriction()))
+        throw CCommandError(ExitCode::NotOpen, failure + ": " + Explain(hr),
+                            "The word size makes a condition that no store takes; the size of an item is "
+                            "MessageSize.");
+    CheckCall(hr, failure, ExitCode::NotOpen);
     CListing listing(columns, "No item fits the query.");
     for (ULONG row = 0; row < rows.Count(); ++row) {
         std::vector<CListing::Cell> cells = {Json(HexFromBinary(rows.Cell(row, 0).Binary()))};
