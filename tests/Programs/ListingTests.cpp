@@ -132,7 +132,7 @@ TEST_F(Listings, ListingsOfNothingAreEmptyArraysAndTellThePerson) {
     ExpectRefusal({"pair", "list"}, 6, {"vellum store create"});
 }
 
-TEST_F(Listings, HelpOfEveryCommandShowsAnExample) {
+TEST_F(Listings, HelpAndManualShowEveryCommandWithAnExample) {
     const std::vector<std::pair<std::string, std::vector<std::string>>> groups = {
         {"profile", {"list", "create", "remove", "default"}},
         {"store", {"list", "create", "remove", "default"}},
@@ -140,19 +140,26 @@ TEST_F(Listings, HelpOfEveryCommandShowsAnExample) {
         {"item", {"list", "show", "new", "set", "delete", "move", "copy"}},
         {"pair", {"list", "add", "show", "edit", "remove"}},
         {"query", {"check", "print", "run"}},
+        {"settings", {"show", "set", "export", "import"}},
         {"import", {}},
         {"export", {}},
+        {"protocol", {}},
         {"watch", {}},
         {"timer", {}},
         {"sync", {}}};
-    const auto check = [&](std::vector<std::string> words) {
+    const std::string manual = RunDone({"--man"});
+    const auto check = [&](std::vector<std::string> words, bool isGroup = false) {
+        const std::string heading = words.empty()       ? "NAME"
+                                    : words.size() == 1 ? words[0]
+                                                        : words[0] + " " + words[1];
+        EXPECT_TRUE(isGroup || manual.find(heading) != std::string::npos) << heading;
         words.push_back("--help");
         const std::string text = RunDone(words);
         EXPECT_NE(text.find("Example:\n  vellum "), std::string::npos) << words.front();
     };
     check({});
     for (const auto& [group, commands] : groups) {
-        check({group});
+        check({group}, !commands.empty());
         for (const std::string& command : commands)
             check({group, command});
     }

@@ -3,6 +3,7 @@
 #include <Platform/Directories.h>
 #include <Platform/Machine.h>
 #include <Programs/vellum/Commands/CommandContext.h>
+#include <Programs/vellum/Commands/ManualPage.h>
 #include <Programs/vellum/Commands/QueryCommand.h>
 #include <Programs/vellum/Console/CommandLineUi.h>
 #include <Programs/vellum/Console/Interrupt.h>
@@ -140,6 +141,12 @@ int RunCommandLine(const std::vector<std::string>& arguments, CConsole& console)
     AddGlobalOptions(app, options);
     CCommandTable table(app);
     AddCommands(table);
+    app.add_flag_callback(
+        "--man", [] {}, "Print the manual page, for man -l");
+    if (arguments == std::vector<std::string>{"--man"}) {
+        console.Out() << ManualPage(app);
+        return Code(ExitCode::Done);
+    }
 
     return Guarded(console, [&] {
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
