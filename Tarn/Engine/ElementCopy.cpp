@@ -82,7 +82,7 @@ bool CElementCopy::CompareTimes() {
 void CElementCopy::AgreeOnSyncId() {
     IMessagePtr target = OpenMessage(m_route.targetFolder, m_oldEntryId);
     EnsureSyncId(target, m_source, m_syncId);
-    if (m_engine.SetSyncID(m_source, m_syncId, false)) m_source.SaveChanges(KEEP_OPEN_READWRITE);
+    if (m_engine.SetSyncID(m_source, m_syncId, false)) SaveSource();
     m_engine.SetSyncID(target, m_syncId, false);
 }
 
@@ -130,8 +130,8 @@ void CElementCopy::OpenTarget() {
     }
 }
 
-// A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no conflict,
-// so it is not kept as the loser of one.
+// A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no
+// conflict, so it is not kept as the loser of one.
 void CElementCopy::KeepOtherText() {
     if (m_source.GetBody() != m_target.GetBody()) KeepVersion(m_engine, m_target);
 }
@@ -189,6 +189,7 @@ void CElementCopy::SaveTarget() {
     m_result = RowResult::MaybeSaved;
     m_engine.NoteChanged();
     m_engine.NoteWritten(m_newEntryId);
+    m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
     if (m_targetRow >= 0) m_engine.NoteWritten(m_oldEntryId);
     if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
     MARK_POSITION();
@@ -211,8 +212,14 @@ bool CElementCopy::NeedsLink() const {
 // Only now: the stamp holds the target's own entry ID, which a new item has not had before its save.
 void CElementCopy::Link() {
     EnsureSyncId(m_target, m_source, m_syncId);
-    if (StampItem(m_engine, m_source, m_syncId)) m_source.SaveChanges(KEEP_OPEN_READWRITE);
+    if (StampItem(m_engine, m_source, m_syncId)) SaveSource();
     if (StampItem(m_engine, m_target, m_syncId)) m_target.SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE);
+    m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
+}
+
+void CElementCopy::SaveSource() {
+    m_source.SaveChanges(KEEP_OPEN_READWRITE);
+    m_engine.NoteSaved(m_source, m_row.m_entryId, m_syncId);
 }
 
 void CElementCopy::FillRecord(CSyncTargetRecord& record) const {

@@ -57,6 +57,7 @@ private:
     void SaveTarget();
     bool NeedsLink() const;
     void Link();
+    void SaveSource();
     void FillRecord(CSyncTargetRecord& record) const;
 
     CMapiPropValue TargetCell(ULONG column) const {

@@ -204,6 +204,7 @@ void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBi
     SetTimes(target, kept.created, kept.modified);
     if (!syncId.empty()) StampItem(engine, target, syncId);
     target.SaveChanges(KEEP_OPEN_READWRITE);
+    engine.NoteSaved(target, entryId, syncId);
 }
 
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,

@@ -119,6 +119,7 @@ void CResync::Save(const CItemFacts& facts) {
     THROW_ON_FAILURE(saved);
     m_engine.NoteChanged();
     m_engine.NoteWritten(m_targetEntryId);
+    m_engine.NoteSaved(m_target, m_targetEntryId, facts.syncId);
     m_savedEntryId = m_targetEntryId;
     if (m_isNew) FinishNewTarget(facts);
 }
@@ -135,6 +136,7 @@ void CResync::FinishNewTarget(const CItemFacts& facts) {
     // Some stores give a new item its entry ID at the save.
     if (m_engine.SetSyncID(m_target, facts.syncId, false)) m_target.SaveChanges(KEEP_OPEN_READWRITE);
     m_savedEntryId = m_target.GetBinProp(PR_ENTRYID);
+    m_engine.NoteSaved(m_target, m_savedEntryId, facts.syncId);
 }
 
 namespace {

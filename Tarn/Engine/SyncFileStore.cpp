@@ -307,22 +307,38 @@ std::string_view TextOf(const CMapiPropValue& value) {
     return value.Get()->Value.lpszA;
 }
 
-std::string FileBytes(const CMapiRowSet& rows, ULONG syncIdTag) {
+// `seen` may be null. Everything is remembered as it stands then.
+std::string FileBytes(const CMapiRowSet& rows, ULONG syncIdTag, CSeenRows* seen) {
     constexpr size_t cbUsualEntry = 160;
-    CSyncFileWriter writer(rows.Count());
+    if (seen) seen->StartAnew();
+    std::uint32_t count = rows.Count();
+    CSyncFileWriter writer(count);
     writer.Reserve(rows.Count() * cbUsualEntry);
     std::string identifier, searchKey;
     for (ULONG row = 0; row < rows.Count(); ++row) {
         const CMapiPropValue longTerm = rows.Cell(row, FILE_LONGTERM_ENTRYID);
-        HexInto(identifier,
-                (longTerm.Type() == PT_BINARY ? longTerm : rows.Cell(row, FILE_ENTRYID)).Binary());
+        const SBinary entryId =
+            (longTerm.Type() == PT_BINARY ? longTerm : rows.Cell(row, FILE_ENTRYID)).Binary();
+        HexInto(identifier, entryId);
         const CMapiPropValue syncId = rows.Cell(row, FILE_SYNC_ID);
         const bool linked = syncId.Tag() == syncIdTag;
         if (!linked) HexInto(searchKey, rows.Cell(row, FILE_SEARCH_KEY).Binary());
         const CMapiPropValue subject = rows.Cell(row, FILE_SUBJECT);
-        writer.Add(identifier, rows.Cell(row, FILE_MODIFIED).Time(), linked ? TextOf(syncId) : searchKey,
+        FILETIME time = rows.Cell(row, FILE_MODIFIED).Time();
+        if (seen) {
+            time = seen->TimeOf(entryId, time);
+            if (linked) seen->NoteStillThere(TextOf(syncId));
+        }
+        writer.Add(identifier, time, linked ? TextOf(syncId) : searchKey,
                    TextOf(subject.IsError() ? rows.Cell(row, FILE_DISPLAY_NAME) : subject));
     }
+    if (seen)
+        seen->ForEachGone([&](const CSeenRows::Gone& gone) {
+            HexInto(identifier, gone.identifier);
+            writer.Add(identifier, gone.time, gone.syncId, gone.name);
+            ++count;
+        });
+    writer.SetCount(count);
     return writer.TakeBytes();
 }
 
@@ -398,7 +414,8 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     attachment.SetStrProp(PR_ATTACH_FILENAME_A, SyncFileName);
     MARK_POSITION();
     CMapiRowSet rows = QueryFileRows(folder);
-    const std::string bytes = FileBytes(rows, TagsOf(folder.RawProp()).larchId);
+    const std::string bytes = FileBytes(rows, TagsOf(folder.RawProp()).larchId,
+                                        std::string_view(name) == "SourceID" ? m_seenSource : m_seenTarget);
     MARK_POSITION();
     if (rows.Count() > 0)
         message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),

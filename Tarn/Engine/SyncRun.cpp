@@ -110,6 +110,7 @@ void CSyncRun::Phases() {
             [&] { m_engine.FindConflicts(m_source.changes, m_target.changes); });
     Guarded(outcome, "Error tracing rows", "Vellum", [&] { TraceChanges(); });
     if (!Permitted()) return;
+    RememberRows();
     KeepConflictLosers();
     CopyBothWays();
     if (!m_engine.m_cancelled) WriteState();
@@ -408,6 +409,15 @@ bool CSyncRun::Permitted() {
     return false;
 }
 
+// While the lists are whole: the copy loops free what is done.
+void CSyncRun::RememberRows() {
+    if (!HasRows() || !HasChanges()) return;
+    m_seenSource.emplace(m_source.rows, m_target.changes, m_engine.m_ownWrites);
+    m_seenTarget.emplace(m_target.rows, m_source.changes, m_engine.m_ownWrites);
+    m_engine.m_seenSource = &*m_seenSource;
+    m_engine.m_seenTarget = &*m_seenTarget;
+}
+
 // --- doing -----------------------------------------------------------------------------------------
 
 void CSyncRun::KeepConflictLosers() {
@@ -484,11 +494,14 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_cancelled = 0;
     m_tags.Clear();
     m_pairKey.clear();
+    m_ownWrites.Clear();
     m_sourceData.Clear();
     m_targetData.Clear();
     if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
     CSyncRun run(*this);
-    return run.Run(source, target);
+    const int answer = run.Run(source, target);
+    m_seenSource = m_seenTarget = nullptr;
+    return answer;
 }
 
 // Told once for a batch, not once for each of its subfolders.
@@ -509,6 +522,19 @@ bool CSyncFolder::PollCancelled() {
 
 void CSyncFolder::NoteWritten(const SBinary& entryId) {
     m_written.insert(HexFromBinary(entryId));
+    m_ownWrites.targets.insert(COwnWrites::KeyOf(entryId));
+}
+
+void CSyncFolder::NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId) {
+    CSavedItem item;
+    item.syncId = syncId;
+    try {
+        CMapiPropValue time;
+        if (message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) >= 0) item.time = time.Time();
+    } catch (const CMAPIException&) {
+        // What the table says at the end of the run stands for it.
+    }
+    m_ownWrites.saved[COwnWrites::KeyOf(entryId)] = item;
 }
 
 bool CSyncFolder::WasWritten(const SBinary& entryId) const {

@@ -4,6 +4,7 @@
 #include <Tarn/Engine/StoreBatch.h>
 #include <Tarn/Engine/syncfolder.h>
 
+#include <optional>
 #include <string>
 
 class CSyncRun {
@@ -49,6 +50,7 @@ private:
     void ReloadAllRows();
     void TraceChanges();
     bool Permitted();
+    void RememberRows();
     void KeepConflictLosers();
     void CopyBothWays();
     void ForgetMemories();
@@ -63,6 +65,8 @@ private:
     CSyncFolder& m_engine;
     Side m_source;
     Side m_target;
+    std::optional<CSeenRows> m_seenSource;
+    std::optional<CSeenRows> m_seenTarget;
     std::string m_stage;  // what is being opened, for the message if it fails
     int m_answer = 0;
 };

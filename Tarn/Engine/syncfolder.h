@@ -6,6 +6,7 @@
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
 #include <Tarn/Engine/RunGuard.h>
+#include <Tarn/Engine/SeenRows.h>
 #include <Tarn/Engine/Strings.h>
 #include <Tarn/Engine/SyncFile.h>
 #include <Tarn/Engine/SyncIdentity.h>
@@ -246,6 +247,8 @@ public:
     // The item that a copy was just saved to. A deletion under the name that it had before does not
     // remove it any more in this copy loop.
     void NoteWritten(const SBinary& entryId);
+    // An item was saved, on either side: its time now is the run's own doing. Never throws.
+    void NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId);
     // True for such an item: it belongs to the item it was copied from, and no other one may take it.
     bool WasWritten(const SBinary& entryId) const;
     void ForgetWritten() { m_written.clear(); }  // at the start of a copy loop
@@ -289,6 +292,9 @@ public:
     CSyncFileMap m_targetData;
     FILETIME m_lastSyncSource{};  // "VellumTimeSource", "VellumTimeTarget"; zero if absent
     FILETIME m_lastSyncTarget{};
+    CSeenRows* m_seenSource = nullptr;  // what the run has looked at, while it writes the sync files
+    CSeenRows* m_seenTarget = nullptr;
+    COwnWrites m_ownWrites;
     std::array<CEntryIdBatch, BATCH_COUNT> m_batches;
     std::vector<std::string> m_missingFolders;  // paths without counterpart that were not created
     CMapiSession m_session;
