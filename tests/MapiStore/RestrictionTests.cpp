@@ -303,7 +303,7 @@ protected:
     void AddItem() {
         CPropertyBag bag;
         FillBag(random.MakeItem(), bag);
-        if (random.Below(50) == 0) bag.SetText(PROP_ID(kText1), "a" + std::string(2000, 'b'));
+        if (random.Below(10) == 0) bag.SetText(PROP_ID(kText1), random.Text() + std::string(2000, 'b'));
         ids.push_back(Add(bag));
     }
     void Change() {
@@ -398,6 +398,17 @@ bool MatchesText(const wchar_t* text, const wchar_t* pattern, ULONG level) {
     value.Value.lpszW = const_cast<wchar_t*>(pattern);
     CTree tree;
     return CRestriction(*tree.Content(level, kText1, &value)).Matches(CBlockRow(block));
+}
+
+TEST(Restriction, PatternsThatEndWithinACharacterKeepWhatGoesOn) {
+    CStoredValue pattern, whole;
+    pattern.View(PROP_ID(kText1), PT_STRING8, "a\xC3");
+    whole.View(PROP_ID(kText1), PT_STRING8, "a\xC3\xA4");
+    ASSERT_TRUE(CContentPattern(pattern, FL_PREFIX).Matches(whole));
+    const auto range = RangeOfContent(pattern, FL_PREFIX);
+    ASSERT_TRUE(range);
+    ForEachLookupKey(whole,
+                     [&](std::string_view key) { EXPECT_TRUE(range->first <= key && key < range->last); });
 }
 
 // Keys are folded by case and accents whatever a restriction folds, so what is equal under less folding
