@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 
 #include "../CommandFixture.h"
 #include "ChildProcess.h"
@@ -88,6 +89,51 @@ TEST_F(Processes, ALockDiesWithItsProcess) {
     EXPECT_EQ(Run({"sync"}).code, 0);
     ::close(ready[0]);
     ::close(ready[1]);
+}
+
+// The program itself, in a process of its own, as a person leaves it running.
+TEST_F(Processes, WatchHearsOfTheWholeTreeAndComesToRest) {
+    RunDone({"folder", "create", "Home/A/Sub"});
+    RunDone({"item", "new", "Home/A/Sub", "--subject", "Old"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--delete", "--create-subfolders", "--name", "ab"});
+    CChildProcess watch(PathOf(""), "watch", {"watch", "ab", "--trace", PathOf("trace")});
+    const auto becomes = [&](const std::string& folder, const Texts& wanted) {
+        for (int i = 0; i < 200; ++i) {
+            if (Run({"folder", "list", folder}).code == 0 && Contents(folder) == wanted) return true;
+            SleepMs(50);
+        }
+        return false;
+    };
+    EXPECT_TRUE(becomes("Office/B/Sub", {"Old="})) << "by the run at the beginning: " << watch.Err();
+    RunDone({"item", "delete", "Home/A/Sub", "Old"});
+    EXPECT_TRUE(becomes("Office/B/Sub", {})) << "a deletion: " << watch.Err();
+    RunDone({"folder", "create", "Home/A/Sub/Later"});
+    for (int i = 0; i < 5; ++i)
+        RunDone({"item", "new", "Home/A/Sub/Later", "--subject", "N" + std::to_string(i)});
+    EXPECT_TRUE(becomes("Office/B/Sub/Later", {"N0=", "N1=", "N2=", "N3=", "N4="})) << watch.Err();
+    RunDone({"item", "move", "Office/B/Sub/Later", "N3", "--to", "Office/D"});
+    EXPECT_TRUE(becomes("Home/A/Sub/Later", {"N0=", "N1=", "N2=", "N4="})) << "a move out: " << watch.Err();
+
+    const auto traced = [&] {
+        std::string trace;
+        ReadFileBytes(PathOf("trace"), trace);
+        return trace.size();
+    };
+    std::size_t before = 0;
+    for (int i = 0; i < 20 && before != traced(); ++i) {
+        before = traced();
+        SleepMs(1500);
+    }
+    EXPECT_EQ(before, traced()) << "its own changes do not start it over and over";
+    EXPECT_TRUE(watch.Runs());
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(), 0) << watch.Err();
+    EXPECT_NE(watch.Err().find("Watching has ended."), std::string::npos) << watch.Err();
+}
+
+TEST(Soak, ThreeProcessesAgreeInTheEnd) {
+    const std::string line = std::string("bash \"") + VELLUM_SOAK + "\" 15 \"" + VELLUM_PROGRAM + "\"";
+    EXPECT_EQ(std::system(line.c_str()), 0);
 }
 
 }  // namespace
