@@ -4,6 +4,8 @@
 #include <Tarn/Engine/MessageCache.h>
 #include <Tarn/Engine/syncfolder.h>
 
+#include <unordered_map>
+
 namespace {
 // No folder tree of a person is this deep; a store that names a folder as its own child is.
 constexpr int MaxDepth = 500;
@@ -136,15 +138,21 @@ void CSyncFolder::SyncLevel(const std::string& sourceText, const std::string& ta
     // Children that could not be listed are not children that are missing.
     if (!source.rows.IsValid() || !target.rows.IsValid()) return;
 
-    for (ULONG i = 0; i < RowCount(source); ++i)
-        for (ULONG j = 0; j < RowCount(target); ++j) {
-            if (source.rows.Cell(i, CHILD_NAME).Str() != target.rows.Cell(j, CHILD_NAME).Str()) continue;
+    // By name, so that a thousand folders on each side do not cost a million comparisons.
+    std::unordered_map<std::string, std::vector<ULONG>> named;
+    for (ULONG j = 0; j < RowCount(target); ++j)
+        named[target.rows.Cell(j, CHILD_NAME).Str()].push_back(j);
+    for (ULONG i = 0; i < RowCount(source); ++i) {
+        const auto equal = named.find(source.rows.Cell(i, CHILD_NAME).Str());
+        if (equal == named.end()) continue;
+        for (const ULONG j : equal->second) {
             TraceText(m_traceFile, "Folder equal, synchronizing sub folders\n");
             SyncSubFolder(ChildKey(source, i), ChildKey(target, j), directions.toTarget, directions.toSource,
                           directions.findDeletions, true, directions.createFolders);
             if (SBinary* id = ChildId(source, i)) id->cb = 0;
             if (SBinary* id = ChildId(target, j)) id->cb = 0;
         }
+    }
 
     const auto missing = [&](const Level& level, const Level& other) {
         for (ULONG row = 0; row < RowCount(level); ++row) {
@@ -190,9 +198,7 @@ std::string CSyncFolder::ChildPath(const IMAPIFolderPtr& parent, const SBinary& 
 namespace {
 // The row of the folder with that name, or -1.
 int RowOfName(const CMapiRowSet& rows, const std::string& name) {
-    for (ULONG row = 0; rows.IsValid() && row < rows.Count(); ++row)
-        if (rows.Cell(row, CHILD_NAME).Str() == name) return static_cast<int>(row);
-    return -1;
+    return rows.IsValid() ? rows.FindRow(CHILD_NAME, name) : -1;
 }
 }  // namespace
 
