@@ -37,15 +37,28 @@ fs::path KeptPath(const std::string& path) {
     return path + "-kept";
 }
 
+// The thread that looks out for other processes may hold a store a moment longer than its last user, and
+// what is held cannot be removed on every system.
+void RemoveWhenLeft(const fs::path& path) {
+    constexpr int tries = 5000;
+    std::error_code error;
+    for (int i = 0; i < tries; ++i) {
+        fs::remove_all(path, error);
+        if (!error) return;
+        SleepMs(1);
+    }
+    throw fs::filesystem_error("somebody still holds a store", path, error);
+}
+
 void CopyTree(const fs::path& from, const fs::path& to) {
-    fs::remove_all(to);
+    RemoveWhenLeft(to);
     fs::copy(from, to, fs::copy_options::recursive);
 }
 }  // namespace
 
 CMemoryDisk::CMemoryDisk()
     : m_path(TrialPath(ProcessId())), m_before(fs::path(DataDirectory()).parent_path().string()) {
-    fs::remove_all(m_path);
+    RemoveWhenLeft(m_path);
     SetBaseDirectory(m_path);
 }
 
@@ -57,7 +70,6 @@ CMemoryDisk::~CMemoryDisk() {
     fs::remove_all(KeptPath(m_path), error);
 }
 
-// The thread that looks out for other processes may hold a store a moment longer than its last user.
 // A store that is left has no journal any more.
 void CMemoryDisk::AwaitClosing() const {
     const auto isOpen = [this] {
@@ -83,7 +95,7 @@ void CMemoryDisk::BringBack() {
 }
 
 void CMemoryDisk::LeaveFor(unsigned processId) {
-    fs::remove_all(m_path);
+    RemoveWhenLeft(m_path);
     m_own = false;
     m_path = TrialPath(processId);
     SetBaseDirectory(m_path);
