@@ -42,4 +42,8 @@ function(vellum_tests name)
   add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:test-results/${name}.xml
            WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
   set_tests_properties(${name} PROPERTIES TIMEOUT 1200)
+  # The registry of Windows is one for all programs of a person.
+  if(WIN32 AND name MATCHES "^(Engine|Settings|Programs)Tests$")
+    set_tests_properties(${name} PROPERTIES RESOURCE_LOCK registry)
+  endif()
 endfunction()

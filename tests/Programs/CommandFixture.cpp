@@ -1,6 +1,7 @@
 #include "CommandFixture.h"
 
 #include <Platform/Machine.h>
+#include <Platform/Registry.h>
 #include <Programs/vellum/Commands/CommandLine.h>
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Mailbox/MailboxReader.h>
@@ -81,9 +82,12 @@ void CommandTest::SetUp() {
     RemoveTree(m_directory);
     ASSERT_TRUE(MakeDirectories(m_directory));
     SetBaseDirectory(JoinPath(m_directory, "base"));
+    // The registry of some systems lies elsewhere, and keeps what an earlier test has set.
+    DeleteRegistryTree(RegistryRoot::CurrentUser, "Software\\Ostrand");
 }
 
 void CommandTest::TearDown() {
+    DeleteRegistryTree(RegistryRoot::CurrentUser, "Software\\Ostrand");
     RemoveTree(m_directory);
 }
 

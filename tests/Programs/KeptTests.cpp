@@ -16,11 +16,6 @@ protected:
         MakeStores();
         for (const char* folder : {"Home/A", "Home/C", "Office/B", "Office/D"})
             RunDone({"folder", "create", folder});
-        DeleteRegistryTree(RegistryRoot::CurrentUser, "Software\\Ostrand");
-    }
-    void TearDown() override {
-        DeleteRegistryTree(RegistryRoot::CurrentUser, "Software\\Ostrand");
-        CommandTest::TearDown();
     }
     std::string Read(const std::string& name) {
         std::string bytes;
