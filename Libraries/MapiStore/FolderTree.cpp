@@ -88,11 +88,7 @@ ObjectId CopyTreeAt(CStoreCore& from, ObjectId folder, CStoreCore& to, ObjectId 
 }  // namespace
 
 ObjectId FindChild(CStoreCore& core, ObjectId parent, std::string_view name) {
-    ObjectId found = 0;
-    core.Storage().ScanFolders(parent, [&](const FolderHead& head, std::string_view block) {
-        if (found == 0 && NameIn(block) == name) found = head.id;
-    });
-    return found;
+    return core.Storage().FindFolder(parent, name);
 }
 
 std::string NameOfFolder(CStoreCore& core, ObjectId folder) {

@@ -32,6 +32,7 @@ public:
     void DeleteFolder(ObjectId) override {}
     void ScanFolders(ObjectId, const std::function<void(const FolderHead&, std::string_view)>&) override {}
     std::uint64_t CountFolders(ObjectId) override { return 0; }
+    ObjectId FindFolder(ObjectId, std::string_view) override { return 0; }
 
     bool ReadMessage(ObjectId, MessageHead&, std::string&) override { return false; }
     bool ReadMessageHead(ObjectId, MessageHead&) override { return false; }

@@ -24,6 +24,7 @@ enum CSqliteStorage::StatementId : unsigned {
     FolderDelete,
     FolderScan,
     FolderCount,
+    FolderFind,
     MessageRead,
     MessageReadHead,
     MessageInsert,
@@ -89,8 +90,9 @@ CREATE TABLE part(id INTEGER PRIMARY KEY, owner INTEGER, number INTEGER, large I
 CREATE UNIQUE INDEX part_owner ON part(owner, number);
 )";
 
-// Version 2: what SqliteLookup.cpp keeps. The key 0 stands for a value that has no key at hand.
+// Version 2: folders by name, and what SqliteLookup.cpp keeps. The key 0 stands for a value that has no key at hand.
 inline const char* const kLookupSchema = R"(
+CREATE INDEX IF NOT EXISTS folder_name ON folder(parent, folder_name(block));
 CREATE TABLE IF NOT EXISTS lookup(number INTEGER PRIMARY KEY, place INTEGER, property INTEGER, rows INTEGER,
   touched INTEGER, UNIQUE(place, property));
 CREATE TABLE IF NOT EXISTS lookup_key(lookup INTEGER, key, id INTEGER, PRIMARY KEY(lookup, key, id)) WITHOUT ROWID;
@@ -122,6 +124,7 @@ inline const char* const kStatements[] = {
     "SELECT id, parent, created, modified, change, block FROM folder WHERE parent = ?1 AND id <> ?1 ORDER BY "
     "id",
     "SELECT count(*) FROM folder WHERE parent = ?1 AND id <> ?1",
+    "SELECT id FROM folder WHERE parent = ?1 AND folder_name(block) = ?2 AND id <> ?1 ORDER BY id LIMIT 1",
     "SELECT " MESSAGE_HEAD ", block FROM message WHERE id = ?",
     "SELECT " MESSAGE_HEAD " FROM message WHERE id = ?",
     "INSERT INTO message(" MESSAGE_HEAD ", block) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",

@@ -12,6 +12,27 @@ constexpr int kApplicationId = 0x56534D31;
 constexpr unsigned kSchemaVersion = 2;
 constexpr unsigned kDeepestParts = 256;  // a chain longer than that can only be a damaged one
 
+// folder_name(block): the display name that lies in a folder's block, NULL where the block is damaged. The
+// index over it needs the function on every connection.
+void FolderName(sqlite3_context* context, int, sqlite3_value** arguments) {
+    try {
+        const auto* bytes = static_cast<const char*>(sqlite3_value_blob(arguments[0]));
+        const std::string_view block(bytes, static_cast<std::size_t>(sqlite3_value_bytes(arguments[0])));
+        CStoredValue name;
+        const bool isThere = CValueBlock(block).Find(PROP_ID(PR_DISPLAY_NAME), name);
+        const std::string_view text = isThere ? name.Bytes() : std::string_view();
+        sqlite3_result_blob64(context, text.empty() ? "" : text.data(), text.size(), SQLITE_TRANSIENT);
+    } catch (...) {
+        sqlite3_result_null(context);
+    }
+}
+
+int AddFunctions(sqlite3* database) {
+    return sqlite3_create_function_v2(database, "folder_name", 1,
+                                      SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
+                                      FolderName, nullptr, nullptr, nullptr);
+}
+
 bool IsEmptyFile(const std::string& path) {
     std::string bytes;
     return !FileExists(path) || (ReadFileBytes(path, bytes) && bytes.empty());
@@ -78,6 +99,7 @@ void CSqliteStorage::Open(const char* name, int flags) {
         if (code != SQLITE_OK) ThrowSqlite(m_database, code);
         sqlite3_extended_result_codes(m_database, 1);
         sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
+        if (const int added = AddFunctions(m_database); added != SQLITE_OK) ThrowSqlite(m_database, added);
         CheckIdentity();
         if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
         Execute(
@@ -106,6 +128,7 @@ void CSqliteStorage::Create(const std::string& path) {
     const std::string sql =
         "PRAGMA page_size=8192; BEGIN; PRAGMA application_id=" + std::to_string(kApplicationId) +
         "; PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";" + kSchema + kLookupSchema + "COMMIT";
+    if (code == SQLITE_OK) code = AddFunctions(database);
     if (code == SQLITE_OK) code = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
     if (code == SQLITE_OK)
         code = sqlite3_exec(database, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
@@ -318,6 +341,11 @@ void CSqliteStorage::ScanFolders(ObjectId parent,
 std::uint64_t CSqliteStorage::CountFolders(ObjectId parent) {
     CSqliteUse row(Slot(FolderCount));
     return row.Number(parent).Step() ? row.NumberAt(0) : 0;
+}
+
+ObjectId CSqliteStorage::FindFolder(ObjectId parent, std::string_view name) {
+    CSqliteUse row(Slot(FolderFind));
+    return row.Number(parent).Blob(name).Step() ? row.NumberAt(0) : 0;
 }
 
 // --- messages --------------------------------------------------------------------------------------

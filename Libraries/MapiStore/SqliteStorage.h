@@ -42,6 +42,7 @@ public:
     void ScanFolders(ObjectId parent,
                      const std::function<void(const FolderHead&, std::string_view)>& each) override;
     std::uint64_t CountFolders(ObjectId parent) override;
+    ObjectId FindFolder(ObjectId parent, std::string_view name) override;
 
     bool ReadMessage(ObjectId id, MessageHead& head, std::string& block) override;
     bool ReadMessageHead(ObjectId id, MessageHead& head) override;

@@ -134,6 +134,8 @@ public:
     virtual void ScanFolders(ObjectId parent,
                              const std::function<void(const FolderHead&, std::string_view block)>& each) = 0;
     virtual std::uint64_t CountFolders(ObjectId parent) = 0;
+    // The first child of that display name, byte for byte; 0 if there is none.
+    virtual ObjectId FindFolder(ObjectId parent, std::string_view name) = 0;
 
     // Messages.
     virtual bool ReadMessage(ObjectId id, MessageHead& head, std::string& block) = 0;
