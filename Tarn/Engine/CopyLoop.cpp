@@ -88,8 +88,10 @@ void CCopyPass::Run() {
             TraceFormat(m_engine.m_traceFile, "Element %d\n", static_cast<int>(i));
             if (!PollRow(i)) break;
             CSyncMessage& row = m_list.At(i);
+            const size_t failedBefore = m_failed.size();
             DoRow(row);
             AddToProtocol(row);
+            if (m_failed.size() == failedBefore) m_list.Drop(i);  // while the protocol grows by as much
         }
     } catch (...) {
         TraceText(m_engine.m_traceFile, "Error ");

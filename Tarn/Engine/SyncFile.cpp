@@ -118,9 +118,9 @@ void CSyncFileMap::Clear() {
     m_identifiersIndexed = m_syncIdsIndexed = 0;
     m_expected = 0;
     m_inSequence = true;
-    m_entries = {};
+    std::vector<CSyncFileEntry>().swap(m_entries);  // the room as well, which is most of it
     m_copies.clear();
-    m_bytes = {};
+    std::string().swap(m_bytes);
 }
 
 void CSyncFileMap::IndexIdentifiers() {

@@ -342,7 +342,7 @@ std::string FileBytes(const CMapiRowSet& rows, ULONG syncIdTag, CSeenRows* seen)
     return writer.TakeBytes();
 }
 
-void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
+void WriteStream(const IAttachPtr& attachment, std::string bytes) {
     CTagArray data({PR_ATTACH_DATA_BIN});
     THROW_ON_FAILURE_FOR(attachment->DeleteProps(data.Get(), nullptr), attachment.Get());
     CComPtr<IStream> stream;
@@ -351,6 +351,7 @@ void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
                          attachment.Get());
     THROW_ON_FAILURE(WriteAll(stream.Get(), bytes.data(), static_cast<ULONG>(bytes.size()),
                               static_cast<ULONG>(bytes.size())));
+    std::string().swap(bytes);  // the stream has them, and the store makes copies of its own
     THROW_ON_FAILURE(stream->Commit(0));
 }
 }  // namespace
@@ -414,8 +415,8 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     attachment.SetStrProp(PR_ATTACH_FILENAME_A, SyncFileName);
     MARK_POSITION();
     CMapiRowSet rows = QueryFileRows(folder);
-    const std::string bytes = FileBytes(rows, TagsOf(folder.RawProp()).larchId,
-                                        std::string_view(name) == "SourceID" ? m_seenSource : m_seenTarget);
+    std::string bytes = FileBytes(rows, TagsOf(folder.RawProp()).larchId,
+                                  std::string_view(name) == "SourceID" ? m_seenSource : m_seenTarget);
     MARK_POSITION();
     if (rows.Count() > 0)
         message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),
@@ -426,7 +427,7 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
             TagsOf(message.RawProp()).pairKey,
             SBinary{static_cast<ULONG>(m_pairKey.size()), reinterpret_cast<BYTE*>(m_pairKey.data())});
     message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
-    WriteStream(attachment, bytes);
+    WriteStream(attachment, std::move(bytes));
     MARK_POSITION();
     attachment.SaveChanges(0);
     message.SaveChanges(FORCE_SAVE);

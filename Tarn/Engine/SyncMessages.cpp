@@ -11,6 +11,12 @@ void CSyncMessages::Clear() {
     m_messages.clear();
 }
 
+void CSyncMessages::Drop(size_t index) {
+    m_bySyncId.clear();
+    m_indexed = m_messages.size();
+    m_messages.at(index).reset();
+}
+
 CSyncMessage* CSyncMessages::Find(const std::string& syncId) const {
     for (; m_indexed < m_messages.size(); ++m_indexed)
         m_bySyncId[m_messages[m_indexed]->m_syncId] = m_messages[m_indexed].get();

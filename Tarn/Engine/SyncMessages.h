@@ -49,6 +49,9 @@ public:
 
     CSyncMessage& Add(std::unique_ptr<CSyncMessage> message);
     void Clear();
+    // Frees a message that is done with, for the room that it takes. It stays counted; At must not be asked
+    // for it again, and from the first one on Find finds nothing.
+    void Drop(size_t index);
 
     size_t Count() const { return m_messages.size(); }
     bool IsEmpty() const { return m_messages.empty(); }

@@ -1,4 +1,5 @@
 // The order of the phases of a run, and what becomes of the run when one of them fails.
+#include <Platform/Memory.h>
 #include <Platform/Registry.h>
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/SyncRun.h>
@@ -6,6 +7,7 @@
 namespace {
 constexpr char SwitchKey[] = "Software\\Ostrand\\Vellum";
 constexpr size_t MaxTracedKey = 250;
+constexpr ULONG ManyRows = 50000;  // tens of megabytes
 
 // A phase whose failure is told in words of its own and ends only that phase. A failed call of a store
 // goes on to whoever encloses the phase.
@@ -465,8 +467,10 @@ void CSyncRun::ForgetMemories() {
 
 void CSyncRun::ForgetRows() {
     DropChanges();
+    const bool many = HasRows() && m_source.rows.Count() + m_target.rows.Count() > ManyRows;
     m_source.rows.Free();
     m_target.rows.Free();
+    if (many) ReturnFreeMemory();
 }
 
 void CSyncRun::WriteState() {

@@ -1,0 +1,6 @@
+#include <Platform/Memory.h>
+#include <malloc.h>
+
+void ReturnFreeMemory() noexcept {
+    _heapmin();
+}
