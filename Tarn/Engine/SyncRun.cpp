@@ -112,6 +112,7 @@ void CSyncRun::Phases() {
             [&] { m_engine.FindConflicts(m_source.changes, m_target.changes); });
     Guarded(outcome, "Error tracing rows", "Vellum", [&] { TraceChanges(); });
     if (!Permitted()) return;
+    ForgetMemories();
     RememberRows();
     KeepConflictLosers();
     CopyBothWays();
@@ -443,7 +444,6 @@ void CSyncRun::KeepConflictLosers() {
 
 void CSyncRun::CopyBothWays() {
     Status("copying");
-    ForgetMemories();
     const auto copy = [&](Side& from, Side& to, CSyncFileMap& data, bool toSource) {
         Guarded(m_engine.m_outcome, "Error in CopyModifiedElements", "Vellum", [&] {
             m_engine.m_copyToSource = toSource;
