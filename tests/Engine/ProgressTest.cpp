@@ -90,6 +90,7 @@ TEST(Progress, DialogIsClosedBeforeItsLoopEnds) {
     CRecordingView view;
     CVellumDlg dialog(&view);
     CWindowRegistration registration("Progress under test", dialog);
+    ASSERT_NE(registration.Handle(), 0u) << "no window can be opened here";
     dialog.SetWindow(registration.Handle());
     CSyncProgressInteraktiv progress;
     progress.m_dialog = &dialog;
