@@ -87,12 +87,12 @@ std::vector<CQueryWorld::Query> CQueryWorld::Queries() {
     const auto byName = byWord(m_named, kNamedText, FL_FULLSTRING);
     return {{"all rows", 2, false, [this] { return Ask(nullptr, static_cast<ULONG>(m_count)); }},
             {"subject within", 2, false, within},
-            {"subject prefix, at first", 3, true, bySubject},
+            {"subject prefix, at first", 2, true, bySubject},
             {"subject prefix", 0.1, false, bySubject},
-            {"category, at first", 3, true, byCategory},
+            {"category, at first", 2, true, byCategory},
             {"category", 0.1, false, byCategory},
-            {"creation time, at first", 3, true, byCreation},
+            {"creation time, at first", 2, true, byCreation},
             {"creation time", 0.1, false, byCreation},
-            {"named property, at first", 3, true, byName},
+            {"named property, at first", 2, true, byName},
             {"named property", 0.1, false, byName}};
 }
