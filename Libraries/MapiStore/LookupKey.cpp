@@ -13,11 +13,17 @@ void AppendBigEndian(Unsigned value, std::string& key) {
         key.push_back(static_cast<char>(value >> shift));
 }
 
+// Folding looks at each character alone, so the text may be taken in pieces.
 void AppendFolded(std::string_view text, std::string& key) {
-    static thread_local std::u32string folded;
-    // Every character of the key comes from one to four bytes.
-    FoldUtf8(text, kFoldCase | kFoldAccents, folded);
     const std::size_t end = key.size() + kMostBytes;
+    std::size_t plain = 0;
+    for (; plain < text.size() && key.size() < end && !(text[plain] & 0x80); ++plain) {
+        const char c = text[plain];
+        key.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c);
+    }
+    if (plain == text.size() || key.size() == end) return;
+    static thread_local std::u32string folded;
+    FoldUtf8(text.substr(plain), kFoldCase | kFoldAccents, folded);
     for (std::size_t i = 0; i < folded.size() && key.size() < end; ++i) {
         const char32_t c = folded[i];
         if (c < 0x80) {

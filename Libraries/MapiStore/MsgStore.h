@@ -39,6 +39,9 @@ public:
     ULONG STDMETHODCALLTYPE CallCount() override { return Core().CallCount(); }
     void STDMETHODCALLTYPE SetKillAtSave(ULONG n) override { Core().SetKillAtSave(n); }
     ULONG STDMETHODCALLTYPE SaveCount() override { return Core().SaveCount(); }
+    void STDMETHODCALLTYPE SetInterruption(ULONG n, Interruption* body, void* context) override {
+        Core().SetInterruption(n, body, context);
+    }
 
     bool FindProp(PropId id, CStoredValue& value) override;
     bool LoadLarge(PropId id, std::string& bytes) override;

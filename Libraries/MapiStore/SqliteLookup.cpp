@@ -3,9 +3,10 @@
 // A lookup is made by the first question that one could answer, not by the saves: an index that every save
 // keeps would make each dearer by a tenth to a third, and most folders are never asked. A save into a
 // folder that has lookups only notes the message's number, once a transaction; the numbers noted are
-// possible answers to every question until there are enough of them to take their keys in. Keys are never
-// taken out: whoever asks looks at what was found, and numbers of messages are never given again. When a
-// folder has seen more changes than it had rows, its lookups are dropped, and made anew when somebody asks.
+// possible answers to every question until there are enough of them to take their keys in: those a lookup
+// is made of lie in pages, later ones in rows of their own. Keys are never taken out: whoever asks looks at
+// what was found, and numbers of messages are never given again. When a folder has seen more changes than it
+// had rows, its lookups are dropped, and made anew when somebody asks.
 #include "MessageRange.h"
 #include "SqliteSchema.h"
 #include "SqliteStorage.h"
@@ -16,9 +17,10 @@
 
 namespace {
 
-constexpr std::uint64_t kFewRows = 500;      // in folders of fewer a scan is fast enough
-constexpr std::size_t kMostTouched = 50;     // noted numbers that are not worth a write
-constexpr std::size_t kKeysAtOnce = 200000;  // sorted in memory before they are written
+constexpr std::uint64_t kFewRows = 500;     // in folders of fewer a scan is fast enough
+constexpr std::size_t kMostTouched = 50;    // noted numbers that are not worth a write
+constexpr std::size_t kMostPaged = 500000;  // keys sorted in memory; those of larger folders become rows
+constexpr unsigned kPageNumberBits = 24;    // of a page's number, below that of its lookup
 
 std::uint64_t TicksFor(PropId property, std::uint64_t created, std::uint64_t modified) {
     return property == PROP_ID(PR_CREATION_TIME) ? created : modified;
@@ -47,6 +49,13 @@ void ForEachKeyOf(PropId property, std::uint64_t created, std::uint64_t modified
     } catch (const CStoreError&) {
         each({});
     }
+}
+
+// Behind the empty key and before every other.
+constexpr std::string_view kAfterNoKey("\0", 1);
+
+std::uint64_t FirstPageOf(std::uint64_t lookup) {
+    return lookup << kPageNumberBits;
 }
 
 }  // namespace
@@ -86,8 +95,10 @@ void CSqliteStorage::WriteTouched() {
 // The place stays among m_places: a savepoint may bring its lookups back.
 void CSqliteStorage::DropLookups(std::uint64_t place) {
     if (m_places.count(place) == 0) return;
-    for (const auto& [number, property] : LookupsOf(place))
+    for (const auto& [number, property] : LookupsOf(place)) {
         CSqliteUse(Slot(KeyDrop)).Number(number).Run();
+        CSqliteUse(Slot(PageDrop)).Number(FirstPageOf(number)).Number(FirstPageOf(number + 1) - 1).Run();
+    }
     CSqliteUse(Slot(LookupDrop)).Number(place).Run();
     CSqliteUse(Slot(TouchedDrop)).Number(place).Run();
 }
@@ -133,9 +144,8 @@ bool CSqliteStorage::WriteQuietly(const std::function<void()>& body) noexcept {
     return done;
 }
 
-void CSqliteStorage::AddKeys(std::uint64_t lookup, std::vector<std::pair<std::string, ObjectId>>& keys) {
-    std::sort(keys.begin(), keys.end());
-    for (const auto& [key, id] : keys) {
+void CSqliteStorage::AddKeys(std::uint64_t lookup, CLookupKeys& keys) {
+    keys.ForEach([&](std::string_view key, ObjectId id) {
         CSqliteUse add(Slot(KeyAdd));
         add.Number(lookup);
         if (key.empty())
@@ -143,8 +153,16 @@ void CSqliteStorage::AddKeys(std::uint64_t lookup, std::vector<std::pair<std::st
         else
             add.Blob(key);
         add.Number(id).Run();
-    }
-    keys.clear();
+    });
+    keys.Clear();
+}
+
+void CSqliteStorage::AddPages(std::uint64_t lookup, CLookupKeys& keys) {
+    std::uint64_t number = FirstPageOf(lookup);
+    keys.Pack([&](std::string_view first, std::string_view page) {
+        CSqliteUse(Slot(PageAdd)).Number(number++).Number(lookup).Blob(first).Blob(page).Run();
+    });
+    keys.Clear();
 }
 
 void CSqliteStorage::BuildLookup(std::uint64_t place, PropId property) {
@@ -152,30 +170,33 @@ void CSqliteStorage::BuildLookup(std::uint64_t place, PropId property) {
     CSqliteUse(Slot(LookupAdd)).Number(place).Number(property).Run();
     const auto number = static_cast<std::uint64_t>(sqlite3_last_insert_rowid(m_database));
     const IdRange range = RangeOfPlace(place);
-    std::vector<std::pair<std::string, ObjectId>> keys;
+    CLookupKeys keys;
+    bool isPaged = false;
     std::uint64_t rows = 0;
-    CSqliteUse row(Slot(LookupScan));
+    CSqliteUse row(Slot(IsTime(property) ? LookupScanTimes : LookupScan));
     row.Number(range.first).Number(range.last);
     for (; row.Step(); ++rows) {
         const ObjectId id = row.NumberAt(0);
         ForEachKeyOf(property, row.NumberAt(1), row.NumberAt(2), row.BytesAt(3),
-                     [&](std::string_view key) { keys.emplace_back(key, id); });
-        if (keys.size() >= kKeysAtOnce) AddKeys(number, keys);
+                     [&](std::string_view key) { keys.Add(key, id); });
+        if (keys.Count() < kMostPaged) continue;
+        isPaged ? AddKeys(number, keys) : AddPages(number, keys);
+        isPaged = true;
     }
-    AddKeys(number, keys);
+    isPaged ? AddKeys(number, keys) : AddPages(number, keys);
     CSqliteUse(Slot(LookupSetRows)).Number(rows).Number(number).Run();
 }
 
 void CSqliteStorage::AbsorbTouched(std::uint64_t place) {
     const auto lookups = LookupsOf(place);
-    std::vector<std::vector<std::pair<std::string, ObjectId>>> keys(lookups.size());
+    std::vector<CLookupKeys> keys(lookups.size());
     MessageHead head;
     std::string block;
     for (const ObjectId id : ReadTouched(place)) {
         if (!ReadMessage(id, head, block)) continue;
         for (std::size_t i = 0; i < lookups.size(); ++i)
             ForEachKeyOf(lookups[i].second, head.created, head.modified, block,
-                         [&](std::string_view key) { keys[i].emplace_back(key, id); });
+                         [&](std::string_view key) { keys[i].Add(key, id); });
     }
     for (std::size_t i = 0; i < lookups.size(); ++i)
         AddKeys(lookups[i].first, keys[i]);
@@ -192,6 +213,36 @@ std::vector<ObjectId> CSqliteStorage::ReadTouched(std::uint64_t place) {
 }
 
 // --- asking ------------------------------------------------------------------------------------------
+
+// Both add what they find until there are `most`.
+void CSqliteStorage::FindInRows(std::uint64_t lookup, const LookupRange& range, std::size_t most,
+                                std::vector<ObjectId>& ids) {
+    if (ids.size() >= most) return;
+    CSqliteUse row(Slot(KeyFind));
+    row.Number(lookup).Blob(range.first).Blob(range.last).Number(most - ids.size());
+    while (row.Step())
+        ids.push_back(row.NumberAt(0));
+}
+
+void CSqliteStorage::FindInPages(std::uint64_t lookup, std::string_view first, std::string_view last,
+                                 std::size_t most, std::vector<ObjectId>& ids) {
+    // The page that begins before the range may end within it.
+    std::uint64_t begin = FirstPageOf(lookup);
+    {
+        CSqliteUse row(Slot(PageBefore));
+        if (row.Number(lookup).Blob(first).Step()) begin = row.NumberAt(0);
+    }
+    bool isBefore = true;
+    const auto take = [&](std::string_view key, ObjectId id) {
+        isBefore = key < last && ids.size() < most;
+        if (isBefore && key >= first) ids.push_back(id);
+        return isBefore;
+    };
+    CSqliteUse row(Slot(PagesFrom));
+    row.Number(begin).Number(FirstPageOf(lookup + 1) - 1);
+    while (isBefore && row.Step())
+        ScanLookupPage(row.BytesAt(0), take);
+}
 
 bool CSqliteStorage::FindMessages(ObjectId folder, bool associated, const std::vector<LookupRange>& ranges,
                                   std::vector<ObjectId>& ids) {
@@ -213,10 +264,9 @@ bool CSqliteStorage::FindMessages(ObjectId folder, bool associated, const std::v
     for (std::size_t i = 0; i < ranges.size(); ++i) {
         // Reading a message by its number costs more than meeting it in a scan.
         const std::uint64_t most = lookups[i].rows / 3 + 1;
-        CSqliteUse row(Slot(KeyFind));
-        row.Number(lookups[i].number).Blob(ranges[i].first).Blob(ranges[i].last).Number(most);
-        while (row.Step())
-            ids.push_back(row.NumberAt(0));
+        FindInRows(lookups[i].number, ranges[i], most, ids);
+        FindInPages(lookups[i].number, {}, kAfterNoKey, most, ids);
+        FindInPages(lookups[i].number, ranges[i].first, ranges[i].last, most, ids);
         if (ids.size() >= most) return false;
     }
     std::sort(ids.begin(), ids.end());

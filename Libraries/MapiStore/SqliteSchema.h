@@ -68,6 +68,11 @@ enum CSqliteStorage::StatementId : unsigned {
     KeyAdd,
     KeyFind,
     KeyDrop,
+    LookupScanTimes,
+    PageAdd,
+    PageBefore,
+    PagesFrom,
+    PageDrop,
     TouchedAdd,
     TouchedScan,
     TouchedDrop,
@@ -90,12 +95,15 @@ CREATE TABLE part(id INTEGER PRIMARY KEY, owner INTEGER, number INTEGER, large I
 CREATE UNIQUE INDEX part_owner ON part(owner, number);
 )";
 
-// Version 2: folders by name, and what SqliteLookup.cpp keeps. The key 0 stands for a value that has no key at hand.
+// Later than version 1: folders by name, and what SqliteLookup.cpp keeps; pages of keys came with version 3.
+// The key 0, in a page the empty one, stands for a value that has no key at hand.
 inline const char* const kLookupSchema = R"(
 CREATE INDEX IF NOT EXISTS folder_name ON folder(parent, folder_name(block));
 CREATE TABLE IF NOT EXISTS lookup(number INTEGER PRIMARY KEY, place INTEGER, property INTEGER, rows INTEGER,
   touched INTEGER, UNIQUE(place, property));
 CREATE TABLE IF NOT EXISTS lookup_key(lookup INTEGER, key, id INTEGER, PRIMARY KEY(lookup, key, id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS lookup_page(id INTEGER PRIMARY KEY, lookup INTEGER, first BLOB, page BLOB);
+CREATE INDEX IF NOT EXISTS lookup_page_first ON lookup_page(lookup, first);
 CREATE TABLE IF NOT EXISTS lookup_touched(place INTEGER, id INTEGER, PRIMARY KEY(place, id)) WITHOUT ROWID;
 )";
 
@@ -173,6 +181,11 @@ inline const char* const kStatements[] = {
     "SELECT id FROM lookup_key WHERE lookup = ?1 AND key = 0 UNION ALL "
     "SELECT id FROM lookup_key WHERE lookup = ?1 AND key >= ?2 AND key < ?3 LIMIT ?4",
     "DELETE FROM lookup_key WHERE lookup = ?",
+    "SELECT id, created, modified, NULL FROM message WHERE id BETWEEN ? AND ?",
+    "INSERT INTO lookup_page VALUES(?, ?, ?, ?)",
+    "SELECT id FROM lookup_page WHERE lookup = ? AND first < ? ORDER BY first DESC, id DESC LIMIT 1",
+    "SELECT page FROM lookup_page WHERE id BETWEEN ? AND ? ORDER BY id",
+    "DELETE FROM lookup_page WHERE id BETWEEN ? AND ?",
     "INSERT OR IGNORE INTO lookup_touched VALUES(?, ?)",
     "SELECT id FROM lookup_touched WHERE place = ?",
     "DELETE FROM lookup_touched WHERE place = ?",

@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int kApplicationId = 0x56534D31;
-constexpr unsigned kSchemaVersion = 2;
+constexpr unsigned kSchemaVersion = 3;
 constexpr unsigned kDeepestParts = 256;  // a chain longer than that can only be a damaged one
 
 // folder_name(block): the display name that lies in a folder's block, NULL where the block is damaged. The
@@ -153,7 +153,7 @@ void CSqliteStorage::CheckIdentity() {
     Require(version >= 1, MAPI_E_CORRUPT_STORE);
     // A file that cannot be written is read as it is: what the step adds only makes it faster.
     if (version < kSchemaVersion && !IsReadOnly()) BringUp();
-    m_hasLookups = Version() >= 2;
+    m_hasLookups = Version() >= kSchemaVersion;
 }
 
 unsigned CSqliteStorage::Version() {
@@ -168,7 +168,7 @@ void CSqliteStorage::BringUp() {
     Execute("BEGIN IMMEDIATE");
     try {
         // Another process may have done it while this one waited.
-        if (Version() == 1) {
+        if (Version() < kSchemaVersion) {
             Execute(kLookupSchema);
             Execute(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
         }

@@ -1,6 +1,7 @@
 // A store in one SQLite file (write-ahead log, synchronous NORMAL: what is committed survives the
 // death of the process; a power failure may take the last transactions, never the order of them).
 #pragma once
+#include "LookupPages.h"
 #include "SqliteStatement.h"
 #include "Storage.h"
 
@@ -103,7 +104,12 @@ private:
     bool IsWorthALookup(std::uint64_t place);
     bool WriteQuietly(const std::function<void()>& body) noexcept;
     void BuildLookup(std::uint64_t place, PropId property);
-    void AddKeys(std::uint64_t lookup, std::vector<std::pair<std::string, ObjectId>>& keys);
+    void AddKeys(std::uint64_t lookup, CLookupKeys& keys);
+    void AddPages(std::uint64_t lookup, CLookupKeys& keys);
+    void FindInRows(std::uint64_t lookup, const LookupRange& range, std::size_t most,
+                    std::vector<ObjectId>& ids);
+    void FindInPages(std::uint64_t lookup, std::string_view first, std::string_view last, std::size_t most,
+                     std::vector<ObjectId>& ids);
     std::vector<ObjectId> ReadTouched(std::uint64_t place);
     std::vector<std::pair<std::uint64_t, PropId>> LookupsOf(std::uint64_t place);
     void AbsorbTouched(std::uint64_t place);

@@ -186,6 +186,7 @@ void CStoreCore::Lock() {
 void CStoreCore::CountCall() {
     if (m_depth > 1) return;  // a call that this room makes on itself
     const ULONG call = ++m_calls;
+    if (call == m_interruptAt) m_interruption(m_interruptionContext);
     if (m_faultAt != 0 && (call == m_faultAt || (m_faultForGood && call > m_faultAt)))
         throw CStoreError(m_faultCode);
 }
@@ -247,6 +248,14 @@ void CStoreCore::SetFault(ULONG n, HRESULT hr, bool forGood) {
     m_faultAt = n;
     m_faultCode = hr;
     m_faultForGood = forGood;
+}
+
+void CStoreCore::SetInterruption(ULONG n, void (*body)(void*), void* context) {
+    const std::lock_guard lock(m_mutex);
+    m_calls = 0;
+    m_interruptAt = n;
+    m_interruption = body;
+    m_interruptionContext = context;
 }
 
 void CStoreCore::SetKillAtSave(ULONG n) {

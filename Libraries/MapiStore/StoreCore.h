@@ -86,10 +86,11 @@ public:
     // The event reaches the watchers when the outermost call is over. Dropped if the save fails.
     void Publish(const StoreEvent& event) { m_events.push_back(event); }
 
-    // These four lock by themselves.
+    // These five lock by themselves.
     void AddWatcher(const std::shared_ptr<IStoreWatcher>& watcher);
     void RemoveWatcher(IStoreWatcher* watcher);
     void SetFault(ULONG n, HRESULT hr, bool forGood);
+    void SetInterruption(ULONG n, void (*body)(void*), void* context);
     ULONG CallCount() const { return m_calls; }
     void SetKillAtSave(ULONG n);
     ULONG SaveCount() const { return m_saves; }
@@ -143,6 +144,9 @@ private:
     ULONG m_faultAt = 0;
     HRESULT m_faultCode = S_OK;
     bool m_faultForGood = false;
+    ULONG m_interruptAt = 0;
+    void (*m_interruption)(void*) = nullptr;
+    void* m_interruptionContext = nullptr;
     std::atomic<ULONG> m_saves{0};
     ULONG m_killAt = 0;
 

@@ -42,4 +42,9 @@ struct IStoreFaults : public IUnknown {
     // Kills the process (abort without clean-up) at the n-th save from now; 0 switches it off.
     virtual void STDMETHODCALLTYPE SetKillAtSave(ULONG n) = 0;
     virtual ULONG STDMETHODCALLTYPE SaveCount() = 0;
+    // Calls body(context) once, on the thread of the n-th call from now, before that call does anything: it
+    // stands for what somebody else does at this moment. Its own calls on the store are not counted. 0
+    // switches it off. Resets the count of calls.
+    using Interruption = void(void* context);
+    virtual void STDMETHODCALLTYPE SetInterruption(ULONG n, Interruption* body, void* context) = 0;
 };
