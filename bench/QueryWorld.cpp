@@ -26,12 +26,7 @@ void SetWords(IMessage* message, ULONG tag, std::vector<std::string> words) {
 }  // namespace
 
 CQueryWorld::CQueryWorld(int count) : m_count(count), m_profile("Query" + std::to_string(count), 1) {
-    m_session = m_profile.LogOn();
-    m_store = OpenTestStore(m_session.Get(), "Store 1");
-    const auto root = OpenStoreFolder(m_store.Get(), PR_IPM_SUBTREE_ENTRYID);
-    m_folder = MakeFolder(root.Get(), "Queries");
-    m_categories = NamedTag(m_folder.Get(), L"Keywords", PT_MV_STRING8);
-    m_named = NamedTag(m_folder.Get(), L"Question", PT_STRING8);
+    Open();
     MakeItems(m_store.Get(), m_folder.Get(), count, [this](IMessage* message, int number) {
         const bool wanted = number % kOneIn == 0;
         const std::string own = "Group " + std::to_string(number % 10);
@@ -39,6 +34,19 @@ CQueryWorld::CQueryWorld(int count) : m_count(count), m_profile("Query" + std::t
         Must(SetText(message, m_named, wanted ? kNamedText : own), "named property");
         if (("Item number " + std::to_string(number)).starts_with(kSubjectFound)) ++m_bySubject;
     });
+    // The log of what was written is taken into the file when the last one leaves, not under a question.
+    m_folder.Reset();
+    m_store.Reset();
+    m_session.Reset();
+    Open();
+}
+
+void CQueryWorld::Open() {
+    m_session = m_profile.LogOn();
+    m_store = OpenTestStore(m_session.Get(), "Store 1");
+    m_folder = MakeFolder(OpenStoreFolder(m_store.Get(), PR_IPM_SUBTREE_ENTRYID).Get(), "Queries");
+    m_categories = NamedTag(m_folder.Get(), L"Keywords", PT_MV_STRING8);
+    m_named = NamedTag(m_folder.Get(), L"Question", PT_STRING8);
 }
 
 double CQueryWorld::Ask(SRestriction* restriction, ULONG rows) {

@@ -24,6 +24,7 @@ public:
     std::vector<Query> Queries();
 
 private:
+    void Open();
     double Ask(SRestriction* restriction, ULONG rows);
     double AskText(ULONG tag, ULONG fuzzyLevel, std::string text, ULONG rows);
     double AskCreated();

@@ -73,11 +73,6 @@ void CLookupKeys::Pack(const OnPage& each) {
     if (!page.empty()) each(first, page);
 }
 
-void CLookupKeys::Clear() {
-    m_entries.clear();
-    m_bytes.clear();
-}
-
 void ScanLookupPage(std::string_view page, const std::function<bool(std::string_view, ObjectId)>& each) {
     for (std::size_t at = 0; at < page.size();) {
         const std::size_t size = static_cast<unsigned char>(page[at]);

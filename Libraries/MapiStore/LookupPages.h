@@ -8,12 +8,11 @@
 #include <string_view>
 #include <vector>
 
-// Gathers keys, each with its message. About 32 bytes of memory for each and the key's own.
+// Gathers keys, each with its message, in 24 bytes and the key's own.
 class CLookupKeys {
 public:
-    // At most 255 bytes.
+    // At most 255 bytes, four gigabytes in all: MAPI_E_TOO_BIG.
     void Add(std::string_view key, ObjectId id);
-    std::size_t Count() const { return m_entries.size(); }
 
     using OnPage = std::function<void(std::string_view first, std::string_view page)>;
     // The pages in the order of their keys, `first` being the first key of each. Nothing twice.
@@ -21,7 +20,6 @@ public:
     using OnEntry = std::function<void(std::string_view key, ObjectId id)>;
     // The keys in their order. Nothing twice.
     void ForEach(const OnEntry& each);
-    void Clear();
 
 private:
     // The first bytes of a key stand beside its place, so that most comparisons touch nothing else.

@@ -17,10 +17,9 @@
 
 namespace {
 
-constexpr std::uint64_t kFewRows = 500;     // in folders of fewer a scan is fast enough
-constexpr std::size_t kMostTouched = 50;    // noted numbers that are not worth a write
-constexpr std::size_t kMostPaged = 500000;  // keys sorted in memory; those of larger folders become rows
-constexpr unsigned kPageNumberBits = 24;    // of a page's number, below that of its lookup
+constexpr std::uint64_t kFewRows = 500;   // in folders of fewer a scan is fast enough
+constexpr std::size_t kMostTouched = 50;  // noted numbers that are not worth a write
+constexpr unsigned kPageNumberBits = 24;  // of a page's number, below that of its lookup
 
 std::uint64_t TicksFor(PropId property, std::uint64_t created, std::uint64_t modified) {
     return property == PROP_ID(PR_CREATION_TIME) ? created : modified;
@@ -154,7 +153,6 @@ void CSqliteStorage::AddKeys(std::uint64_t lookup, CLookupKeys& keys) {
             add.Blob(key);
         add.Number(id).Run();
     });
-    keys.Clear();
 }
 
 void CSqliteStorage::AddPages(std::uint64_t lookup, CLookupKeys& keys) {
@@ -162,7 +160,6 @@ void CSqliteStorage::AddPages(std::uint64_t lookup, CLookupKeys& keys) {
     keys.Pack([&](std::string_view first, std::string_view page) {
         CSqliteUse(Slot(PageAdd)).Number(number++).Number(lookup).Blob(first).Blob(page).Run();
     });
-    keys.Clear();
 }
 
 void CSqliteStorage::BuildLookup(std::uint64_t place, PropId property) {
@@ -171,7 +168,6 @@ void CSqliteStorage::BuildLookup(std::uint64_t place, PropId property) {
     const auto number = static_cast<std::uint64_t>(sqlite3_last_insert_rowid(m_database));
     const IdRange range = RangeOfPlace(place);
     CLookupKeys keys;
-    bool isPaged = false;
     std::uint64_t rows = 0;
     CSqliteUse row(Slot(IsTime(property) ? LookupScanTimes : LookupScan));
     row.Number(range.first).Number(range.last);
@@ -179,11 +175,8 @@ void CSqliteStorage::BuildLookup(std::uint64_t place, PropId property) {
         const ObjectId id = row.NumberAt(0);
         ForEachKeyOf(property, row.NumberAt(1), row.NumberAt(2), row.BytesAt(3),
                      [&](std::string_view key) { keys.Add(key, id); });
-        if (keys.Count() < kMostPaged) continue;
-        isPaged ? AddKeys(number, keys) : AddPages(number, keys);
-        isPaged = true;
     }
-    isPaged ? AddKeys(number, keys) : AddPages(number, keys);
+    AddPages(number, keys);
     CSqliteUse(Slot(LookupSetRows)).Number(rows).Number(number).Run();
 }
 
