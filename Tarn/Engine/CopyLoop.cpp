@@ -143,7 +143,7 @@ class CRowMessage {
 public:
     CRowMessage(CSyncMessage& row, const CCopyRoute& route)
         : m_row(row), m_message(route.engine.OpenRowMessage(row, route.sourceFolder, route.targetFolder)) {}
-    ~CRowMessage() { m_row.m_message = IMessagePtr(); }
+    ~CRowMessage() { m_row.m_message.Free(); }
     CRowMessage(const CRowMessage&) = delete;
     CRowMessage& operator=(const CRowMessage&) = delete;
     IMessagePtr& Get() { return m_message; }
@@ -309,9 +309,7 @@ RowResult CopyChangedRow(const CCopyRoute& route, CSyncMessage& row, IMessagePtr
         engine.NoteRowFailed();
         return RowResult::NotSaved;
     }
-    const CMapiBinary targetEntryId(
-        route.targetRows.Cell(static_cast<ULONG>(targetRow), COL_ENTRYID).Binary());
-    return RewriteTarget(route, source, targetEntryId.Bin(), status, quiet, emptied);
+    return RewriteTarget(route, static_cast<ULONG>(targetRow), source, status, quiet, emptied);
 }
 
 void CSyncFolder::SyncChangedRow(IMessagePtr& sourceMessage, CSyncMessage& row,
@@ -329,7 +327,7 @@ bool CSyncFolder::IsSkippedPrivate(IMessagePtr& message) {
 
 IMessagePtr CSyncFolder::OpenRowMessage(CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
                                         const IMAPIFolderPtr&) {
-    return row.m_message ? row.m_message : OpenMessage(sourceFolder, row.m_entryId);
+    return row.m_message ? IMessagePtr(row.m_message.Get()) : OpenMessage(sourceFolder, row.m_entryId);
 }
 
 void CSyncFolder::DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,

@@ -5,6 +5,13 @@
 
 #include <vector>
 
+namespace {
+// The answers of stores for an item that is not there any more.
+bool IsGone(HRESULT hr) {
+    return hr == MAPI_E_OBJECT_DELETED || hr == MAPI_E_NOT_FOUND;
+}
+}  // namespace
+
 void CElementCopy::Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowSearch) {
     m_facts = ReadItemFacts(m_engine, m_source);
     FindTargetRow(useRowSyncId, allowSearch);
@@ -125,7 +132,8 @@ void CElementCopy::OpenTarget() {
     } else {
         MARK_POSITION();
         if (!m_linked) KeepOtherText();
-        KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target);
+        const FILETIME seen = TargetCell(COL_MODIFIED).Time();
+        KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, &seen);
         m_engine.RemoveContents(m_target);
     }
 }
@@ -146,7 +154,8 @@ void CElementCopy::Transfer(CSyncTargetRecord* record) {
         m_result = RowResult::Done;
         return;
     } catch (const CMAPIException& e) {
-        ReportTransfer(e);
+        if (!m_takenBack) ReportTransfer(e);
+        if (m_result == RowResult::Done) return;
     } catch (...) {
         ReportTransferCrash();
     }
@@ -175,6 +184,17 @@ void CElementCopy::CopyToTarget() {
 }
 
 void CElementCopy::SaveTarget() {
+    SaveContents();
+    MARK_POSITION();
+    try {
+        if (NeedsLink()) Link();
+    } catch (const CMAPIException& e) {
+        if (m_isNew && !m_replaces) TakeBack(e);
+        throw;
+    }
+}
+
+void CElementCopy::SaveContents() {
     MARK_POSITION();
     if (m_isNew) m_result = RowResult::MaybeSaved;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
@@ -192,8 +212,6 @@ void CElementCopy::SaveTarget() {
     m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
     if (m_targetRow >= 0) m_engine.NoteWritten(m_oldEntryId);
     if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
-    MARK_POSITION();
-    if (NeedsLink()) Link();
 }
 
 // Two items whose keys occur once on each side count as linked by them. A key that cannot be read links
@@ -213,13 +231,58 @@ bool CElementCopy::NeedsLink() const {
 void CElementCopy::Link() {
     EnsureSyncId(m_target, m_source, m_syncId);
     if (StampItem(m_engine, m_source, m_syncId)) SaveSource();
-    if (StampItem(m_engine, m_target, m_syncId)) m_target.SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE);
+    m_sourceLinked = true;
+    LinkTarget();
+}
+
+// Somebody may have changed the copy already. The stamp then goes on what they have made of it, and the time
+// that is remembered stays that of the copy, so that the next run finds their change.
+void CElementCopy::LinkTarget() {
+    if (!StampItem(m_engine, m_target, m_syncId)) return;
+    const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
+    if (saved == MAPI_E_OBJECT_CHANGED) {
+        IMessagePtr changed = OpenMessage(m_route.targetFolder, m_newEntryId);
+        if (StampItem(m_engine, changed, m_syncId)) changed.SaveChanges(KEEP_OPEN_READWRITE);
+        return;
+    }
+    THROW_ON_FAILURE_FOR(saved, m_target.RawProp());
     m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
 }
 
 void CElementCopy::SaveSource() {
     m_source.SaveChanges(KEEP_OPEN_READWRITE);
     m_engine.NoteSaved(m_source, m_row.m_entryId, m_syncId);
+}
+
+// A new target without its link would be an item of its own as soon as the source is changed or deleted, and
+// the usual reason why the link fails is that somebody is doing just that. So the target goes again, and the
+// row is tried once more, or has nothing to carry any more.
+void CElementCopy::TakeBack(const CMAPIException& e) {
+    if (!RemoveTarget()) {
+        m_status = LoadText(TEXT_NOT_LINKED_STAYS);
+        return;
+    }
+    m_takenBack = true;
+    --(m_engine.m_copyToSource ? m_engine.m_outcome.sourceChanged : m_engine.m_outcome.targetChanged);
+    const bool sourceGone = !m_sourceLinked && IsGone(e.Hr());
+    m_status = LoadText(sourceGone ? TEXT_SOURCE_GONE : TEXT_NOT_LINKED_RETRIED);
+    m_result = sourceGone ? RowResult::Done : RowResult::NotSaved;
+}
+
+// True if the target is not there any more. One that was saved since is somebody's work and stays.
+bool CElementCopy::RemoveTarget() const {
+    try {
+        const IMessagePtr target = OpenMessage(m_route.targetFolder, m_newEntryId);
+        CMapiPropValue now, saved;
+        if (target.GetOneProp(PR_LAST_MODIFICATION_TIME, now) < 0) return false;
+        if (m_target.GetOneProp(PR_LAST_MODIFICATION_TIME, saved) < 0) return false;
+        if (CompareFileTimes(now.Time(), saved.Time()) != 0) return false;
+    } catch (const CMAPIException& e) {
+        return IsGone(e.Hr());
+    }
+    SBinary entry = m_newEntryId;
+    ENTRYLIST list = {1, &entry};
+    return m_route.targetFolder->DeleteMessages(&list, 0, nullptr, 0) == S_OK;
 }
 
 void CElementCopy::FillRecord(CSyncTargetRecord& record) const {

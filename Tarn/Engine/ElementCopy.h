@@ -20,9 +20,9 @@ int FreeRow(const CCopyRoute& route, int targetRow);
 // was saved without its contents.
 RowResult CopyChangedRow(const CCopyRoute& route, CSyncMessage& row, IMessagePtr& source, std::string& status,
                          bool quiet, CEmptiedTarget& emptied);
-// The first of the two, by the target's entry ID.
-RowResult RewriteTarget(const CCopyRoute& route, IMessagePtr& source, const SBinary& targetEntryId,
-                        std::string& status, bool quiet, CEmptiedTarget& emptied);
+// The first of the two, by the target's row.
+RowResult RewriteTarget(const CCopyRoute& route, ULONG targetRow, IMessagePtr& source, std::string& status,
+                        bool quiet, CEmptiedTarget& emptied);
 
 // For one row and one use.
 class CElementCopy {
@@ -55,9 +55,13 @@ private:
     void Transfer(CSyncTargetRecord* record);
     void CopyToTarget();
     void SaveTarget();
+    void SaveContents();
     bool NeedsLink() const;
     void Link();
+    void LinkTarget();
     void SaveSource();
+    void TakeBack(const CMAPIException& e);
+    bool RemoveTarget() const;
     void FillRecord(CSyncTargetRecord& record) const;
 
     CMapiPropValue TargetCell(ULONG column) const {
@@ -84,6 +88,8 @@ private:
     bool m_replaces = false;  // the old version has to leave the target folder after the save
     CMapiBinary m_oldEntryId;
     CMapiBinary m_newEntryId;
+    bool m_sourceLinked = false;  // whatever fails from then on is the target's
+    bool m_takenBack = false;     // the target is gone again, as if nothing had been done
     CKeptText m_kept;
     const char* m_action = nullptr;  // what a failure in saving was about
     RowResult m_result = RowResult::NotSaved;

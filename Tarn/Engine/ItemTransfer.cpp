@@ -207,9 +207,18 @@ void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBi
     engine.NoteSaved(target, entryId, syncId);
 }
 
+namespace {
+bool IsChangedSince(const IMessagePtr& message, const FILETIME& seen) {
+    if (seen.dwLowDateTime == 0 && seen.dwHighDateTime == 0) return false;  // a store that tells no times
+    CMapiPropValue time;
+    return message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) < 0 ||
+           CompareFileTimes(time.Time(), seen) != 0;
+}
+}  // namespace
+
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                         IMessagePtr& target) {
-    if (engine.MemoriesDiffer()) {
+                         IMessagePtr& target, const FILETIME* seen) {
+    if (engine.MemoriesDiffer() || (seen && IsChangedSince(target, *seen))) {
         KeepVersion(engine, target);
         return;
     }

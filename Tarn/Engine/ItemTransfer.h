@@ -4,6 +4,7 @@
 #include <Tarn/Engine/syncfolder.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 // The properties of a source item that decide how it is carried over, read in one call.
@@ -69,9 +70,10 @@ CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version);
 void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId,
                     const CKeptVersion& kept);
 // To be called before `target` is emptied: where a version with text would be replaced by one without
-// any, or in a run that cannot tell what was replaced already, keeps it. Throws like KeepVersion.
+// any, or one that somebody has made since the run looked at the folder and found the time `seen`, or in a
+// run that cannot tell what was replaced already, keeps it. `seen` may be null. Throws like KeepVersion.
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                         IMessagePtr& target);
+                         IMessagePtr& target, const FILETIME* seen);
 
 // False where the store has not taken the message yet: it gives the entry ID at the save. A message for
 // which that cannot be told counts as taken.
@@ -101,6 +103,8 @@ public:
 
     // From now on contents that do not arrive are a failure like any other, and nothing is saved.
     void RequireContents() { m_requireContents = true; }
+    // The target's time when the run looked at it: a later version is kept before it is replaced.
+    void SetSeenTime(const FILETIME& time) { m_seen = time; }
     // Throws; Result says how far it got.
     void Run(IMessagePtr& source, std::string& status);
 
@@ -123,6 +127,7 @@ private:
     const IMAPIFolderPtr& m_targetFolder;
     const SBinary m_targetEntryId;
     IMessagePtr m_target;
+    std::optional<FILETIME> m_seen;
     bool m_isNew = false;
     bool m_requireContents = false;
     bool m_leftEmpty = false;

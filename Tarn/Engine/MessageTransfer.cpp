@@ -84,7 +84,7 @@ void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessag
     if (m_isNew) {
         m_target = m_targetFolder.CreateMessage(nullptr, 0);
     } else {
-        KeepWhatMayBeMissed(m_engine, facts, source, m_target);
+        KeepWhatMayBeMissed(m_engine, facts, source, m_target, m_seen ? &*m_seen : nullptr);
         m_engine.RemoveContents(m_target);
     }
 }
@@ -140,10 +140,8 @@ void CResync::FinishNewTarget(const CItemFacts& facts) {
 }
 
 namespace {
-RowResult ReportedResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder,
-                         const SBinary& targetEntryId, IMessagePtr& source, std::string& status, bool quiet,
-                         CEmptiedTarget& emptied) {
-    CResync resync(engine, targetFolder, targetEntryId);
+RowResult ReportedResync(CSyncFolder& engine, CResync& resync, IMessagePtr& source, std::string& status,
+                         bool quiet, CEmptiedTarget& emptied) {
     try {
         resync.Run(source, status);
         if (!resync.LeftEmpty()) return resync.Result();
@@ -158,9 +156,12 @@ RowResult ReportedResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder
 }
 }  // namespace
 
-RowResult RewriteTarget(const CCopyRoute& route, IMessagePtr& source, const SBinary& targetEntryId,
-                        std::string& status, bool quiet, CEmptiedTarget& emptied) {
-    return ReportedResync(route.engine, route.targetFolder, targetEntryId, source, status, quiet, emptied);
+RowResult RewriteTarget(const CCopyRoute& route, ULONG targetRow, IMessagePtr& source, std::string& status,
+                        bool quiet, CEmptiedTarget& emptied) {
+    const CMapiBinary entryId(route.targetRows.Cell(targetRow, COL_ENTRYID).Binary());
+    CResync resync(route.engine, route.targetFolder, entryId);
+    resync.SetSeenTime(route.targetRows.Cell(targetRow, COL_MODIFIED).Time());
+    return ReportedResync(route.engine, resync, source, status, quiet, emptied);
 }
 
 int CSyncFolder::ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
@@ -169,7 +170,8 @@ int CSyncFolder::ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFol
     try {
         IMessagePtr source = OpenMessage(sourceFolder, sourceEntryId);
         CEmptiedTarget emptied;
-        ReportedResync(*this, targetFolder, targetEntryId, source, status, false, emptied);
+        CResync resync(*this, targetFolder, targetEntryId);
+        ReportedResync(*this, resync, source, status, false, emptied);
     } catch (const CMAPIException& e) {
         NoteRowFailed();
         ReportException(e, "CSyncFolder::ResyncObject");
@@ -208,7 +210,7 @@ bool HasTarget(CSyncFileMap& syncData, const CMapiRowSet& rows, const std::strin
                const std::string& subject, const FILETIME& created) {
     if (!syncId.empty()) {
         const CSyncFileEntry* entry = syncData.FindBySyncId(syncId);
-        if (entry && !entry->identifier.empty()) return true;
+        if (entry && !entry->Identifier().empty()) return true;
         const int row = rows.FindRow(COL_SYNC_ID, syncId);
         if (row >= 0 && HoldsText(rows, static_cast<ULONG>(row), COL_SYNC_ID, syncId)) return true;
     }

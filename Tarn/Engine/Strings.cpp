@@ -24,6 +24,11 @@ const TextRow Texts[] = {
     {TEXT_COPIED_AS_NEW, L"Copied as a new element", L"Als neues Element kopiert"},
     {TEXT_TIMES_IDENTICAL, L"Not copied, both sides have the same time",
      L"Nicht kopiert, beide Seiten haben dieselbe Zeit"},
+    {TEXT_NOT_LINKED_RETRIED, L"Changed by somebody meanwhile, tried again",
+     L"Inzwischen von jemandem ge\u00e4ndert, erneut versucht"},
+    {TEXT_NOT_LINKED_STAYS, L"Copied, but not linked: there may be one item too many",
+     L"Kopiert, aber nicht verkn\u00fcpft: es kann ein Element zu viel sein"},
+    {TEXT_SOURCE_GONE, L"Not copied, it was deleted meanwhile", L"Nicht kopiert, inzwischen gel\u00f6scht"},
     {TEXT_CONFLICT_SUFFIX, L" (conflicts)", L" (Konflikte)"},
 };
 }  // namespace

@@ -10,13 +10,16 @@ enum TextId : unsigned {
     TEXT_WRITING_TARGET_STATE = 13,    // status: the same for the target
     TEXT_OVERWRITTEN_FOLDER = 15,      // name of the holding folder for overwritten items
     TEXT_OVERWRITTEN_TITLE = 16,       // the same as a heading
-    TEXT_COPIED_TO_COUNTERPART = 304,  // protocol, and so are the rest up to 310
+    TEXT_COPIED_TO_COUNTERPART = 304,  // protocol, and so are the rest up to 312
     TEXT_DELETED = 306,
     TEXT_TARGET_MISSING = 307,
     TEXT_TARGET_REWRITTEN = 308,
     TEXT_COPIED_AS_NEW = 309,
     TEXT_TIMES_IDENTICAL = 310,
+    TEXT_NOT_LINKED_RETRIED = 311,
+    TEXT_NOT_LINKED_STAYS = 312,
     TEXT_CONFLICT_SUFFIX = 313,  // ends the path of a conflict folder
+    TEXT_SOURCE_GONE = 314,      // protocol
 };
 
 // The text in UserLanguage(), in the 8-bit code page. A number without a text gives the empty text.

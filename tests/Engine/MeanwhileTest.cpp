@@ -1,8 +1,9 @@
-// What other people and other processes do to the folders while a run is writing its memory.
+// What other people and other processes do to the folders while a run is under way.
 #include <Tarn/Engine/SyncProgress.h>
-#include <support/TwoFolders.h>
 
 #include <utility>
+
+#include "FaultsTrial.h"
 
 namespace {
 
@@ -15,8 +16,13 @@ public:
     }
 };
 
-class Meanwhile : public TwoFolders {
+class Meanwhile : public FaultsTrial {
 protected:
+    void SetUp() override {
+        FaultsTrial::SetUp();
+        expectMessages = false;
+    }
+
     template <class... Steps>
     void DuringTheRun(Steps... steps) {
         CMeddlingProgress meddling;
@@ -26,6 +32,45 @@ protected:
         progress = nullptr;
         ASSERT_FALSE(meddling.meddle) << "the run wrote no memory";
     }
+
+    // A run in which something happens before the n-th call on a store; false if it made fewer.
+    bool RunInterrupted(StorySide& where, ULONG n, Step meddle) {
+        const auto faults = FaultsOf(where.Store());
+        faults->SetInterruption(
+            n, [](void* step) { (*static_cast<Step*>(step))(); }, &meddle);
+        Run();
+        const bool reached = faults->CallCount() >= n;
+        faults->SetInterruption(0, nullptr, nullptr);
+        return reached;
+    }
+
+    // One run for each moment that it has: something is prepared under a name of its own, the run is
+    // interrupted in that moment, and another one follows.
+    void InEachMoment(const std::function<void(const std::string& name)>& prepare, const Step& meddle,
+                      const Step& expect) {
+        for (StorySide* where : {&Left(), &Right()})
+            for (ULONG n = 1; !HasFailure(); n += Stride()) {
+                const std::string name = "New" + std::to_string(++m_trials);
+                SCOPED_TRACE(name + ", before call " + std::to_string(n) + " on the " + where->Name());
+                prepare(name);
+                const bool reached = RunInterrupted(*where, n, meddle);
+                if (!reached) meddle();
+                Run();
+                ExpectNothingMoves();
+                expect();
+                if (!reached) break;
+            }
+    }
+
+    bool IsAnywhere(const std::string& body) {
+        for (StorySide* side : {&Left(), &Right()})
+            for (const CSeenItem& item : SeenAnywhere(side->Store()))
+                if (item.body == body) return true;
+        return false;
+    }
+
+private:
+    int m_trials = 0;
 };
 
 TEST_P(Meanwhile, ChangesAreCarriedByTheNextRun) {
@@ -51,7 +96,55 @@ TEST_P(Meanwhile, DeletionsTravelWithTheNextRun) {
     Then(Both(""));
 }
 
-INSTANTIATE_TEST_SUITE_P(Stories, Meanwhile, ::testing::Bool(),
-                         [](const auto& which) { return std::string(which.param ? "RightIsSource" : "LeftIsSource"); });
+TEST_P(Meanwhile, ANewItemStaysOneWheneverItIsChanged) {
+    for (StorySide* from : {&Left(), &Right()})
+        for (StorySide* touched : {&Left(), &Right()}) {
+            std::string item;
+            bool isChanged = false;
+            InEachMoment(
+                [&](const std::string& name) {
+                    if (!item.empty()) from->Deletes(item)();
+                    from->Creates(item = name)();
+                },
+                [&] {
+                    isChanged = touched->Holds(item);
+                    if (isChanged) touched->Changes(item, "later")();
+                },
+                [&] {
+                    Still(Both(item));
+                    for (StorySide* side : {&Left(), &Right()})
+                        side->Reads(item, isChanged ? "later" : "text of " + item)();
+                });
+            from->Deletes(item)();
+        }
+}
+
+TEST_P(Meanwhile, ANewItemThatIsDeletedLeavesNoCopy) {
+    for (StorySide* from : {&Left(), &Right()}) {
+        std::string item;
+        InEachMoment([&](const std::string& name) { from->Creates(item = name)(); },
+                     [&] { from->Deletes(item)(); }, [&] { Still(Both("")); });
+    }
+}
+
+// A change that comes behind the look is no conflict of this run, but it is somebody's work.
+TEST_P(Meanwhile, AChangeThatIsOverwrittenIsKept) {
+    Given(Both("A"), Synced());
+    expectMessages = true;  // where the target changes under the run's hands
+    for (StorySide* touched : {&Left(), &Right()}) {
+        StorySide& other = touched == &Left() ? Right() : Left();
+        std::string theirs;
+        InEachMoment(
+            [&](const std::string& name) {
+                theirs = "by somebody before " + name;
+                other.Changes("A", "carried by " + name)();
+            },
+            [&] { touched->Changes("A", theirs)(); }, [&] { EXPECT_TRUE(IsAnywhere(theirs)) << theirs; });
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Stories, Meanwhile, ::testing::Bool(), [](const auto& which) {
+    return std::string(which.param ? "RightIsSource" : "LeftIsSource");
+});
 
 }  // namespace

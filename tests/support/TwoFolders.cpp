@@ -163,6 +163,13 @@ std::string StorySide::Items() const {
     return Joined(names);
 }
 
+bool StorySide::Holds(const std::string& item) const {
+    const TestRows rows = ContentsOf(m_folder.Get(), {PR_SUBJECT_A});
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        if (rows.Text(row, 0) == item) return true;
+    return false;
+}
+
 std::string StorySide::BodyOf(const std::string& item) const {
     return TextOf(Open(item).Get(), PR_BODY_A);
 }

@@ -44,6 +44,7 @@ public:
 
     // --- what it holds ------------------------------------------------------------------------------
     std::string Items() const;  // subjects, sorted, joined by blanks
+    bool Holds(const std::string& item) const;
     std::string BodyOf(const std::string& item) const;
     // Entry IDs, times and subjects of all items: equal as long as nothing touches one.
     std::string Fingerprint() const;
