@@ -15,10 +15,10 @@ std::string Rewritten(CSyncFileMap& map) {
     const auto entries = map.InKeyOrder();
     CSyncFileWriter writer(static_cast<std::uint32_t>(entries.size()));
     for (const CSyncFileEntry* entry : entries) {
-        const CSyncFileEntry* found = map.FindByIdentifier(entry->identifier);
-        Require(found && CSyncFileMap::KeyOf(found->identifier) == CSyncFileMap::KeyOf(entry->identifier));
-        if (!entry->syncId.empty()) Require(map.FindBySyncId(entry->syncId) != nullptr);
-        writer.Add(entry->identifier, entry->time, entry->syncId, entry->name);
+        const CSyncFileEntry* found = map.FindByIdentifier(entry->Identifier());
+        Require(found && CSyncFileMap::KeyOf(found->Identifier()) == CSyncFileMap::KeyOf(entry->Identifier()));
+        if (!entry->SyncId().empty()) Require(map.FindBySyncId(entry->SyncId()) != nullptr);
+        writer.Add(entry->Identifier(), entry->time, entry->SyncId(), entry->Name());
     }
     return writer.TakeBytes();
 }

@@ -154,7 +154,7 @@ int CSyncFolder::FindSimilarObject(CSyncMessage* row, const CMapiRowSet& targetR
     if (!row) return RefuseSearch("Source message NULL");
     if (row->m_entryId.IsEmpty()) return RefuseSearch("Source message EntryID empty");
     const int found = CSimilarSearch(*this, *row, targetRows, sourceFolder, targetFolder).Find();
-    row->m_message = IMessagePtr();
+    row->m_message.Free();
     return found;
 }
 

@@ -66,8 +66,8 @@ public:
         for (const CSyncFileEntry* entry : m_ownData.UnseenInKeyOrder()) {
             try {
                 auto record = std::make_unique<CSyncMessage>();
-                record->m_syncId = entry->syncId;
-                record->m_name = entry->name;
+                record->m_syncId = entry->SyncId();
+                record->m_name = entry->Name();
                 record->m_state = STATE_DELETED;
                 record->m_origin = ORIGIN_DELETED;
                 Trace("Deleted %s\n", record->m_name.c_str());

@@ -6,69 +6,73 @@
 
 namespace {
 
-std::string_view BytesOf(const SBinary& binary) {
-    return {reinterpret_cast<const char*>(binary.lpb), binary.lpb ? binary.cb : 0};
+std::string_view TextOf(const CMapiPropValue& cell) {
+    if (cell.Type() != PT_STRING8 || !cell.Get()->Value.lpszA) return {};
+    return cell.Get()->Value.lpszA;
 }
 
 // A row whose stamp is another item's has no ID of its own.
-std::string SyncIdOfRow(const CMapiRowSet& rows, ULONG row, const SBinary& identifier) {
+std::string_view SyncIdOfRow(const CMapiRowSet& rows, ULONG row, const SBinary& identifier) {
     const CMapiPropValue stamp = rows.Cell(row, COL_STAMP);
-    const CMapiPropValue syncId = rows.Cell(row, COL_SYNC_ID);
-    const bool isOwn =
-        stamp.Type() == PT_BINARY && EqualBinary(identifier, stamp.Binary()) && syncId.Type() == PT_STRING8;
-    return isOwn ? syncId.Str() : std::string();
+    const bool isOwn = stamp.Type() == PT_BINARY && EqualBinary(identifier, stamp.Binary());
+    return isOwn ? TextOf(rows.Cell(row, COL_SYNC_ID)) : std::string_view();
 }
 
-std::string NameOfRow(const CMapiRowSet& rows, ULONG row) {
+std::string_view NameOfRow(const CMapiRowSet& rows, ULONG row) {
     const CMapiPropValue subject = rows.Cell(row, COL_SUBJECT);
-    return (subject.Type() == PT_STRING8 ? subject : rows.Cell(row, COL_DISPLAY_NAME)).Str();
+    return TextOf(subject.Type() == PT_STRING8 ? subject : rows.Cell(row, COL_DISPLAY_NAME));
 }
 
 std::uint64_t HashOf(std::string_view text) {
     return std::hash<std::string_view>()(text);
 }
 
-}  // namespace
-
-CSeenRows::CSeenRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges, const COwnWrites& own)
-    : m_own(own) {
-    if (!rows.IsValid()) return;
-    size_t slots = 16;
-    while (slots < 2 * static_cast<size_t>(rows.Count()))
-        slots *= 2;
-    m_slots.resize(slots);
-    m_rows.reserve(rows.Count());
-    for (ULONG row = 0; row < rows.Count(); ++row)
-        Add(rows, row, otherChanges);
+std::uint8_t MarkOf(const CMapiRowSet& rows, ULONG row, const CSyncMessages& otherChanges) {
+    const SBinary* identifier = RowIdentifier(rows, row);
+    if (!identifier) return 0;
+    const std::string_view syncId = SyncIdOfRow(rows, row, *identifier);
+    const CSyncMessage* change = syncId.empty() ? nullptr : otherChanges.Find(syncId);
+    if (!change) return 0;
+    return change->m_state == STATE_DELETED ? MARK_CHANGED_BY_RUN | MARK_DELETED_BY_RUN : MARK_CHANGED_BY_RUN;
 }
 
-void CSeenRows::Add(const CMapiRowSet& rows, ULONG row, const CSyncMessages& otherChanges) {
+}  // namespace
+
+CRowMarks MarkRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges) {
+    CRowMarks marks;
+    if (otherChanges.IsEmpty()) return marks;
+    marks.reserve(rows.Count());
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        marks.push_back(MarkOf(rows, row, otherChanges));
+    return marks;
+}
+
+CSeenRows::CSeenRows(const CMapiRowSet& rows, const CRowMarks& marks, const COwnWrites& own) : m_own(own) {
+    if (!rows.IsValid()) return;
+    m_byIdentifier.Reserve(rows.Count());
+    m_rows.reserve(rows.Count());
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        Add(rows, row, marks.empty() ? std::uint8_t{0} : marks.at(row));
+}
+
+void CSeenRows::Add(const CMapiRowSet& rows, ULONG row, std::uint8_t mark) {
     const SBinary* identifier = RowIdentifier(rows, row);
     if (!identifier) return;
-    const size_t slot = SlotOf(BytesOf(*identifier));
-    if (m_slots[slot] != 0) return;
-    const std::string syncId = SyncIdOfRow(rows, row, *identifier);
-    const std::string name = NameOfRow(rows, row);
-    const CSyncMessage* change = syncId.empty() ? nullptr : otherChanges.Find(syncId);
+    const std::string_view syncId = SyncIdOfRow(rows, row, *identifier);
+    const std::string_view name = NameOfRow(rows, row);
     Row seen{};
     seen.time = rows.Cell(row, COL_MODIFIED).Time();
     seen.at = m_texts.size();
     seen.cbIdentifier = static_cast<std::uint32_t>(BytesOf(*identifier).size());
     seen.cbSyncId = static_cast<std::uint32_t>(syncId.size());
     seen.cbName = static_cast<std::uint32_t>(name.size());
-    seen.isChangedByRun = change != nullptr;
-    seen.isDeletedHere = change != nullptr && change->m_state == STATE_DELETED;
+    seen.mark = mark;
     m_texts.append(BytesOf(*identifier)).append(syncId).append(name);
     m_rows.push_back(seen);
-    m_slots[slot] = static_cast<std::uint32_t>(m_rows.size());
-}
-
-// The slot of the identifier, or the free one where it belongs.
-size_t CSeenRows::SlotOf(std::string_view identifier) const {
-    size_t slot = HashOf(identifier) & (m_slots.size() - 1);
-    while (m_slots[slot] != 0 && IdentifierOf(m_rows[m_slots[slot] - 1]) != identifier)
-        slot = (slot + 1) & (m_slots.size() - 1);
-    return slot;
+    const auto identifierAt = [this](std::uint32_t number) { return IdentifierAt(number); };
+    if (m_byIdentifier.Insert(static_cast<std::uint32_t>(m_rows.size() - 1), identifierAt)) return;
+    m_texts.resize(seen.at);  // the first row of an identifier stands
+    m_rows.pop_back();
 }
 
 void CSeenRows::StartAnew() {
@@ -78,38 +82,43 @@ void CSeenRows::StartAnew() {
 }
 
 FILETIME CSeenRows::TimeOf(const SBinary& identifier, const FILETIME& now) {
-    if (m_slots.empty()) return now;
-    const std::uint32_t number = m_slots[SlotOf(BytesOf(identifier))];
-    if (number != 0) m_rows[number - 1].isStillThere = true;
-    const auto saved = m_own.saved.find(COwnWrites::KeyOf(identifier));
-    if (saved != m_own.saved.end()) {
-        const FILETIME& time = saved->second.time;
-        return time.dwLowDateTime == 0 && time.dwHighDateTime == 0 ? now : time;
-    }
+    const std::string_view key = BytesOf(identifier);
+    const std::uint32_t number =
+        m_byIdentifier.Find(key, [this](std::uint32_t row) { return IdentifierAt(row); });
+    Row* row = number == CFlatIndex::None ? nullptr : &m_rows[number];
+    if (row) row->isStillThere = true;
+    if (const auto saved = m_own.FindSaved(key))
+        return saved->time.dwLowDateTime == 0 && saved->time.dwHighDateTime == 0 ? now : saved->time;
     // What the run itself has made and could not note, and what it tried to delete.
-    if (number == 0 || m_rows[number - 1].isDeletedHere) return now;
-    return m_rows[number - 1].time;
+    if (!row || (row->mark & MARK_DELETED_BY_RUN)) return now;
+    return row->time;
 }
 
 void CSeenRows::NoteStillThere(std::string_view syncId) {
     m_syncIdsNow.push_back(HashOf(syncId));
 }
 
+std::vector<std::uint64_t> CSeenRows::SortedSyncIdsNow() const {
+    std::vector<std::uint64_t> sorted = m_syncIdsNow;
+    std::sort(sorted.begin(), sorted.end());
+    return sorted;
+}
+
 void CSeenRows::ForEachGone(const std::function<void(const Gone&)>& body) const {
+    std::vector<std::uint64_t> borne;  // made when the first row is found gone
     for (const Row& row : m_rows) {
-        if (row.isStillThere || row.isChangedByRun) continue;
-        const std::string key(IdentifierOf(row));
-        if (m_own.targets.count(key)) continue;
-        const auto saved = m_own.saved.find(key);
+        if (row.isStillThere || (row.mark & MARK_CHANGED_BY_RUN) || m_own.IsTarget(IdentifierOf(row)))
+            continue;
+        const auto saved = m_own.FindSaved(IdentifierOf(row));
         Gone gone;
-        gone.identifier = {row.cbIdentifier, reinterpret_cast<BYTE*>(const_cast<char*>(key.data()))};
-        gone.time = row.time;
-        gone.syncId = saved != m_own.saved.end() ? saved->second.syncId : SyncIdOf(row);
+        gone.syncId = saved ? std::string(saved->syncId) : SyncIdOf(row);
+        if (borne.empty()) borne = SortedSyncIdsNow();
         // Without a link nothing on the other side could be found by it, and an item that came to this side
         // under the same ID stands for the one that went.
-        const bool isBorne =
-            std::find(m_syncIdsNow.begin(), m_syncIdsNow.end(), HashOf(gone.syncId)) != m_syncIdsNow.end();
-        if (gone.syncId.empty() || isBorne) continue;
+        if (gone.syncId.empty() || std::binary_search(borne.begin(), borne.end(), HashOf(gone.syncId)))
+            continue;
+        gone.identifier = {row.cbIdentifier, reinterpret_cast<BYTE*>(const_cast<char*>(&m_texts[row.at]))};
+        gone.time = row.time;
         gone.name = m_texts.substr(row.at + row.cbIdentifier + row.cbSyncId, row.cbName);
         body(gone);
     }

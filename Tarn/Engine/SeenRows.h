@@ -6,40 +6,31 @@
 // has carried it across, and no later run would.
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
+#include <Tarn/Engine/OwnWrites.h>
 #include <Tarn/Engine/SyncMessages.h>
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
-// The items that the run itself saved, by the bytes of their entry IDs.
-struct CSavedItem {
-    FILETIME time{};  // behind the last save; zero if it could not be had
-    std::string syncId;
+// What the other side had to say about a row, noted while the lists are whole.
+enum RowMark : std::uint8_t {
+    MARK_CHANGED_BY_RUN = 1,
+    MARK_DELETED_BY_RUN = 2,
 };
-struct COwnWrites {
-    std::unordered_map<std::string, CSavedItem> saved;
-    std::unordered_set<std::string> targets;  // written or replaced by a copy
+using CRowMarks = std::vector<std::uint8_t>;
 
-    void Clear() {
-        saved.clear();
-        targets.clear();
-    }
-    static std::string KeyOf(const SBinary& entryId) {
-        return {reinterpret_cast<const char*>(entryId.lpb), entryId.lpb ? entryId.cb : 0};
-    }
-};
+// One mark for each row; none where nothing is carried to this side. `rows` in the columns of SyncColumn, as
+// the lists were made from them; `otherChanges` is what is to be carried to this side.
+CRowMarks MarkRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges);
 
 // Compact, because the rows themselves are given back before the memory is written.
 class CSeenRows {
 public:
-    // `rows` in the columns of SyncColumn, as the lists were made from them; `otherChanges` is what was
-    // carried to this side. Neither is needed any more afterwards; `own` must outlive the object.
-    CSeenRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges, const COwnWrites& own);
+    // `marks` as MarkRows made them of the same rows. Neither is needed any more afterwards; `own` must
+    // outlive the object and stay as it is.
+    CSeenRows(const CMapiRowSet& rows, const CRowMarks& marks, const COwnWrites& own);
 
     // The time to remember for an item that the folder now shows with the time `now`: an earlier one where
     // somebody else has changed it since, so that the next run finds the change.
@@ -65,22 +56,22 @@ private:
         std::uint32_t cbIdentifier;
         std::uint32_t cbSyncId;
         std::uint32_t cbName;
-        bool isDeletedHere;   // by the run
-        bool isChangedByRun;  // the other side had something to say about it
+        std::uint8_t mark;
         bool isStillThere;
     };
     std::string_view IdentifierOf(const Row& row) const {
-        return {m_texts.data() + row.at, row.cbIdentifier};
+        return std::string_view(m_texts).substr(row.at, row.cbIdentifier);
     }
+    std::string_view IdentifierAt(std::uint32_t row) const { return IdentifierOf(m_rows[row]); }
     std::string SyncIdOf(const Row& row) const {
         return m_texts.substr(row.at + row.cbIdentifier, row.cbSyncId);
     }
-    size_t SlotOf(std::string_view identifier) const;
-    void Add(const CMapiRowSet& rows, ULONG row, const CSyncMessages& otherChanges);
+    void Add(const CMapiRowSet& rows, ULONG row, std::uint8_t mark);
+    std::vector<std::uint64_t> SortedSyncIdsNow() const;
 
     const COwnWrites& m_own;
     std::string m_texts;
     std::vector<Row> m_rows;
-    std::vector<std::uint32_t> m_slots;       // number of a row + 1, or 0; a power of two, at most half full
+    CFlatIndex m_byIdentifier;
     std::vector<std::uint64_t> m_syncIdsNow;  // hashes
 };

@@ -12,13 +12,7 @@ constexpr size_t UnstableDigits = 2 * cbUnstable;
 constexpr size_t cbSmallestEntry = 5 * sizeof(std::uint32_t) + 3;
 
 std::string_view IdentifierKey(const CSyncFileEntry& entry) {
-    return CSyncFileMap::KeyOf(entry.identifier);
-}
-std::string_view SyncIdKey(const CSyncFileEntry& entry) {
-    return entry.syncId;
-}
-std::uint32_t HashOf(std::string_view key) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>()(key));
+    return CSyncFileMap::KeyOf(entry.Identifier());
 }
 
 // Takes the fields off the front of the bytes. Once a field is not whole, nothing more is read.
@@ -46,11 +40,11 @@ public:
     }
 
     bool Entry(CSyncFileEntry& entry) {
+        std::string_view identifier, syncId, name;
         std::uint32_t high = 0, low = 0;
-        if (!Text(entry.identifier) || !Number(high) || !Number(low)) return false;
-        entry.time.dwHighDateTime = high;
-        entry.time.dwLowDateTime = low;
-        return Text(entry.syncId) && Text(entry.name);
+        if (!Text(identifier) || !Number(high) || !Number(low) || !Text(syncId) || !Text(name)) return false;
+        entry = CSyncFileEntry(identifier.data(), {low, high}, identifier.size(), syncId.size(), name.size());
+        return true;
     }
 
     size_t Left() const { return m_rest.size(); }
@@ -60,53 +54,7 @@ private:
 };
 }  // namespace
 
-// --- CSyncFileIndex --------------------------------------------------------------------------------
-
-void CSyncFileIndex::Clear() {
-    m_slots.clear();
-    m_count = 0;
-}
-
-void CSyncFileIndex::Reserve(size_t count) {
-    size_t slots = 16;
-    while (slots < 2 * count)
-        slots *= 2;
-    if (slots <= m_slots.size()) return;
-    std::vector<Slot> old(slots);
-    old.swap(m_slots);
-    for (const Slot& slot : old)
-        if (slot.entry) m_slots[Probe(m_keyOf(m_entries[slot.entry - 1]), slot.hash)] = slot;
-}
-
-size_t CSyncFileIndex::Probe(std::string_view key, std::uint32_t hash) const {
-    const size_t mask = m_slots.size() - 1;
-    size_t at = hash & mask;
-    while (m_slots[at].entry &&
-           (m_slots[at].hash != hash || m_keyOf(m_entries[m_slots[at].entry - 1]) != key))
-        at = (at + 1) & mask;
-    return at;
-}
-
-bool CSyncFileIndex::Insert(size_t entry) {
-    Reserve(m_count + 1);
-    const std::string_view key = m_keyOf(m_entries[entry]);
-    const std::uint32_t hash = HashOf(key);
-    Slot& slot = m_slots[Probe(key, hash)];
-    if (slot.entry) return false;
-    slot = {static_cast<std::uint32_t>(entry + 1), hash};
-    ++m_count;
-    return true;
-}
-
-size_t CSyncFileIndex::Find(std::string_view key) const {
-    if (m_slots.empty()) return None;
-    const std::uint32_t entry = m_slots[Probe(key, HashOf(key))].entry;
-    return entry ? entry - 1 : None;
-}
-
 // --- CSyncFileMap ----------------------------------------------------------------------------------
-
-CSyncFileMap::CSyncFileMap() : m_byIdentifier(m_entries, IdentifierKey), m_bySyncId(m_entries, SyncIdKey) {}
 
 std::string_view CSyncFileMap::KeyOf(std::string_view identifier) {
     return identifier.size() > UnstableDigits ? identifier.substr(UnstableDigits) : std::string_view();
@@ -126,7 +74,7 @@ void CSyncFileMap::Clear() {
 void CSyncFileMap::IndexIdentifiers() {
     m_byIdentifier.Reserve(m_entries.size());
     for (; m_identifiersIndexed < m_entries.size(); ++m_identifiersIndexed)
-        m_byIdentifier.Insert(m_identifiersIndexed);
+        m_byIdentifier.Insert(m_identifiersIndexed, [this](std::uint32_t entry) { return KeyAt(entry); });
 }
 
 size_t CSyncFileMap::Count() {
@@ -143,9 +91,10 @@ CSyncFileEntry* CSyncFileMap::FindByKey(std::string_view key) {
         return &m_entries[m_expected++];
     m_inSequence = false;
     IndexIdentifiers();
-    const size_t found = m_byIdentifier.Find(key);
-    if (found == CSyncFileIndex::None) return nullptr;
-    m_expected = found + 1;
+    const std::uint32_t found =
+        m_byIdentifier.Find(key, [this](std::uint32_t entry) { return KeyAt(entry); });
+    if (found == CFlatIndex::None) return nullptr;
+    m_expected = found + size_t{1};
     return &m_entries[found];
 }
 
@@ -170,20 +119,23 @@ CSyncFileEntry* CSyncFileMap::FindByEntryId(const SBinary& entryId) {
 
 CSyncFileEntry* CSyncFileMap::FindBySyncId(std::string_view syncId) {
     if (syncId.empty()) return nullptr;
+    const auto syncIdOf = [this](std::uint32_t entry) { return m_entries[entry].SyncId(); };
     m_bySyncId.Reserve(m_entries.size());
     for (; m_syncIdsIndexed < m_entries.size(); ++m_syncIdsIndexed)
-        if (!m_entries[m_syncIdsIndexed].syncId.empty()) m_bySyncId.Insert(m_syncIdsIndexed);
-    const size_t found = m_bySyncId.Find(syncId);
-    return found == CSyncFileIndex::None ? nullptr : &m_entries[found];
+        if (!m_entries[m_syncIdsIndexed].SyncId().empty()) m_bySyncId.Insert(m_syncIdsIndexed, syncIdOf);
+    const std::uint32_t found = m_bySyncId.Find(syncId, syncIdOf);
+    return found == CFlatIndex::None ? nullptr : &m_entries[found];
 }
 
 CSyncFileEntry& CSyncFileMap::Add(std::string_view identifier, const FILETIME& time, std::string_view syncId,
                                   std::string_view name) {
+    CSyncFileWriter writer(1);
+    writer.Add(identifier, time, syncId, name);
+    CFieldReader reader(m_copies.emplace_back(writer.TakeBytes()));
+    std::uint32_t count = 0;
     CSyncFileEntry entry;
-    entry.identifier = m_copies.emplace_back(identifier);
-    entry.syncId = m_copies.emplace_back(syncId);
-    entry.name = m_copies.emplace_back(name);
-    entry.time = time;
+    reader.Number(count);
+    reader.Entry(entry);
     m_entries.push_back(entry);
     return m_entries.back();
 }
@@ -208,7 +160,9 @@ std::vector<CSyncFileEntry*> CSyncFileMap::Ordered(bool unseenOnly) {
     for (size_t i = 0; i < m_entries.size(); ++i) {
         if (unseenOnly && m_entries[i].seen == 1) continue;
         IndexIdentifiers();
-        if (m_byIdentifier.Find(IdentifierKey(m_entries[i])) == i) ordered.push_back(&m_entries[i]);
+        const std::uint32_t first = m_byIdentifier.Find(IdentifierKey(m_entries[i]),
+                                                        [this](std::uint32_t entry) { return KeyAt(entry); });
+        if (first == i) ordered.push_back(&m_entries[i]);
     }
     std::sort(ordered.begin(), ordered.end(), [](const CSyncFileEntry* a, const CSyncFileEntry* b) {
         return IdentifierKey(*a) < IdentifierKey(*b);

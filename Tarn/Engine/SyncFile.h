@@ -6,51 +6,46 @@
 // and a zero byte that the length does not count.
 #pragma once
 #include <Platform/MapiHeaders.h>
+#include <Tarn/Engine/FlatIndex.h>
+
 #include <cstdint>
 #include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// The texts are views into the map that holds the entry and live until it is cleared.
-struct CSyncFileEntry {
-    FILETIME time{};
-    std::string_view identifier;  // upper-case hexadecimal of the entry ID, as read
-    std::string_view syncId;
-    std::string_view name;
-    LONG seen = 0;  // 1: a row of the folder matched this entry
-};
-
-// Finds entries by one of their texts. Open addressing over the numbers of the entries, so that ten
-// thousand of them are entered in well below a millisecond. A key that is there already is not entered
-// again.
-class CSyncFileIndex {
+// What an entry tells. Its texts lie one after the other in the form of the bytes, in the map that holds the
+// entry, and live until that is cleared; a large folder has a hundred thousand entries.
+class CSyncFileEntry {
 public:
-    using KeyOf = std::string_view (*)(const CSyncFileEntry& entry);
-    CSyncFileIndex(const std::vector<CSyncFileEntry>& entries, KeyOf keyOf)
-        : m_entries(entries), m_keyOf(keyOf) {}
+    CSyncFileEntry() = default;
+    // `fields`: an entry's bytes from the first text on.
+    CSyncFileEntry(const char* fields, const FILETIME& modified, size_t cbIdentifier, size_t cbSyncId,
+                   size_t cbName)
+        : time(modified),
+          m_fields(fields),
+          m_cbIdentifier(static_cast<std::uint32_t>(cbIdentifier)),
+          m_cbSyncId(static_cast<std::uint32_t>(cbSyncId)),
+          m_cbName(static_cast<std::uint32_t>(cbName)) {}
 
-    static constexpr size_t None = static_cast<size_t>(-1);
+    // Upper-case hexadecimal of the entry ID, as read.
+    std::string_view Identifier() const { return {m_fields, m_cbIdentifier}; }
+    std::string_view SyncId() const { return {m_fields + m_cbIdentifier + cbBeforeSyncId, m_cbSyncId}; }
+    std::string_view Name() const {
+        return {m_fields + m_cbIdentifier + cbBeforeSyncId + m_cbSyncId + cbBeforeName, m_cbName};
+    }
 
-    void Clear();
-    void Reserve(size_t count);
-    bool Insert(size_t entry);
-    // The number of the entry, or None.
-    size_t Find(std::string_view key) const;
-    size_t Count() const { return m_count; }
+    FILETIME time{};
+    LONG seen = 0;  // 1: a row of the folder matched this entry
 
 private:
-    struct Slot {
-        std::uint32_t entry = 0;  // its number + 1; 0: free
-        std::uint32_t hash = 0;
-    };
-    // The slot of the key, or the free one where it belongs.
-    size_t Probe(std::string_view key, std::uint32_t hash) const;
+    static constexpr size_t cbBeforeSyncId = 1 + 3 * sizeof(std::uint32_t);  // end, two halves, length
+    static constexpr size_t cbBeforeName = 1 + sizeof(std::uint32_t);
 
-    const std::vector<CSyncFileEntry>& m_entries;
-    KeyOf m_keyOf;
-    std::vector<Slot> m_slots;  // a power of two, at most half full
-    size_t m_count = 0;
+    const char* m_fields = nullptr;
+    std::uint32_t m_cbIdentifier = 0;
+    std::uint32_t m_cbSyncId = 0;
+    std::uint32_t m_cbName = 0;
 };
 
 // Two maps over the same entries: by identifier, from its 41st character on (the flags and the
@@ -59,7 +54,7 @@ private:
 // threads.
 class CSyncFileMap {
 public:
-    CSyncFileMap();
+    CSyncFileMap() = default;
     CSyncFileMap(const CSyncFileMap&) = delete;
     CSyncFileMap& operator=(const CSyncFileMap&) = delete;
 
@@ -90,19 +85,20 @@ public:
     static std::string_view KeyOf(std::string_view identifier);
 
 private:
+    std::string_view KeyAt(std::uint32_t entry) const { return KeyOf(m_entries[entry].Identifier()); }
     void IndexIdentifiers();
     CSyncFileEntry* FindByKey(std::string_view key);
     std::vector<CSyncFileEntry*> Ordered(bool unseenOnly);
 
     std::string m_bytes;               // what Parse was given; the texts point into it
-    std::deque<std::string> m_copies;  // texts of Add
+    std::deque<std::string> m_copies;  // entries of Add, in the form of the bytes
     std::vector<CSyncFileEntry> m_entries;
     // Both indexes hold the first entries up to these numbers. The rows of a folder come in the order in
     // which they were remembered but for those that changed, so where nothing has, neither is ever built.
-    size_t m_identifiersIndexed = 0;
-    size_t m_syncIdsIndexed = 0;
-    CSyncFileIndex m_byIdentifier;
-    CSyncFileIndex m_bySyncId;
+    std::uint32_t m_identifiersIndexed = 0;
+    std::uint32_t m_syncIdsIndexed = 0;
+    CFlatIndex m_byIdentifier;
+    CFlatIndex m_bySyncId;
     size_t m_expected = 0;     // the entry behind the one found last
     bool m_inSequence = true;  // since SetSeen each was found where it was expected
 };

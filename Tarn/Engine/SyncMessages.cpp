@@ -6,21 +6,23 @@ CSyncMessage& CSyncMessages::Add(std::unique_ptr<CSyncMessage> message) {
 }
 
 void CSyncMessages::Clear() {
-    m_bySyncId.clear();
+    m_bySyncId.Clear();
     m_indexed = 0;
     m_messages.clear();
 }
 
 void CSyncMessages::Drop(size_t index) {
-    // Emptied with its room: to clear an empty map of many buckets costs as much as to clear a full one.
-    if (!m_bySyncId.empty()) std::unordered_map<std::string, CSyncMessage*>().swap(m_bySyncId);
+    m_bySyncId.Clear();
     m_indexed = m_messages.size();
     m_messages.at(index).reset();
 }
 
-CSyncMessage* CSyncMessages::Find(const std::string& syncId) const {
+CSyncMessage* CSyncMessages::Find(std::string_view syncId) const {
+    const auto syncIdOf = [this](std::uint32_t number) -> std::string_view {
+        return m_messages[number]->m_syncId;
+    };
     for (; m_indexed < m_messages.size(); ++m_indexed)
-        m_bySyncId[m_messages[m_indexed]->m_syncId] = m_messages[m_indexed].get();
-    const auto found = m_bySyncId.find(syncId);
-    return found == m_bySyncId.end() ? nullptr : found->second;
+        m_bySyncId.Insert(static_cast<std::uint32_t>(m_indexed), syncIdOf, true);
+    const std::uint32_t found = m_bySyncId.Find(syncId, syncIdOf);
+    return found == CFlatIndex::None ? nullptr : m_messages[found].get();
 }

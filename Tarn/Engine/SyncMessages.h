@@ -2,11 +2,11 @@
 #pragma once
 #include <MapiWrapper/HexText.h>
 #include <MapiWrapper/MapiWrapper.h>
+#include <Tarn/Engine/FlatIndex.h>
 
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 // Travels unchanged into the protocol; the numbers never change.
@@ -21,20 +21,17 @@ enum SyncState : LONG {
     STATE_MOVED = 9,     // has a stale stamp and no sync ID
 };
 
+// A first run makes one for each item, so each member counts.
 struct CSyncMessage {
-    IMAPIFolderPtr m_folder;
-    IMessagePtr m_message;  // empty until the copy loop opens it; an open one is used again
-    LONG m_origin = 0;      // which rule made the record, a diagnostic
-    void* m_row = nullptr;  // for the mail transport
+    CComPtr<IMessage> m_message;  // empty unless a caller has it open; the copy loop uses it then
     CMapiBinary m_entryId;
-    CMapiBinary m_secondEntryId;
-    CMapiBinary m_searchKey;  // filled for rows without sync ID
+    CMapiBinary m_secondEntryId;  // of the counterpart that FindCounterpart took
+    CMapiBinary m_searchKey;      // filled for rows without sync ID
     std::string m_syncId;
-    std::string m_text1;  // for the mail transport
     std::string m_name;
-    std::string m_text2;  // for the mail transport
     FILETIME m_modified{};
     FILETIME m_created{};
+    LONG m_origin = 0;  // which rule made the record, a diagnostic
     LONG m_state = STATE_NONE;
 };
 
@@ -58,11 +55,11 @@ public:
     CSyncMessage& At(size_t index) { return *m_messages.at(index); }
     const CSyncMessage& At(size_t index) const { return *m_messages.at(index); }
     // Null if no message has this sync ID.
-    CSyncMessage* Find(const std::string& syncId) const;
+    CSyncMessage* Find(std::string_view syncId) const;
 
 private:
     std::vector<std::unique_ptr<CSyncMessage>> m_messages;
     // Of the first m_indexed messages. Most lists are never searched.
-    mutable std::unordered_map<std::string, CSyncMessage*> m_bySyncId;
+    mutable CFlatIndex m_bySyncId;
     mutable size_t m_indexed = 0;
 };

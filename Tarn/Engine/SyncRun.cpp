@@ -105,6 +105,7 @@ void CSyncRun::Phases() {
         m_engine.TraceRows("Target", m_target.rows);
     }
     ReadLastSyncTimes();
+    if (!m_engine.HasFlag(SYNC_NEW_ONLY)) ForgetTables();
     if (!Analyze()) return;
     if (m_engine.HasFlag(SYNC_NEW_ONLY) && HasChanges()) ReloadAllRows();
     CSyncOutcome& outcome = m_engine.m_outcome;
@@ -113,7 +114,7 @@ void CSyncRun::Phases() {
     Guarded(outcome, "Error tracing rows", "Vellum", [&] { TraceChanges(); });
     if (!Permitted()) return;
     ForgetMemories();
-    RememberRows();
+    MarkRowsOfSides();
     KeepConflictLosers();
     CopyBothWays();
     if (!m_engine.m_cancelled) WriteState();
@@ -413,12 +414,10 @@ bool CSyncRun::Permitted() {
 }
 
 // While the lists are whole: the copy loops free what is done.
-void CSyncRun::RememberRows() {
-    if (!HasRows() || !HasChanges()) return;
-    m_seenSource.emplace(m_source.rows, m_target.changes, m_engine.m_ownWrites);
-    m_seenTarget.emplace(m_target.rows, m_source.changes, m_engine.m_ownWrites);
-    m_engine.m_seenSource = &*m_seenSource;
-    m_engine.m_seenTarget = &*m_seenTarget;
+void CSyncRun::MarkRowsOfSides() {
+    if (!HasRows()) return;
+    m_source.marks = MarkRows(m_source.rows, m_target.changes);
+    m_target.marks = MarkRows(m_target.rows, m_source.changes);
 }
 
 // --- doing -----------------------------------------------------------------------------------------
@@ -460,6 +459,11 @@ void CSyncRun::CopyBothWays() {
 
 // What is behind a run is let go before the next phase makes up its own: together they would take twice
 // the room.
+void CSyncRun::ForgetTables() {
+    m_source.table = IMAPITablePtr();
+    m_target.table = IMAPITablePtr();
+}
+
 void CSyncRun::ForgetMemories() {
     m_engine.m_sourceData.Clear();
     m_engine.m_targetData.Clear();
@@ -468,9 +472,17 @@ void CSyncRun::ForgetMemories() {
 void CSyncRun::ForgetRows() {
     DropChanges();
     const bool many = HasRows() && m_source.rows.Count() + m_target.rows.Count() > ManyRows;
-    m_source.rows.Free();
-    m_target.rows.Free();
+    RememberRows(m_source);
+    RememberRows(m_target);
+    m_engine.m_seenSource = m_source.seen ? &*m_source.seen : nullptr;
+    m_engine.m_seenTarget = m_target.seen ? &*m_target.seen : nullptr;
     if (many) ReturnFreeMemory();
+}
+
+void CSyncRun::RememberRows(Side& side) {
+    if (side.rows.IsValid()) side.seen.emplace(side.rows, side.marks, m_engine.m_ownWrites);
+    CRowMarks().swap(side.marks);
+    side.rows.Free();
 }
 
 void CSyncRun::WriteState() {
@@ -525,24 +537,22 @@ bool CSyncFolder::PollCancelled() {
 }
 
 void CSyncFolder::NoteWritten(const SBinary& entryId) {
-    m_written.insert(HexFromBinary(entryId));
-    m_ownWrites.targets.insert(COwnWrites::KeyOf(entryId));
+    m_ownWrites.NoteTarget(entryId);
 }
 
 void CSyncFolder::NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId) {
-    CSavedItem item;
-    item.syncId = syncId;
+    FILETIME saved{};
     try {
         CMapiPropValue time;
-        if (message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) >= 0) item.time = time.Time();
+        if (message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) >= 0) saved = time.Time();
     } catch (const CMAPIException&) {
         // What the table says at the end of the run stands for it.
     }
-    m_ownWrites.saved[COwnWrites::KeyOf(entryId)] = item;
+    m_ownWrites.NoteSaved(entryId, saved, syncId);
 }
 
 bool CSyncFolder::WasWritten(const SBinary& entryId) const {
-    return !m_written.empty() && m_written.count(HexFromBinary(entryId)) != 0;
+    return m_ownWrites.IsTargetOfPass(BytesOf(entryId));
 }
 
 void CSyncFolder::NoteChanged(unsigned items) {

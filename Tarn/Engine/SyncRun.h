@@ -23,6 +23,8 @@ private:
         IMAPITablePtr table;
         CMapiRowSet rows;
         CSyncMessages changes;
+        CRowMarks marks;                // of the rows
+        std::optional<CSeenRows> seen;  // takes their place while the memories are written
         std::string name;
         CStoreBatch batch;
     };
@@ -50,11 +52,13 @@ private:
     void ReloadAllRows();
     void TraceChanges();
     bool Permitted();
-    void RememberRows();
+    void MarkRowsOfSides();
     void KeepConflictLosers();
     void CopyBothWays();
+    void ForgetTables();
     void ForgetMemories();
     void ForgetRows();
+    void RememberRows(Side& side);
     void WriteState();
 
     void Status(const std::string& text);
@@ -65,8 +69,6 @@ private:
     CSyncFolder& m_engine;
     Side m_source;
     Side m_target;
-    std::optional<CSeenRows> m_seenSource;
-    std::optional<CSeenRows> m_seenTarget;
     std::string m_stage;  // what is being opened, for the message if it fails
     int m_answer = 0;
 };

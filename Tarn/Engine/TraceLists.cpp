@@ -65,9 +65,9 @@ void CSyncFolder::TraceSyncFile(const char* name, CSyncFileMap& syncData) {
     TraceFormat(m_traceFile, "Syncfile for %s\n", name);
     TraceText(m_traceFile, Rule);
     for (const CSyncFileEntry* entry : syncData.InKeyOrder())
-        TraceFormat(m_traceFile, "%s, %s, %s, %s\n", std::string(entry->identifier).c_str(),
-                    FormatFileTime(entry->time).c_str(), std::string(entry->syncId).c_str(),
-                    std::string(entry->name).c_str());
+        TraceFormat(m_traceFile, "%s, %s, %s, %s\n", std::string(entry->Identifier()).c_str(),
+                    FormatFileTime(entry->time).c_str(), std::string(entry->SyncId()).c_str(),
+                    std::string(entry->Name()).c_str());
     TraceText(m_traceFile, Rule);
     TraceFormat(m_traceFile, "End Syncfile %s\n", name);
     TraceText(m_traceFile, Rule);

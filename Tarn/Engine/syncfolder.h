@@ -19,7 +19,6 @@
 #include <array>
 #include <memory>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 class CMessageCache;
@@ -251,7 +250,7 @@ public:
     void NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId);
     // True for such an item: it belongs to the item it was copied from, and no other one may take it.
     bool WasWritten(const SBinary& entryId) const;
-    void ForgetWritten() { m_written.clear(); }  // at the start of a copy loop
+    void ForgetWritten() { m_ownWrites.StartPass(); }  // at the start of a copy loop
     // Asks the progress and keeps the answer in m_cancelled.
     bool PollCancelled();
     // The memories of the two sides were written by different runs: only one of the two got to the disk. A
@@ -343,9 +342,8 @@ private:
     CSyncTagCache m_tags;
     FILETIME m_sourceRun{};  // the runs that wrote the two memories; zero if not known
     FILETIME m_targetRun{};
-    FILETIME m_thisRun{};                       // what this one writes
-    std::unordered_set<std::string> m_written;  // entry IDs of NoteWritten
-    std::string m_pairKey;                      // see SetPairTarget
+    FILETIME m_thisRun{};   // what this one writes
+    std::string m_pairKey;  // see SetPairTarget
     bool m_toldOfDuplicates = false;
     int m_depth = 0;  // levels of subfolders above the pair under way
 };

@@ -259,6 +259,6 @@ void RunOneWorker(CSyncFolder& folder) noexcept {
 void ShowProtocolAfterRun(CSyncFolder& folder) {
     const ULONG mode = TarnContext().m_settings.m_showProtocol;
     if (mode == SHOW_PROTOCOL_NEVER || folder.m_protocol == nullptr || folder.m_protocol->IsEmpty()) return;
-    if (mode == SHOW_PROTOCOL_CONFLICTS) folder.m_protocol->At(0).m_state = STATE_CONFLICT;
+    if (mode == SHOW_PROTOCOL_CONFLICTS) folder.m_protocol->SetState(0, STATE_CONFLICT);
     Host().ShowProtocol(*folder.m_protocol);
 }

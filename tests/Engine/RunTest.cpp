@@ -69,7 +69,7 @@ std::vector<std::string> NamesIn(const std::string& bytes) {
     EXPECT_TRUE(map.Parse(bytes, announced));
     std::vector<std::string> names;
     for (const CSyncFileEntry* entry : map.InKeyOrder())
-        names.emplace_back(entry->name);
+        names.emplace_back(entry->Name());
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -39,7 +39,7 @@ std::string GoldenBytes() {
 std::vector<std::string> Names(CSyncFileMap& map) {
     std::vector<std::string> names;
     for (const CSyncFileEntry* entry : map.InKeyOrder())
-        names.emplace_back(entry->name);
+        names.emplace_back(entry->Name());
     return names;
 }
 
@@ -71,12 +71,12 @@ TEST(SyncFile, ReaderTakesTheKnownBytes) {
     ASSERT_EQ(map.Count(), 2u);
     const CSyncFileEntry* lunch = map.FindBySyncId("0123");
     ASSERT_NE(lunch, nullptr);
-    EXPECT_EQ(lunch->identifier, Identifier("A1"));
+    EXPECT_EQ(lunch->Identifier(), Identifier("A1"));
     EXPECT_EQ(TicksOf(lunch->time), 0x1234567889ABCDEFull);
-    EXPECT_EQ(lunch->name, "Lunch");
+    EXPECT_EQ(lunch->Name(), "Lunch");
     const CSyncFileEntry* unnamed = map.FindByIdentifier(Identifier("B2"));
     ASSERT_NE(unnamed, nullptr);
-    EXPECT_TRUE(unnamed->syncId.empty());
+    EXPECT_TRUE(unnamed->SyncId().empty());
     EXPECT_EQ(map.FindBySyncId(""), nullptr);
 }
 
@@ -156,9 +156,9 @@ TEST(SyncFile, FirstOfTwoEqualKeysStays) {
     map.Add(Identifier("A1"), {}, "two", "second");
     map.Add(Identifier("B1"), {}, "one", "third");
     EXPECT_EQ(map.Count(), 2u);
-    EXPECT_EQ(map.FindByIdentifier(Identifier("A1"))->name, "first");
-    EXPECT_EQ(map.FindBySyncId("one")->name, "first");
-    EXPECT_EQ(map.FindBySyncId("two")->name, "second");
+    EXPECT_EQ(map.FindByIdentifier(Identifier("A1"))->Name(), "first");
+    EXPECT_EQ(map.FindBySyncId("one")->Name(), "first");
+    EXPECT_EQ(map.FindBySyncId("two")->Name(), "second");
     EXPECT_EQ(Names(map), (std::vector<std::string>{"first", "third"}));
 }
 
@@ -169,7 +169,7 @@ TEST(SyncFile, WalksInTheOrderOfTheKeysAlsoWhenGrown) {
     map.SetSeen(1);
     int expected = 0;
     for (const CSyncFileEntry* entry : map.InKeyOrder()) {
-        EXPECT_EQ(entry->name, std::to_string(expected++));
+        EXPECT_EQ(entry->Name(), std::to_string(expected++));
         EXPECT_EQ(entry->seen, 1);
     }
     EXPECT_EQ(expected, 1000);
@@ -184,5 +184,5 @@ TEST(SyncFile, TextEndsAtItsFirstZeroByte) {
     CSyncFileMap map;
     std::uint32_t announced = 0;
     ASSERT_TRUE(map.Parse(writer.Bytes(), announced));
-    EXPECT_EQ(map.FindBySyncId("id")->name, "Lun");
+    EXPECT_EQ(map.FindBySyncId("id")->Name(), "Lun");
 }

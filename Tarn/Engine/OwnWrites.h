@@ -1,0 +1,57 @@
+// What a run itself has written so far, by the bytes of the items' entry IDs. A first run writes each item of
+// both sides, so an item costs its two texts and some forty bytes.
+#pragma once
+#include <Platform/MapiHeaders.h>
+#include <Tarn/Engine/FlatIndex.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+inline std::string_view BytesOf(const SBinary& binary) {
+    return {reinterpret_cast<const char*>(binary.lpb), binary.lpb ? binary.cb : 0};
+}
+
+// Views that it gives hold until the next note.
+class COwnWrites {
+public:
+    struct CSaved {
+        FILETIME time;  // behind the last save; zero if it could not be had
+        std::string_view syncId;
+    };
+
+    void Clear();
+    // A copy loop begins: what the former one wrote is nobody's target any more.
+    void StartPass() { ++m_pass; }
+
+    void NoteSaved(const SBinary& entryId, const FILETIME& time, std::string_view syncId);
+    // Written or replaced by a copy.
+    void NoteTarget(const SBinary& entryId);
+
+    std::optional<CSaved> FindSaved(std::string_view entryId) const;
+    bool IsTarget(std::string_view entryId) const;
+    bool IsTargetOfPass(std::string_view entryId) const;
+
+private:
+    struct CItem {
+        FILETIME time;
+        size_t key;     // in m_keys
+        size_t syncId;  // in m_syncIds
+        std::uint32_t cbKey;
+        std::uint32_t cbSyncId;
+        std::uint32_t pass;  // the last one in which it was a target; 0: none
+        bool isSaved;
+    };
+    std::string_view KeyAt(std::uint32_t item) const {
+        return std::string_view(m_keys).substr(m_items[item].key, m_items[item].cbKey);
+    }
+    const CItem* Find(std::string_view entryId) const;
+    CItem& FindOrAdd(const SBinary& entryId);
+
+    std::vector<CItem> m_items;
+    std::string m_keys;
+    std::string m_syncIds;
+    CFlatIndex m_byKey;
+    std::uint32_t m_pass = 1;
+};
