@@ -32,8 +32,14 @@ TEST_F(Queries, RunListsWhatFitsInTheOrderOfTheText) {
     EXPECT_EQ(Subjects("order by Importance"), (List{"Beta", "alphabet", "Alpha"}));
     EXPECT_EQ(Subjects("Subject = prefix ignorecase alpha order by Importance"), (List{"alphabet", "Alpha"}));
     EXPECT_EQ(Subjects("Subject = nobody"), List{});
-    EXPECT_EQ(Subjects("select Subject from \"Home\\Inbox\" where Importance = 0", "Office/Inbox"),
-              List{"Beta"});
+    const std::string withFolder = "select Subject from \"Home\\Inbox\" where Importance = 0";
+    const Json found = RunJson({"query", "run", withFolder});
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0]["Subject"], "Beta");
+    ExpectRefusal({"query", "run", withFolder, "--in", "Office/Inbox"}, 2, {"from \"Home\\Inbox\"", "--in"});
+    ExpectRefusal({"query", "run", "Importance = 0"}, 2, {"which folder", "--in"});
+    ExpectRefusal({"query", "run", "select Subject from \"Home/Inbox\" where Importance = 0"}, 6,
+                  {"no folder \"Home/Inbox\"", "backslash"});
     EXPECT_NE(Run({"query", "run", "Subject = nobody", "--in", "Home/Inbox"}).err.find("No item fits"),
               std::string::npos);
 }

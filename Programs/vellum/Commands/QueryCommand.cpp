@@ -7,8 +7,10 @@
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/PropertyReport.h>
 #include <Programs/vellum/Items/QueryReport.h>
+#include <Tools/QueryLexer.h>
 
 #include <cstdio>
+#include <optional>
 #include <ostream>
 
 namespace {
@@ -81,10 +83,41 @@ int PrintQueryText(CCommandContext& context, const std::string& text, const std:
     return Code(ExitCode::Done);
 }
 
+// The path behind "select ... from", if the text itself says which folder it is about.
+std::optional<std::string> PathOfText(const std::string& text) {
+    CQueryLexer lexer;
+    lexer.SetText(text);
+    bool selects = false;
+    for (int token = lexer.NextToken(); token != TOK_END; token = lexer.NextToken()) {
+        if (token == TOK_SELECT) selects = true;
+        if (!selects || token != TOK_FROM) continue;
+        lexer.NextToken();
+        return Utf8FromNarrow(lexer.TokenText());
+    }
+    return {};
+}
+
+// The folder that the query is to run over, unless its text will name it.
+CFolderRef FolderOfQuery(CCommandContext& context, const std::optional<std::string>& inText,
+                         const std::string& path) {
+    if (inText && !path.empty())
+        throw CCommandError(ExitCode::Usage,
+                            "The query names a folder (from \"" + *inText + "\"), and so does --in.",
+                            "Leave one of the two out.");
+    if (!inText && path.empty())
+        throw CCommandError(
+            ExitCode::Usage, "The query does not say which folder it is about.",
+            "Name it with --in FOLDER, or in the text: select Subject from \"Store\\Folder\" where ...");
+    return inText ? CFolderRef{*inText, {}, {}, {}, {}} : context.Session().OpenFolder(path);
+}
+
 int RunQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
-    const CFolderRef folder = context.Session().OpenFolder(path);
+    const CFolderRef folder = FolderOfQuery(context, PathOfText(text), path);
     CQueryCompiler query(folder.folder, context.Session().Mapi());
     query.Compile(text);
+    if (!query.compiler.Folder())
+        throw CCommandError(ExitCode::NotOpen, "There is no folder \"" + folder.path + "\".",
+                            "In the text of a query it is written with a backslash: \"Store\\Folder\".");
     WarnOfWhatIsNotRead(context, query.compiler, text);
     RunQuery(query.compiler, folder.path).Print(context.Console(), context.Json());
     return Code(ExitCode::Done);
@@ -166,9 +199,9 @@ void AddQueryCommands(CCommandTable& table) {
         ->type_name("FOLDER");
     add("run", "List the items of a folder that fit a query",
         "query run 'MessageSize > 10000 order by descending MessageSize' --in Home/Inbox", RunQueryText)
-        .add_option("--in", arguments->folder, "The folder")
-        ->type_name("FOLDER")
-        ->required();
+        .add_option("--in", arguments->folder,
+                    "The folder; not where the text says it: select ... from \"Store\\Folder\" where ...")
+        ->type_name("FOLDER");
     table.AddCommand(group, "fields", "List the words that name a field", "query fields", ListFields);
     table.AddCommand(group, "stored", "List the stored queries with their parameters", "query stored",
                      ListStoredQueries);
