@@ -103,7 +103,7 @@ void CSqliteStorage::Open(const char* name, int flags) {
         CheckIdentity();
         if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
         Execute(
-            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-16384;"
+            "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-2048;"
             "PRAGMA temp_store=MEMORY; PRAGMA trusted_schema=OFF");
         // A store of which no page can be read shows it now, not at the first message.
         CSqliteUse(Slot(ReadCounters)).Step();
