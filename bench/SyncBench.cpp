@@ -13,6 +13,7 @@
 #include "SqliteBaseline.h"
 
 #include <Platform/Machine.h>
+#include <Platform/Memory.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -156,6 +157,7 @@ int Run(const std::vector<int>& counts, bool json, int rounds, const std::string
 }  // namespace
 
 int main(int argc, char** argv) {
+    PrepareHeap();  // as the program itself
     std::vector<int> counts;
     bool json = false;
     int rounds = 3;

@@ -4,3 +4,6 @@
 void ReturnFreeMemory() noexcept {
     _heapmin();
 }
+
+// Large pages need a privilege here that people do not have.
+void PrepareHeap() noexcept {}
