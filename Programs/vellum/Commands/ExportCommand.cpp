@@ -16,9 +16,9 @@ namespace {
 
 constexpr std::size_t nameLength = 60;
 
-// A name that every file system takes.
+// A name that every file system takes, from a text in UTF-8.
 std::string FileNameFrom(const std::string& text) {
-    const std::string shown = Utf8Shorten(OneLine(Utf8FromNarrow(text)), nameLength);
+    const std::string shown = Utf8Shorten(OneLine(text), nameLength);
     std::string name = NarrowFromWide(WideFromUtf8(shown));
     for (char& c : name)
         if (std::strchr("\\/:*?\"<>|", c)) c = '_';
@@ -94,7 +94,7 @@ int Export(CCommandContext& context, const CExportArguments& arguments) {
         if ((depth > 0 && !arguments.subfolders) || !folder.folder) return;
         std::string directory = arguments.directory;
         for (const std::string& name : SplitFolderPath(folder.path.substr(top.path.size())))
-            directory = JoinPath(directory, FileNameFrom(name));
+            directory = JoinPath(directory, FileNameFrom(Utf8FromNarrow(name)));
         out.Folder(folder, directory);
     });
     if (context.Json()) {

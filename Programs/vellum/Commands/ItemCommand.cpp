@@ -32,8 +32,8 @@ int ListFolderItems(CCommandContext& context, const std::string& path, const std
     for (const CItemRow& row : ListItems(session, folder, query))
         listing.AddRow({row.number,
                         {time(row.date), ShortTime(row.date)},
-                        Utf8FromNarrow(row.from),
-                        Utf8FromNarrow(row.subject),
+                        row.from,
+                        row.subject,
                         Utf8FromNarrow(row.messageClass),
                         row.size,
                         time(row.created),

@@ -3,6 +3,7 @@
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/FolderItems.h>
 #include <Programs/vellum/Items/ItemEdit.h>
+#include <Programs/vellum/Items/PropertyReport.h>
 #include <Programs/vellum/Session/Explain.h>
 
 #include <ostream>
@@ -39,7 +40,7 @@ void PrintId(CCommandContext& context, const IMessagePtr& message) {
     if (!context.Json()) return;
     Json item = Json::object();
     item["id"] = message.GetBinProp(PR_ENTRYID).Hex();
-    item["subject"] = Utf8FromNarrow(message.GetStrPropOrEmpty(PR_SUBJECT_A));
+    item["subject"] = ShownText(message, PR_SUBJECT_W);
     context.Console().Out() << JsonText(item);
 }
 

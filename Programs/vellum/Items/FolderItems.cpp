@@ -2,7 +2,9 @@
 
 #include <MapiWrapper/MapiWrapper_std.h>
 #include <Platform/Clock.h>
+#include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/ItemReport.h>
+#include <Programs/vellum/Items/PropertyReport.h>
 #include <Programs/vellum/Items/QueryReport.h>
 #include <Programs/vellum/Session/Explain.h>
 
@@ -14,27 +16,46 @@ namespace {
 constexpr std::size_t leastIdDigits = 40;
 
 const std::vector<ULONG> columns = {PR_ENTRYID,
-                                    PR_SUBJECT_A,
-                                    PR_SENDER_NAME_A,
+                                    PR_SUBJECT_W,
+                                    PR_SENDER_NAME_W,
                                     PR_MESSAGE_CLASS_A,
                                     PR_CLIENT_SUBMIT_TIME,
                                     PR_MESSAGE_DELIVERY_TIME,
                                     PR_CREATION_TIME,
                                     PR_LAST_MODIFICATION_TIME,
                                     PR_MESSAGE_SIZE,
+                                    PR_DISPLAY_NAME_W,
+                                    PR_SUBJECT_A,
+                                    PR_SENDER_NAME_A,
                                     PR_DISPLAY_NAME_A};
+
+enum Column : ULONG {
+    ITEM_ENTRYID,
+    ITEM_SUBJECT,
+    ITEM_SENDER,
+    ITEM_CLASS,
+    ITEM_SENT,
+    ITEM_RECEIVED,
+    ITEM_CREATED,
+    ITEM_MODIFIED,
+    ITEM_SIZE,
+    ITEM_NAME,
+    ITEM_NARROW_SUBJECT,
+    ITEM_NARROW_SENDER,
+    ITEM_NARROW_NAME,
+};
 
 CItemRow RowOf(const CMapiRowSet& rows, ULONG i) {
     CItemRow row;
-    row.entryId.Assign(rows.Cell(i, 0).Binary());
-    row.subject = rows.Cell(i, 1).Str();
-    if (row.subject.empty()) row.subject = rows.Cell(i, 9).Str();
-    row.from = rows.Cell(i, 2).Str();
-    row.messageClass = rows.Cell(i, 3).Str();
-    row.created = rows.Cell(i, 6).Time();
-    row.modified = rows.Cell(i, 7).Time();
-    row.size = rows.Cell(i, 8).Long();
-    for (const ULONG column : {4, 5, 6})
+    row.entryId.Assign(rows.Cell(i, ITEM_ENTRYID).Binary());
+    row.subject = ShownText(rows.Cell(i, ITEM_SUBJECT), rows.Cell(i, ITEM_NARROW_SUBJECT));
+    if (row.subject.empty()) row.subject = ShownText(rows.Cell(i, ITEM_NAME), rows.Cell(i, ITEM_NARROW_NAME));
+    row.from = ShownText(rows.Cell(i, ITEM_SENDER), rows.Cell(i, ITEM_NARROW_SENDER));
+    row.messageClass = rows.Cell(i, ITEM_CLASS).Str();
+    row.created = rows.Cell(i, ITEM_CREATED).Time();
+    row.modified = rows.Cell(i, ITEM_MODIFIED).Time();
+    row.size = rows.Cell(i, ITEM_SIZE).Long();
+    for (const Column column : {ITEM_SENT, ITEM_RECEIVED, ITEM_CREATED})
         if (TicksOf(row.date) == 0) row.date = rows.Cell(i, column).Time();
     return row;
 }
@@ -116,10 +137,11 @@ CItemRow FindItem(CProfileSession& session, const CFolderRef& folder, const std:
     const auto items = ListItems(session, folder, "");
     const bool isNumber = IsDigits(word, "0123456789") && word.size() < 10;
     const bool isId = word.size() >= leastIdDigits && IsDigits(word, "0123456789ABCDEFabcdef");
+    const std::string subject = Utf8FromNarrow(word);
     std::vector<const CItemRow*> found;
     for (const CItemRow& row : items) {
         const bool fits = isId ? row.entryId.Hex() == Upper(word)
-                               : (isNumber && std::to_string(row.number) == word) || row.subject == word;
+                               : (isNumber && std::to_string(row.number) == word) || row.subject == subject;
         if (fits) found.push_back(&row);
     }
     // A number beats an item whose subject is that number.

@@ -8,7 +8,7 @@
 struct CItemRow {
     unsigned number = 0;  // place in the folder's listing, from 1
     CMapiBinary entryId;
-    std::string subject;  // in the system's code page
+    std::string subject;  // in UTF-8, and so is `from`
     std::string from;
     std::string messageClass;
     FILETIME date{};  // sent, else received, else created

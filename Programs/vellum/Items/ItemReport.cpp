@@ -73,9 +73,9 @@ Json RecipientsToJson(IMessage* message) {
 }
 
 std::string AttachmentName(const IAttachPtr& attachment) {
-    for (const ULONG tag : {PR_ATTACH_LONG_FILENAME_A, PR_ATTACH_FILENAME_A, PR_DISPLAY_NAME_A}) {
-        const std::string name = attachment.GetStrPropOrEmpty(tag);
-        if (!name.empty()) return Utf8FromNarrow(name);
+    for (const ULONG tag : {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W}) {
+        const std::string name = ShownText(attachment, tag);
+        if (!name.empty()) return name;
     }
     return {};
 }
@@ -123,8 +123,8 @@ Json AttachmentsToJson(IMessage* message, int depth) {
 Json MessageToJson(IMessage* message, int depth) {
     const IMessagePtr wrapper(message);
     Json item = Json::object();
-    item["subject"] = Utf8FromNarrow(wrapper.GetStrPropOrEmpty(PR_SUBJECT_A));
-    item["class"] = Utf8FromNarrow(wrapper.GetStrPropOrEmpty(PR_MESSAGE_CLASS_A));
+    item["subject"] = ShownText(wrapper, PR_SUBJECT_W);
+    item["class"] = ShownText(wrapper, PR_MESSAGE_CLASS_W);
     item["properties"] = PropertiesToJson(message);
     item["recipients"] = RecipientsToJson(message);
     item["attachments"] = AttachmentsToJson(message, depth);
@@ -161,17 +161,19 @@ Json ItemToJson(IMessage* message) {
 }
 
 void PrintItem(CConsole& console, const IMessagePtr& message) {
-    PrintHead(console, "Subject", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_SUBJECT_A)));
-    PrintHead(console, "From", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_SENDER_NAME_A)));
-    PrintHead(console, "To", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_DISPLAY_TO_A)));
-    PrintHead(console, "Cc", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_DISPLAY_CC_A)));
+    PrintHead(console, "Subject", ShownText(message, PR_SUBJECT_W));
+    PrintHead(console, "From", ShownText(message, PR_SENDER_NAME_W));
+    PrintHead(console, "To", ShownText(message, PR_DISPLAY_TO_W));
+    PrintHead(console, "Cc", ShownText(message, PR_DISPLAY_CC_W));
     PrintHead(console, "Date", TimeHead(message));
-    PrintHead(console, "Class", Utf8FromNarrow(message.GetStrPropOrEmpty(PR_MESSAGE_CLASS_A)));
+    PrintHead(console, "Class", ShownText(message, PR_MESSAGE_CLASS_W));
     for (const ULONG number : AttachmentNumbers(message.Get())) {
         IAttachPtr attachment;
         if (message->OpenAttach(number, nullptr, 0, attachment.Out()) < 0) continue;
         PrintHead(console, "Attached", AttachmentName(attachment));
     }
-    const std::string body = PlainLines(Utf8FromNarrow(message.GetBody()));
+    std::string body = ShownText(message, PR_BODY_W);
+    if (body.empty()) body = Utf8FromNarrow(message.GetBody());
+    body = PlainLines(body);
     if (!body.empty()) console.Out() << '\n' << body << (body.back() == '\n' ? "" : "\n");
 }

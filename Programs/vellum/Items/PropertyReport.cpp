@@ -135,11 +135,15 @@ std::string Utf8FromUtf16Bytes(const std::string& bytes) {
 }
 
 // A value that does not come with GetProps because of its size.
-bool ReadAsStream(IMAPIProp* object, ULONG tag, Json& entry) {
+bool ReadBytes(IMAPIProp* object, ULONG tag, std::string& bytes) {
     CComPtr<IStream> stream;
     const HRESULT hr = object->OpenProperty(tag, &IID_IStream, 0, 0, stream.OutUnknown());
+    return hr >= 0 && stream && ReadToEnd(stream.Get(), bytes, cbReadPortion) >= 0;
+}
+
+bool ReadAsStream(IMAPIProp* object, ULONG tag, Json& entry) {
     std::string bytes;
-    if (hr < 0 || !stream || ReadToEnd(stream.Get(), bytes, cbReadPortion) < 0) return false;
+    if (!ReadBytes(object, tag, bytes)) return false;
     const ULONG type = PROP_TYPE(tag);
     if (type == PT_UNICODE && bytes.size() <= cbTextLimit)
         entry["value"] = Utf8FromUtf16Bytes(bytes);
@@ -319,6 +323,22 @@ Json ValueToJson(const SPropValue& value) {
         default:
             return MultiValueToJson(value);
     }
+}
+
+std::string ShownText(const CMapiPropValue& wide, const CMapiPropValue& narrow) {
+    if (wide.Type() == PT_UNICODE) return WideToJson(wide.Get()->Value.lpszW).get<std::string>();
+    return narrow.Type() == PT_STRING8 ? Utf8FromNarrow(narrow.Str()) : std::string();
+}
+
+std::string ShownText(const CGenMapiPropPtr& object, ULONG tag) {
+    const ULONG wideTag = CHANGE_PROP_TYPE(tag, PT_UNICODE);
+    CMapiPropValue wide;
+    const HRESULT hr = object.GetOneProp(wideTag, wide);
+    if (hr >= 0) return ShownText(wide, {});
+    std::string bytes;
+    if (hr == MAPI_E_NOT_ENOUGH_MEMORY && ReadBytes(object.RawProp(), wideTag, bytes))
+        return Utf8FromUtf16Bytes(bytes);
+    return Utf8FromNarrow(object.GetStrPropOrEmpty(CHANGE_PROP_TYPE(tag, PT_STRING8)));
 }
 
 Json PropertiesToJson(IMAPIProp* object) {

@@ -9,6 +9,11 @@
 // One value in JSON. Times are "2001-05-14T23:39:00.0000000Z", bytes upper-case hexadecimal, errors
 // and objects null, several values an array.
 Json ValueToJson(const SPropValue& value);
+// What is shown to a person, in UTF-8: asked for as wide text, since characters outside the code page do
+// not survive the other kind, which stands in where a store has nothing else. Empty where there is no text.
+std::string ShownText(const CGenMapiPropPtr& object, ULONG tag);
+// The same for two cells of a table, of which only one need hold a text.
+std::string ShownText(const CMapiPropValue& wide, const CMapiPropValue& narrow);
 // "text", "long", "time" ...; with "[]" behind it for several values. Both kinds of text are "text",
 // so that items of two stores compare.
 std::string TypeName(ULONG tag);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <ostream>
 #include <sstream>
 
@@ -82,6 +83,10 @@ std::vector<ULONG> ListedTags(const CCompileRestriction& compiler) {
     for (const ULONG tag : compiler.UsedTags())
         if (tag != PR_SUBJECT_A) tags.push_back(tag);
     return tags;
+}
+
+bool IsText(ULONG tag) {
+    return PROP_TYPE(tag) == PT_STRING8;
 }
 
 CListing::Cell CellOf(const CMapiPropValue& value) {
@@ -164,8 +169,9 @@ CListing RunQuery(const CCompileRestriction& compiler, const std::string& folder
     for (const ULONG tag : tags) {
         const std::string word = Utf8FromNarrow(compiler.WordOfTag(tag));
         columns.push_back({word, word});
-        asked.push_back(tag);
+        asked.push_back(IsText(tag) ? CHANGE_PROP_TYPE(tag, PT_UNICODE) : tag);
     }
+    std::copy_if(tags.begin(), tags.end(), std::back_inserter(asked), IsText);  // as ShownText wants them
     CMapiRowSet rows;
     const IMAPIContainerPtr folder(compiler.Folder());
     const HRESULT hr = folder._rawContentsTable().QueryAllWithRestriction(compiler.Restriction(),
@@ -179,8 +185,13 @@ CListing RunQuery(const CCompileRestriction& compiler, const std::string& folder
     CListing listing(columns, "No item fits the query.");
     for (ULONG row = 0; row < rows.Count(); ++row) {
         std::vector<CListing::Cell> cells = {Json(HexFromBinary(rows.Cell(row, 0).Binary()))};
-        for (ULONG column = 1; column <= tags.size(); ++column)
-            cells.push_back(CellOf(rows.Cell(row, column)));
+        ULONG narrow = static_cast<ULONG>(tags.size());
+        for (ULONG column = 1; column <= tags.size(); ++column) {
+            const CMapiPropValue value = rows.Cell(row, column);
+            if (IsText(tags[column - 1])) ++narrow;
+            const bool isNarrow = IsText(tags[column - 1]) && value.IsError();
+            cells.push_back(CellOf(isNarrow ? rows.Cell(row, narrow) : value));
+        }
         listing.AddRow(std::move(cells));
     }
     return listing;
