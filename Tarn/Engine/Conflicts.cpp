@@ -41,10 +41,12 @@ void CSyncFolder::MoveToConflictFolder(ENTRYLIST* entries, const IMsgStorePtr& s
         const IMAPIFolderPtr conflicts = OpenConflicts(store, folder);
         if (!entries || entries->cValues == 0) return;
         MARK_POSITION();
-        if (conflicts)
+        if (conflicts) {
             folder->CopyMessages(entries, nullptr, conflicts.Get(), 0, nullptr, 0);
-        else
-            folder->DeleteMessages(entries, 0, nullptr, 0);
+            return;
+        }
+        NoteUnsure();
+        folder->DeleteMessages(entries, 0, nullptr, 0);
     } catch (...) {
         TraceDeletionFailure();
     }

@@ -94,6 +94,7 @@ void CCopyPass::Run() {
             if (m_failed.size() == failedBefore) m_list.Drop(i);  // while the protocol grows by as much
         }
     } catch (...) {
+        m_engine.NoteUnsure();
         TraceText(m_engine.m_traceFile, "Error ");
     }
     RetryFailed();
@@ -332,5 +333,5 @@ IMessagePtr CSyncFolder::OpenRowMessage(CSyncMessage& row, const IMAPIFolderPtr&
 
 void CSyncFolder::DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,
                                  const IMAPIFolderPtr& overwriteFolder) {
-    MoveAside(folder, entryId, overwriteFolder);
+    MoveAside(folder, entryId, overwriteFolder) ? NoteRemoved(entryId) : NoteUnsure();
 }

@@ -200,6 +200,7 @@ void CSyncFolder::TraceDeletionFailure() {
     const CSourcePosition at = CurrentPosition();
     ServerTraceWrite(m_traceFile, "Error position %s(%d)", at.file, at.line);
     TraceText(m_traceFile, " Exception in Delete/Free Memory\n");
+    NoteUnsure();
     ++m_outcome.phasesFailed;
 }
 
@@ -210,6 +211,7 @@ void CSyncFolder::MoveToDeletedFolder(ENTRYLIST* entries, const char* name, cons
         if (!entries || entries->cValues == 0) return;
         MARK_POSITION();
         if (IsHardDelete() || !holding) {
+            NoteUnsure();
             if (folder->DeleteMessages(entries, 0, nullptr, 0) < 0 &&
                 folder->DeleteMessages(entries, 0, nullptr, 0) < 0)
                 NoteRowFailed();
@@ -229,7 +231,10 @@ void CSyncFolder::MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& fo
         MARK_POSITION();
         const SBinary& entryId = entries.lpbin[i];
         last = RemoveToHolding(folder, entryId, holding);
-        if (last == S_OK) continue;
+        if (last == S_OK) {
+            NoteRemoved(entryId);
+            continue;
+        }
         last = MarkDeleted(holding, entryId);
         stuck.Add(entryId);
         NoteRowFailed();
@@ -243,12 +248,13 @@ void CSyncFolder::MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& fo
 
 void CSyncFolder::MoveOverwritten(const SBinary& entryId, const IMAPIFolderPtr& folder) {
     for (int attempt = 0; m_overwriteFolder && attempt < 2; ++attempt)
-        if (MoveOne(folder, entryId, m_overwriteFolder) >= 0) return;
+        if (MoveOne(folder, entryId, m_overwriteFolder) >= 0) return NoteUnsure();
     DeleteEntry(entryId, folder);
 }
 
 void CSyncFolder::DeleteEntry(const SBinary& entryId, const IMAPIFolderPtr& folder) {
     const std::string hex = HexFromBinary(entryId);
+    NoteUnsure();
     if (m_cache) m_cache->Remove(hex);
     if (DeleteOne(folder, entryId) != MAPI_W_PARTIAL_COMPLETION) return;
     ServerTraceWrite(m_traceFile, "MAPI_W_PARTIAL_COMPLETION in deleting entry ID %s", hex.c_str());

@@ -210,6 +210,8 @@ void CElementCopy::SaveContents() {
     m_engine.NoteChanged();
     m_engine.NoteWritten(m_newEntryId);
     m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
+    // Saved under another name than the row has: whose row that is now, nobody here can tell.
+    if (!m_isNew && m_newEntryId != m_oldEntryId) m_engine.NoteUnsure();
     if (m_targetRow >= 0) m_engine.NoteWritten(m_oldEntryId);
     if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
 }
@@ -241,6 +243,7 @@ void CElementCopy::LinkTarget() {
     if (!StampItem(m_engine, m_target, m_syncId)) return;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
     if (saved == MAPI_E_OBJECT_CHANGED) {
+        m_engine.NoteUnsure();
         IMessagePtr changed = OpenMessage(m_route.targetFolder, m_newEntryId);
         if (StampItem(m_engine, changed, m_syncId)) changed.SaveChanges(KEEP_OPEN_READWRITE);
         return;
@@ -251,13 +254,14 @@ void CElementCopy::LinkTarget() {
 
 void CElementCopy::SaveSource() {
     m_source.SaveChanges(KEEP_OPEN_READWRITE);
-    m_engine.NoteSaved(m_source, m_row.m_entryId, m_syncId);
+    m_engine.NoteSaved(m_source, m_row.m_entryId, m_syncId, true);
 }
 
 // A new target without its link would be an item of its own as soon as the source is changed or deleted, and
 // the usual reason why the link fails is that somebody is doing just that. So the target goes again, and the
 // row is tried once more, or has nothing to carry any more.
 void CElementCopy::TakeBack(const CMAPIException& e) {
+    m_engine.NoteUnsure();
     if (!RemoveTarget()) {
         m_status = LoadText(TEXT_NOT_LINKED_STAYS);
         return;

@@ -128,6 +128,7 @@ void CResync::FinishNewTarget(const CItemFacts& facts) {
     // What was moved is not named again: where a store keeps the entry ID of a moved item, that would
     // destroy it in its new place.
     const bool moved = MoveAside(m_targetFolder, m_targetEntryId, m_engine.m_overwriteFolder);
+    moved ? m_engine.NoteRemoved(m_targetEntryId) : m_engine.NoteUnsure();
     if (!moved && m_engine.HasFlag(SYNC_ALWAYS_RENEW)) {
         SBinary entry = m_targetEntryId;
         ENTRYLIST list = {1, &entry};

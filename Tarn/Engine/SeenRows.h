@@ -1,9 +1,8 @@
-// What a run knows of one side when it writes the side's memory: the rows it has looked at, and what it has
-// done to them since.
+// What a run knows of one side when it reads the folder once more to write the side's memory: the rows it has
+// looked at, and what it has done to them since.
 //
-// The memory is written from the rows at the end of the run. Between the look and that moment a person, or
-// another process, may have changed and removed items. Such a change must not be remembered as seen: nobody
-// has carried it across, and no later run would.
+// Between the look and that moment a person, or another process, may have changed and removed items. Such a
+// change must not be remembered as seen: nobody has carried it across, and no later run would.
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
 #include <Tarn/Engine/OwnWrites.h>

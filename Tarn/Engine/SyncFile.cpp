@@ -201,8 +201,10 @@ void CSyncFileWriter::Add(std::string_view identifier, const FILETIME& time, std
 }
 
 void CSyncFileWriter::PutNumber(std::uint32_t value) {
+    char bytes[4];
     for (int i = 0; i < 4; ++i)
-        m_bytes.push_back(static_cast<char>(value >> (8 * i)));
+        bytes[i] = static_cast<char>(value >> (8 * i));
+    m_bytes.append(bytes, sizeof bytes);
 }
 
 void CSyncFileWriter::PutText(std::string_view text) {

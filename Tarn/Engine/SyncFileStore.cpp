@@ -292,57 +292,7 @@ void StampWriteTime(const IMAPIFolderPtr& folder) {
     }
 }
 
-enum FileColumn : ULONG {
-    FILE_ENTRYID,
-    FILE_SYNC_ID,
-    FILE_MODIFIED,
-    FILE_SUBJECT,
-    FILE_LONGTERM_ENTRYID,
-    FILE_DISPLAY_NAME,
-    FILE_SEARCH_KEY,
-};
-
-std::string_view TextOf(const CMapiPropValue& value) {
-    if (value.Type() != PT_STRING8 || !value.Get()->Value.lpszA) return {};
-    return value.Get()->Value.lpszA;
-}
-
-// `seen` may be null. Everything is remembered as it stands then.
-std::string FileBytes(const CMapiRowSet& rows, ULONG syncIdTag, CSeenRows* seen) {
-    constexpr size_t cbUsualEntry = 160;
-    if (seen) seen->StartAnew();
-    std::uint32_t count = rows.Count();
-    CSyncFileWriter writer(count);
-    writer.Reserve(rows.Count() * cbUsualEntry);
-    std::string identifier, searchKey;
-    for (ULONG row = 0; row < rows.Count(); ++row) {
-        const CMapiPropValue longTerm = rows.Cell(row, FILE_LONGTERM_ENTRYID);
-        const SBinary entryId =
-            (longTerm.Type() == PT_BINARY ? longTerm : rows.Cell(row, FILE_ENTRYID)).Binary();
-        HexInto(identifier, entryId);
-        const CMapiPropValue syncId = rows.Cell(row, FILE_SYNC_ID);
-        const bool linked = syncId.Tag() == syncIdTag;
-        if (!linked) HexInto(searchKey, rows.Cell(row, FILE_SEARCH_KEY).Binary());
-        const CMapiPropValue subject = rows.Cell(row, FILE_SUBJECT);
-        FILETIME time = rows.Cell(row, FILE_MODIFIED).Time();
-        if (seen) {
-            time = seen->TimeOf(entryId, time);
-            if (linked) seen->NoteStillThere(TextOf(syncId));
-        }
-        writer.Add(identifier, time, linked ? TextOf(syncId) : searchKey,
-                   TextOf(subject.IsError() ? rows.Cell(row, FILE_DISPLAY_NAME) : subject));
-    }
-    if (seen)
-        seen->ForEachGone([&](const CSeenRows::Gone& gone) {
-            HexInto(identifier, gone.identifier);
-            writer.Add(identifier, gone.time, gone.syncId, gone.name);
-            ++count;
-        });
-    writer.SetCount(count);
-    return writer.TakeBytes();
-}
-
-void WriteStream(const IAttachPtr& attachment, std::string bytes) {
+void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
     CTagArray data({PR_ATTACH_DATA_BIN});
     THROW_ON_FAILURE_FOR(attachment->DeleteProps(data.Get(), nullptr), attachment.Get());
     CComPtr<IStream> stream;
@@ -351,16 +301,24 @@ void WriteStream(const IAttachPtr& attachment, std::string bytes) {
                          attachment.Get());
     THROW_ON_FAILURE(WriteAll(stream.Get(), bytes.data(), static_cast<ULONG>(bytes.size()),
                               static_cast<ULONG>(bytes.size())));
-    std::string().swap(bytes);  // the stream has them, and the store makes copies of its own
     THROW_ON_FAILURE(stream->Commit(0));
 }
 }  // namespace
+
+// Nothing would be remembered for one refusal.
+void CSyncFolder::NamePairTarget(const IMAPIFolderPtr& targetFolder) {
+    try {
+        SetPairTarget(targetFolder);
+    } catch (const CMAPIException&) {
+        SetPairTarget(targetFolder);
+    }
+}
 
 void CSyncFolder::WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
                                  bool writeSource, bool writeTarget) {
     try {
         StampWriteTime(sourceFolder);
-        SetPairTarget(targetFolder);
+        NamePairTarget(targetFolder);
         m_thisRun = UtcNow();
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_SOURCE_STATE));
         if (writeSource) WriteSyncFile(sourceFolder, sourceFolder, "SourceID", m_lastSyncSource);
@@ -373,13 +331,14 @@ void CSyncFolder::WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPI
     }
 }
 
-CMapiRowSet CSyncFolder::QueryFileRows(const IMAPIFolderPtr& folder) {
+// What stands in the folder now, but for what others have done since the run looked at it.
+CSyncFileImage CSyncFolder::ReadImage(const IMAPIFolderPtr& folder, CSeenRows* seen) {
     const IMAPITablePtr table = folder._rawContentsTable();
     ApplyTableFilter(folder, table, nullptr, false);
     SSortOrderSet order = NewestFirst();
     THROW_ON_FAILURE_FOR(table->SortTable(&order, TBL_BATCH), table.Get());
-    return table.QueryRows({PR_ENTRYID, TagsOf(folder.RawProp()).larchId, PR_LAST_MODIFICATION_TIME,
-                            PR_SUBJECT_A, PR_LONGTERM_ENTRYID_FROM_TABLE, PR_DISPLAY_NAME_A, PR_SEARCH_KEY});
+    const ULONG syncIdTag = TagsOf(folder.RawProp()).larchId;
+    return ImageOfFolder(table.QueryRows(FileColumns(syncIdTag)), syncIdTag, seen);
 }
 
 void CSyncFolder::WriteSyncFile(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
@@ -414,20 +373,19 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     if (!attachment) throw CMAPIException(MAPI_E_NOT_FOUND, "CSyncFolder::WriteSyncFile", nullptr);
     attachment.SetStrProp(PR_ATTACH_FILENAME_A, SyncFileName);
     MARK_POSITION();
-    CMapiRowSet rows = QueryFileRows(folder);
-    std::string bytes = FileBytes(rows, TagsOf(folder.RawProp()).larchId,
-                                  std::string_view(name) == "SourceID" ? m_seenSource : m_seenTarget);
+    CSideMemory* const side = std::string_view(name) == "SourceID" ? m_sourceMemory : m_targetMemory;
+    CSyncFileImage read;
+    if (!side || !side->image) read = ReadImage(folder, side && side->seen ? &*side->seen : nullptr);
+    const CSyncFileImage& image = side && side->image ? *side->image : read;
     MARK_POSITION();
-    if (rows.Count() > 0)
-        message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),
-                        rows.Cell(0, FILE_MODIFIED).Time());
-    rows.Free();
+    if (image.newest)
+        message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true), *image.newest);
     if (!m_pairKey.empty())
         message.SetProp(
             TagsOf(message.RawProp()).pairKey,
             SBinary{static_cast<ULONG>(m_pairKey.size()), reinterpret_cast<BYTE*>(m_pairKey.data())});
     message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
-    WriteStream(attachment, std::move(bytes));
+    WriteStream(attachment, image.bytes);
     MARK_POSITION();
     attachment.SaveChanges(0);
     message.SaveChanges(FORCE_SAVE);

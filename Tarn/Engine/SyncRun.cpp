@@ -4,10 +4,15 @@
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/SyncRun.h>
 
+#include <algorithm>
+
 namespace {
 constexpr char SwitchKey[] = "Software\\Ostrand\\Vellum";
 constexpr size_t MaxTracedKey = 250;
 constexpr ULONG ManyRows = 50000;  // tens of megabytes
+// Of what the run writes: so much is always noted, and so great a part of large folders.
+constexpr ULONG FewRows = 1000;
+constexpr ULONG NotedPart = 8;
 
 // A phase whose failure is told in words of its own and ends only that phase. A failed call of a store
 // goes on to whoever encloses the phase.
@@ -115,6 +120,7 @@ void CSyncRun::Phases() {
     if (!Permitted()) return;
     ForgetMemories();
     MarkRowsOfSides();
+    StartNotes();
     KeepConflictLosers();
     CopyBothWays();
     if (!m_engine.m_cancelled) WriteState();
@@ -420,6 +426,28 @@ void CSyncRun::MarkRowsOfSides() {
     m_target.marks = MarkRows(m_target.rows, m_source.changes);
 }
 
+// A folder that holds what is put aside in the other, or the other itself, changes with it.
+bool CSyncRun::LiesInOneStore() const {
+    const CMapiBinary source = m_source.folder.GetBinProp(PR_STORE_RECORD_KEY);
+    return source.IsEmpty() || source == m_target.folder.GetBinProp(PR_STORE_RECORD_KEY);
+}
+
+// What the memories are made of without reading the folders again. Whether an item that was written still
+// belongs to the rows of a query, only the store can tell.
+void CSyncRun::StartNotes() {
+    m_engine.NoteUnsure();
+    m_phasesFailedBefore = m_engine.m_outcome.phasesFailed;
+    if (!HasRows() || !HasChanges() || m_engine.IsFiltered()) return;
+    try {
+        if (LiesInOneStore()) return;
+        const ULONG most = std::max(FewRows, (m_source.rows.Count() + m_target.rows.Count()) / NotedPart);
+        m_engine.m_writtenRows.Start(most, m_engine.TagsOf(m_source.folder.RawProp()).larchId,
+                                     m_engine.TagsOf(m_target.folder.RawProp()).larchId);
+    } catch (const CMAPIException&) {
+        // They are read, then.
+    }
+}
+
 // --- doing -----------------------------------------------------------------------------------------
 
 void CSyncRun::KeepConflictLosers() {
@@ -472,15 +500,23 @@ void CSyncRun::ForgetMemories() {
 void CSyncRun::ForgetRows() {
     DropChanges();
     const bool many = HasRows() && m_source.rows.Count() + m_target.rows.Count() > ManyRows;
-    RememberRows(m_source);
-    RememberRows(m_target);
-    m_engine.m_seenSource = m_source.seen ? &*m_source.seen : nullptr;
-    m_engine.m_seenTarget = m_target.seen ? &*m_target.seen : nullptr;
+    if (m_engine.m_outcome.phasesFailed != m_phasesFailedBefore) m_engine.NoteUnsure();
+    RememberRows(m_source, true);
+    RememberRows(m_target, false);
+    m_engine.m_sourceMemory = &m_source.memory;
+    m_engine.m_targetMemory = &m_target.memory;
     if (many) ReturnFreeMemory();
 }
 
-void CSyncRun::RememberRows(Side& side) {
-    if (side.rows.IsValid()) side.seen.emplace(side.rows, side.marks, m_engine.m_ownWrites);
+void CSyncRun::RememberRows(Side& side, bool isSource) {
+    if (side.rows.IsValid()) {
+        const ULONG syncIdTag = m_engine.TagsOf(side.folder.RawProp()).larchId;
+        side.memory.image = ImageOfRun(side.rows, syncIdTag, m_engine.m_writtenRows, isSource);
+        if (side.memory.image)
+            ++m_engine.m_notReadAgain;
+        else
+            side.memory.seen.emplace(side.rows, side.marks, m_engine.m_ownWrites);
+    }
     CRowMarks().swap(side.marks);
     side.rows.Free();
 }
@@ -511,12 +547,13 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_tags.Clear();
     m_pairKey.clear();
     m_ownWrites.Clear();
+    m_writtenRows.Drop();
     m_sourceData.Clear();
     m_targetData.Clear();
     if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
     CSyncRun run(*this);
     const int answer = run.Run(source, target);
-    m_seenSource = m_seenTarget = nullptr;
+    m_sourceMemory = m_targetMemory = nullptr;
     return answer;
 }
 
@@ -540,15 +577,24 @@ void CSyncFolder::NoteWritten(const SBinary& entryId) {
     m_ownWrites.NoteTarget(entryId);
 }
 
-void CSyncFolder::NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId) {
-    FILETIME saved{};
+namespace {
+// Zero where it cannot be had: what the table says at the end of the run stands for it.
+FILETIME TimeOfSaved(const IMessagePtr& message) {
     try {
         CMapiPropValue time;
-        if (message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) >= 0) saved = time.Time();
+        if (message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) >= 0) return time.Time();
     } catch (const CMAPIException&) {
-        // What the table says at the end of the run stands for it.
     }
-    m_ownWrites.NoteSaved(entryId, saved, syncId);
+    return {};
+}
+}  // namespace
+
+void CSyncFolder::NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId,
+                            bool inFrom) {
+    const FILETIME time = m_writtenRows.IsSure()
+                              ? m_writtenRows.NoteSaved(message, entryId, m_copyToSource != inFrom)
+                              : TimeOfSaved(message);
+    m_ownWrites.NoteSaved(entryId, time, syncId);
 }
 
 bool CSyncFolder::WasWritten(const SBinary& entryId) const {

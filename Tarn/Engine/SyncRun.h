@@ -23,8 +23,8 @@ private:
         IMAPITablePtr table;
         CMapiRowSet rows;
         CSyncMessages changes;
-        CRowMarks marks;                // of the rows
-        std::optional<CSeenRows> seen;  // takes their place while the memories are written
+        CRowMarks marks;     // of the rows
+        CSideMemory memory;  // takes their place while the sync files are written
         std::string name;
         CStoreBatch batch;
     };
@@ -53,12 +53,14 @@ private:
     void TraceChanges();
     bool Permitted();
     void MarkRowsOfSides();
+    void StartNotes();
+    bool LiesInOneStore() const;
     void KeepConflictLosers();
     void CopyBothWays();
     void ForgetTables();
     void ForgetMemories();
     void ForgetRows();
-    void RememberRows(Side& side);
+    void RememberRows(Side& side, bool isSource);
     void WriteState();
 
     void Status(const std::string& text);
@@ -69,6 +71,7 @@ private:
     CSyncFolder& m_engine;
     Side m_source;
     Side m_target;
-    std::string m_stage;  // what is being opened, for the message if it fails
+    std::string m_stage;                // what is being opened, for the message if it fails
+    unsigned m_phasesFailedBefore = 0;  // when the notes were started
     int m_answer = 0;
 };

@@ -53,6 +53,10 @@ private:
 };
 }  // namespace
 
+bool CSyncFolder::IsFiltered() const {
+    return m_setting && (HasFlag(SYNC_NEW_ONLY) || !QueryText(*m_setting).empty());
+}
+
 void CSyncFolder::ApplyTableFilter(const IMAPIFolderPtr& folder, const IMAPITablePtr& table,
                                    const FILETIME* time, bool useTime) {
     table.Restrict(nullptr, TBL_BATCH);

@@ -5,8 +5,8 @@
 // (making it so), SyncFileStore.cpp (remembering it).
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
+#include <Tarn/Engine/MemoryImage.h>
 #include <Tarn/Engine/RunGuard.h>
-#include <Tarn/Engine/SeenRows.h>
 #include <Tarn/Engine/Strings.h>
 #include <Tarn/Engine/SyncFile.h>
 #include <Tarn/Engine/SyncIdentity.h>
@@ -135,6 +135,8 @@ public:
     // open).
     void WriteSyncFile(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder, const char* name,
                        const FILETIME& lastSyncTime);
+    // What WriteSyncFile writes of a folder that it has to read; `seen` may be null. Throws.
+    CSyncFileImage ReadImage(const IMAPIFolderPtr& folder, CSeenRows* seen);
 
     // ---- modification lists (ModifyList.cpp) -----------------------------------------------------
 
@@ -146,6 +148,8 @@ public:
     // in the incremental mode to rows since `time` (may be null). Throws.
     void ApplyTableFilter(const IMAPIFolderPtr& folder, const IMAPITablePtr& table, const FILETIME* time,
                           bool useTime);
+    // Whether the pair's setting selects some of the rows.
+    bool IsFiltered() const;
     bool FindBySearchKey(CSyncFileMap& ownData, const SBinary& identifier, const CMapiRowSet& otherRows,
                          const FILETIME& rowTime, const SBinary& searchKey, LONG& result);
 
@@ -241,13 +245,22 @@ public:
 
     // Called by the phases for each item that failed, and for each that was created, rewritten or
     // removed on the side that a copy loop writes to.
-    void NoteRowFailed() { ++m_outcome.rowsFailed; }
+    void NoteRowFailed() {
+        ++m_outcome.rowsFailed;
+        NoteUnsure();
+    }
     void NoteChanged(unsigned items = 1);
     // The item that a copy was just saved to. A deletion under the name that it had before does not
     // remove it any more in this copy loop.
     void NoteWritten(const SBinary& entryId);
-    // An item was saved, on either side: its time now is the run's own doing. Never throws.
-    void NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId);
+    // An item was saved: its time now is the run's own doing. `inFrom` where it lies on the side that the
+    // copy loop reads from. Never throws CMAPIException.
+    void NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId,
+                   bool inFrom = false);
+    // An item has left its folder.
+    void NoteRemoved(const SBinary& entryId) { m_writtenRows.NoteRemoved(entryId); }
+    // Something happened to a folder that the notes of a run cannot tell: it is read again at the end.
+    void NoteUnsure() { m_writtenRows.Drop(); }
     // True for such an item: it belongs to the item it was copied from, and no other one may take it.
     bool WasWritten(const SBinary& entryId) const;
     void ForgetWritten() { m_ownWrites.StartPass(); }  // at the start of a copy loop
@@ -291,9 +304,11 @@ public:
     CSyncFileMap m_targetData;
     FILETIME m_lastSyncSource{};  // "VellumTimeSource", "VellumTimeTarget"; zero if absent
     FILETIME m_lastSyncTarget{};
-    CSeenRows* m_seenSource = nullptr;  // what the run has looked at, while it writes the sync files
-    CSeenRows* m_seenTarget = nullptr;
+    CSideMemory* m_sourceMemory = nullptr;  // while a run writes the sync files; not owned
+    CSideMemory* m_targetMemory = nullptr;
+    unsigned m_notReadAgain = 0;  // memories made without reading the folder again, of all pairs so far
     COwnWrites m_ownWrites;
+    CWrittenRows m_writtenRows;
     std::array<CEntryIdBatch, BATCH_COUNT> m_batches;
     std::vector<std::string> m_missingFolders;  // paths without counterpart that were not created
     CMapiSession m_session;
@@ -309,10 +324,10 @@ private:
     HRESULT ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
                              FILETIME* syncTime);
     FILETIME& RunOf(const char* name);
+    void NamePairTarget(const IMAPIFolderPtr& targetFolder);
     void WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
                            const char* name);
     HRESULT ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap& syncData);
-    CMapiRowSet QueryFileRows(const IMAPIFolderPtr& folder);
 
     struct CDirections {
         bool toTarget;

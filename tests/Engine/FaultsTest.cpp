@@ -14,6 +14,7 @@ protected:
         Run();
         const bool reached = faults->CallCount() >= n;
         faults->SetFault(0, S_OK, FALSE);
+        ExpectMemoriesTellTheFolders();
         return reached;
     }
 

@@ -58,6 +58,7 @@ private:
     bool m_disturbed = false;
     unsigned m_names = 0;
     unsigned m_texts = 0;
+    unsigned m_fromNotes = 0;
 };
 
 std::string HistoryTest::PickItem(bool inSource) {
@@ -188,6 +189,8 @@ void HistoryTest::RunAndCompare() {
     Tell(std::string("run") + (m_options.toTarget ? " to target" : "") +
          (m_options.toSource ? " to source" : "") + (m_options.deletions ? " with deletions" : ""));
     Run();
+    ExpectMemoriesTellTheFolders();
+    m_fromNotes += notReadAgain;
     if (m_disturbed) return m_model.Adopt(Seen(true), Seen(false));
     m_model.Run(m_options);
     EXPECT_EQ(Seen(true), m_model.Contents(true)) << "in the source";
@@ -204,6 +207,7 @@ void HistoryTest::RunDisturbed() {
     faults->SetFault(call, MAPI_E_NETWORK_ERROR, FALSE);
     Run();
     faults->SetFault(0, S_OK, FALSE);
+    ExpectMemoriesTellTheFolders();
     m_disturbed = true;
     RunAndCompare();
 }
@@ -245,6 +249,7 @@ void HistoryTest::Play(Kind kind) {
         }
         StartOver();
     }
+    EXPECT_GT(m_fromNotes, count) << "the runs no longer make their memories of notes";
 }
 }  // namespace
 

@@ -12,23 +12,6 @@ protected:
         CSyncFolder::ForgetHardDelete();
         TwoFolders::TearDown();
     }
-    // The hidden message of that subject in the source folder; null if there is none.
-    TestRef<IMessage> Hidden(const std::string& subject) {
-        const TestRows rows =
-            ContentsOf(Source().Folder(), {PR_ENTRYID, PR_SUBJECT_A, PR_MESSAGE_CLASS_A}, MAPI_ASSOCIATED);
-        for (ULONG row = 0; row < rows.Count(); ++row)
-            if (rows.Text(row, 1) == subject && rows.Text(row, 2) == "IPM.Vellum.IDs")
-                return OpenTestMessage(Source().Store(), rows.Bytes(row, 0));
-        return {};
-    }
-    std::string SideFile(const std::string& side) {
-        const TestRef<IMessage> message = Hidden(side + "." + ComputerName());
-        if (!message) return {};
-        TestRef<IAttach> attachment;
-        if (message->OpenAttach(0, nullptr, 0, attachment.Out()) != S_OK) return {};
-        EXPECT_EQ(TextOf(attachment.Get(), PR_ATTACH_FILENAME_A), "SYNCFILE");
-        return StreamOf(attachment.Get(), PR_ATTACH_DATA_BIN);
-    }
     void SpoilSideFile(const std::string& side, const std::string& bytes) {
         const TestRef<IMessage> message = Hidden(side + "." + ComputerName());
         TestRef<IAttach> attachment;
@@ -78,6 +61,27 @@ std::vector<std::string> NamesIn(const std::string& bytes) {
 INSTANTIATE_TEST_SUITE_P(Runs, RunTest, ::testing::Bool());
 
 // --- what is left behind -----------------------------------------------------------------------------
+
+TEST_P(RunTest, FoldersAreReadAgainOnlyWhereNotesDoNotTellEnough) {
+    Given(Both("A B C"), Synced());
+    const auto expect = [&](unsigned notes, const char* when, Step happens) {
+        happens();
+        Run();
+        EXPECT_EQ(notReadAgain, notes) << when;
+        ExpectMemoriesTellTheFolders();
+    };
+    expect(2, "a change", Source().Changes("A", "text"));
+    expect(2, "a new item", Target().Creates("D"));
+    expect(2, "a deletion", Source().Deletes("B"));
+    expect(0, "a name that tables cut", Source().Creates(std::string(300, 'n')));
+    expect(2, "a change beside a name that was cut", Target().Changes("C", "text"));
+    expect(0, "nothing", [] {});
+    setting.m_query = "not Subject=\"X\"";
+    expect(0, "a query", Source().Changes("A", "more"));
+    setting.m_query.clear();
+    setting.m_flags |= SYNC_NEW_ONLY;
+    expect(0, "the incremental mode", Source().Changes("A", "and more"));
+}
 
 TEST_P(RunTest, StateOfBothSidesLiesInTheSourceFolder) {
     Given(Left().Creates("A B"), Right().Creates("C"), Synced());

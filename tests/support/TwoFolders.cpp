@@ -1,4 +1,5 @@
 #include <Platform/Clock.h>
+#include <Platform/Machine.h>
 #include <Tarn/Engine/FolderKey.h>
 #include <support/TwoFolders.h>
 
@@ -263,6 +264,7 @@ void TwoFolders::Run() {
                          setting.Has(SYNC_FROM_TARGET), setting.Has(SYNC_DELETE_IN_TARGET),
                          setting.Has(SYNC_SUBFOLDERS), setting.Has(SYNC_CREATE_SUBFOLDERS));
     outcome = engine.m_outcome;
+    notReadAgain = engine.m_notReadAgain;
     missingFolders = engine.m_missingFolders;
     messages = person.messages;
     if (expectMessages) return;
@@ -270,7 +272,38 @@ void TwoFolders::Run() {
         ADD_FAILURE() << "message box \"" << message.caption << "\": " << message.text;
 }
 
+TestRef<IMessage> TwoFolders::Hidden(const std::string& subject) {
+    const TestRows rows =
+        ContentsOf(Source().Folder(), {PR_ENTRYID, PR_SUBJECT_A, PR_MESSAGE_CLASS_A}, MAPI_ASSOCIATED);
+    for (ULONG row = 0; row < rows.Count(); ++row)
+        if (rows.Text(row, 1) == subject && rows.Text(row, 2) == "IPM.Vellum.IDs")
+            return OpenTestMessage(Source().Store(), rows.Bytes(row, 0));
+    return {};
+}
+
+std::string TwoFolders::SideFile(const std::string& side) {
+    const TestRef<IMessage> message = Hidden(side + "." + ComputerName());
+    if (!message) return {};
+    TestRef<IAttach> attachment;
+    if (message->OpenAttach(0, nullptr, 0, attachment.Out()) != S_OK) return {};
+    EXPECT_EQ(TextOf(attachment.Get(), PR_ATTACH_FILENAME_A), "SYNCFILE");
+    return StreamOf(attachment.Get(), PR_ATTACH_DATA_BIN);
+}
+
+void TwoFolders::ExpectMemoriesTellTheFolders() {
+    if (notReadAgain != 2 || outcome.phasesFailed != 0 || setting.Has(SYNC_SUBFOLDERS)) return;
+    CSyncFolder engine;
+    engine.m_setting = &setting;
+    const auto expect = [&](StorySide& side, const char* name) {
+        const std::string read = engine.ReadImage(IMAPIFolderPtr(side.Folder()), nullptr).bytes;
+        EXPECT_TRUE(SideFile(name) == read) << name << " does not tell of the folder";
+    };
+    expect(Source(), "SourceID");
+    expect(Target(), "TargetID");
+}
+
 void TwoFolders::ExpectNothingMoves() {
+    ExpectMemoriesTellTheFolders();
     const std::string before = Left().Fingerprint() + Right().Fingerprint();
     Run();
     EXPECT_EQ(before, Left().Fingerprint() + Right().Fingerprint())

@@ -119,11 +119,19 @@ protected:
     // One run over the pair; the outcome and the protocol stay to be looked at. Message boxes are
     // failures unless expectMessages is set.
     void Run();
+    // Demands that the memories of the last run, where it made them without reading the folders again, tell
+    // of the folders as they stand, byte for byte. For folders that nobody has touched since it began.
+    void ExpectMemoriesTellTheFolders();
+    // The hidden message of that subject in the source folder; null if there is none.
+    TestRef<IMessage> Hidden(const std::string& subject);
+    // The sync file of that side ("SourceID", "TargetID"); empty if there is none.
+    std::string SideFile(const std::string& side);
     void ExpectNothingMoves();
 
     CTarnSetting setting;
     CSyncProtocol protocol;
     CSyncOutcome outcome;
+    unsigned notReadAgain = 0;  // memories that the last run made of its notes
     CSyncProgress* progress = nullptr;
     std::vector<std::string> missingFolders;
     bool expectMessages = false;
