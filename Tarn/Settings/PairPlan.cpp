@@ -72,14 +72,41 @@ void CPairPlan::WalkChildren(const CPlannedPlace& source, const CPlannedPlace& t
     for (const Child& child : left) {
         const auto other = unmatched.find(child.name);
         if (other == unmatched.end()) {
-            if (m_onMissing) m_onMissing(source.path + "\\" + child.name);
+            if (m_onMissing) NoteMissing(Below(source, child), true, depth);
             continue;
         }
         WalkFolders(Below(source, child), Below(target, *other->second), depth + 1);
         unmatched.erase(other);
     }
     for (const Child& child : right)
-        if (m_onMissing && unmatched.count(child.name)) m_onMissing(target.path + "\\" + child.name);
+        if (m_onMissing && unmatched.count(child.name)) NoteMissing(Below(target, child), false, depth);
+}
+
+void CPairPlan::NoteMissing(const CPlannedPlace& place, bool inSource, int depth) {
+    m_onMissing(place.path);
+    if (m_setting.Has(SYNC_CREATE_SUBFOLDERS)) LookAtNew(place, inSource, depth + 1);
+}
+
+// A folder that the run would create on the other side: all that takes part in it would go there.
+void CPairPlan::LookAtNew(const CPlannedPlace& place, bool inSource, int depth) {
+    if (m_engine.PollCancelled()) return;
+    if (depth < kMaxDepth)
+        for (const Child& child : ChildrenOf(place.folder))
+            LookAtNew(Below(place, child), inSource, depth + 1);
+    CPlannedPlace created;
+    created.name = place.name;
+    CPlannedFolders folders{Side(inSource ? place : created), Side(inSource ? created : place)};
+    Side& side = inSource ? folders.source : folders.target;
+    ReadRows(side, {});
+    const bool travels = m_setting.Has(inSource ? SYNC_TO_TARGET : SYNC_FROM_TARGET);
+    for (ULONG row = 0; travels && row < side.rows.Count(); ++row) {
+        auto change = std::make_unique<CSyncMessage>();
+        const CMapiPropValue subject = side.rows.Cell(row, COL_SUBJECT);
+        change->m_name = (subject.IsError() ? side.rows.Cell(row, COL_DISPLAY_NAME) : subject).Str();
+        change->m_state = STATE_NEW;
+        side.changes.Add(std::move(change));
+    }
+    m_onFolders(folders);
 }
 
 void CPairPlan::ReadRows(Side& side, const FILETIME& time) {

@@ -28,8 +28,9 @@ public:
     // `setting` must outlive the object. `progress` (may be null) is asked for cancelling.
     CPairPlan(const CMapiSession& session, CTarnSetting& setting, CSyncProgress* progress);
     // Looks at the folders in the order in which a run takes them, children first: at those that both
-    // sides have; `onMissing` (may be empty) hears the paths of the others. Ends early when the person
-    // cancels. Throws CMAPIException.
+    // sides have; `onMissing` (may be empty) hears the paths of the others. Where it is there and the pair
+    // creates folders, those are looked at as well, with an empty folder on the other side. Ends early when
+    // the person cancels. Throws CMAPIException.
     void Walk(const std::function<void(CPlannedFolders&)>& onFolders,
               const std::function<void(const std::string& path)>& onMissing);
     const CSyncOutcome& Outcome() const { return m_engine.m_outcome; }
@@ -42,6 +43,8 @@ private:
     };
     void WalkFolders(const CPlannedPlace& source, const CPlannedPlace& target, int depth);
     void WalkChildren(const CPlannedPlace& source, const CPlannedPlace& target, int depth);
+    void NoteMissing(const CPlannedPlace& place, bool inSource, int depth);
+    void LookAtNew(const CPlannedPlace& place, bool inSource, int depth);
     void Look(const CPlannedPlace& sourcePlace, const CPlannedPlace& targetPlace);
     void ReadRows(Side& side, const FILETIME& time);
     static std::vector<Child> ChildrenOf(const IMAPIFolderPtr& folder);

@@ -41,6 +41,7 @@ TEST_F(Kept, TheProtocolOfTheLastRunIsShownFilteredAndExported) {
     RunDone({"sync", "--quiet"});
     RunDone({"sync", "--dry-run"});
     RunDone({"timer", "--times", "1"});
+    RunDone({"sync"});
 
     const auto subjects = [&](Texts words) {
         words.insert(words.begin(), "protocol");
@@ -50,7 +51,7 @@ TEST_F(Kept, TheProtocolOfTheLastRunIsShownFilteredAndExported) {
             found.push_back(entry["state"].get<std::string>() + " " + entry["subject"].get<std::string>());
         return found;
     };
-    EXPECT_EQ(subjects({}), (Texts{"new Back", "deleted Gone"})) << "neither the dry run nor the idle timer";
+    EXPECT_EQ(subjects({}), (Texts{"new Back", "deleted Gone"})) << "neither the dry run nor idle ones";
     EXPECT_EQ(subjects({"--filter", "deleted"}), Texts{"deleted Gone"});
     EXPECT_EQ(subjects({"--filter", "new"}), Texts{"new Back"});
     EXPECT_EQ(subjects({"--filter", "conflicts"}), Texts{});

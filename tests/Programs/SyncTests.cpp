@@ -165,10 +165,12 @@ TEST_F(Pairs, AMissingFolderHasACodeOfItsOwn) {
 TEST_F(Pairs, DryRunTellsWhatTheRunThenDoes) {
     RunDone({"item", "new", "Home/A", "--subject", "One", "--body", "1"});
     RunDone({"item", "new", "Home/A", "--subject", "Two", "--body", "2"});
-    RunDone({"pair", "add", "Home/A", "Office/B", "--delete"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--delete", "--create-subfolders"});
     RunDone({"sync"});
     RunDone({"item", "set", "Home/A", "One", "--body", "1 changed"});
     RunDone({"item", "delete", "Office/B", "Two"});
+    RunDone({"folder", "create", "Office/B/Sub/Below"});
+    RunDone({"item", "new", "Office/B/Sub/Below", "--subject", "Four"});
     RunDone({"item", "new", "Office/B", "--subject", "Three", "--body", "3"});
     const Json before = Snapshot();
     const auto states = [](const Json& results) {
@@ -179,7 +181,7 @@ TEST_F(Pairs, DryRunTellsWhatTheRunThenDoes) {
         return found;
     };
     const Texts planned = states(RunJson({"sync", "--dry-run"}));
-    EXPECT_EQ(planned, (Texts{"changed One", "deleted Two", "new Three"}));
+    EXPECT_EQ(planned, (Texts{"changed One", "deleted Two", "new Four", "new Three"}));
     EXPECT_EQ(Snapshot(), before);
     EXPECT_EQ(states(RunJson({"sync"})), planned);
     EXPECT_EQ(Contents("Home/A"), (Texts{"One=1 changed", "Three=3"}));

@@ -68,15 +68,24 @@ void AddCommands(CCommandTable& table) {
     AddQueryCommands(table);
 }
 
-// The words of the deepest command that the line reached, for the hint behind an error.
-std::string CommandWords(const CLI::App& app) {
-    std::string words = "vellum";
-    const CLI::App* at = &app;
-    for (auto found = at->get_subcommands(); !found.empty(); found = at->get_subcommands()) {
-        at = found.back();
-        words += " " + at->get_name();
+// The deepest command that the line reached, with its words for what is said of it.
+struct CReached {
+    explicit CReached(const CLI::App& app) : command(&app) {
+        for (auto found = command->get_subcommands(); !found.empty(); found = command->get_subcommands()) {
+            command = found.back();
+            words += " " + command->get_name();
+        }
     }
-    return words;
+    const CLI::App* command;
+    std::string words = "vellum";
+};
+
+// A word that is no command counts for the parser as one that is missing.
+std::string WhatIsWrong(const CReached& reached, const CLI::ParseError& error) {
+    const std::vector<std::string> rest = reached.command->remaining();
+    if (reached.command->get_require_subcommand_min() == 0 || rest.empty()) return error.what();
+    if (rest.front().starts_with("-")) return "There is no option " + rest.front();
+    return "There is no command \"" + reached.words + " " + rest.front() + "\"";
 }
 
 int ReportParse(const CLI::App& app, const CLI::ParseError& error, CConsole& console) {
@@ -84,7 +93,8 @@ int ReportParse(const CLI::App& app, const CLI::ParseError& error, CConsole& con
         app.exit(error, console.Out(), console.Err());
         return Code(ExitCode::Done);
     }
-    console.Error(error.what(), "See:  " + CommandWords(app) + " --help");
+    const CReached reached(app);
+    console.Error(WhatIsWrong(reached, error), "See:  " + reached.words + " --help");
     return Code(ExitCode::Usage);
 }
 

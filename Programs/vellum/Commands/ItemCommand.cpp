@@ -95,11 +95,12 @@ void AddItemCommands(CCommandTable& table) {
     CLI::App& group = table.AddGroup(
         "item", "Items of a folder. An item is named by its number in the list, its subject, or its id",
         "item list Home/Inbox");
-    CLI::App& list = table.AddCommand(
-        group, "list", "List the items of a folder",
-        "item list Home/Inbox --query \"Subject contains 'invoice'\"", [arguments](CCommandContext& context) {
-            return ListFolderItems(context, arguments->folder, arguments->query);
-        });
+    CLI::App& list =
+        table.AddCommand(group, "list", "List the items of a folder",
+                         "item list Home/Inbox --query 'Subject = substring \"invoice\"'",
+                         [arguments](CCommandContext& context) {
+                             return ListFolderItems(context, arguments->folder, arguments->query);
+                         });
     list.add_option("FOLDER", arguments->folder, "The folder")->required();
     list.add_option("--query", arguments->query, "Only items that fit this query")->type_name("TEXT");
 

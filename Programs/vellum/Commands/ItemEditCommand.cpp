@@ -119,7 +119,9 @@ int DeleteItems(CCommandContext& context, const CEditArguments& arguments) {
     else
         CheckCall(folder.folder->DeleteMessages(items.Get(), 0, nullptr, 0), failure, ExitCode::NotOpen);
     context.Console().Note("Deleted " + items.Count() + " from \"" + folder.path + "\"" +
-                           (bin && !inBin ? "; they lie in the wastebasket." : "."));
+                           (!bin || inBin                 ? "."
+                            : arguments.items.size() == 1 ? "; it lies in the wastebasket."
+                                                          : "; they lie in the wastebasket."));
     return Code(ExitCode::Done);
 }
 

@@ -3,6 +3,7 @@
 #include <Platform/Files.h>
 #include <Platform/UserInterface.h>
 #include <Programs/vellum/Console/Interrupt.h>
+#include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Sync/DryRun.h>
 #include <Programs/vellum/Sync/LastProtocol.h>
 #include <Programs/vellum/Sync/PairRun.h>
@@ -34,6 +35,19 @@ ExitCode Worse(ExitCode a, ExitCode b) {
     return rank(a) < rank(b) ? b : a;
 }
 
+void ReportMissing(CConsole& console, const CPairResult& result) {
+    const bool create = result.pair.Has(SYNC_CREATE_SUBFOLDERS);
+    if (create && result.isDryRun) {
+        for (const std::string& path : result.missingFolders)
+            console.Note("The folder \"" + Utf8FromNarrow(path) + "\" would be created on the other side.");
+        return;
+    }
+    ShowMissingFolders(result.missingFolders);
+    if (!create)
+        console.Note("  To have them created:  vellum pair edit \"" + result.label +
+                     "\" --create-subfolders");
+}
+
 void ReportProblem(CConsole& console, const CPairResult& result) {
     if (!result.busy.empty())
         console.Error("The pair \"" + result.label + "\" is being run already: " + result.busy,
@@ -51,12 +65,7 @@ void ReportProblem(CConsole& console, const CPairResult& result) {
     if (result.outcome.notAvailable)
         console.Error("The pair \"" + result.label +
                       "\" travels by mail or directory, which this version does not run");
-    if (!result.missingFolders.empty()) {
-        ShowMissingFolders(result.missingFolders);
-        if (!result.pair.Has(SYNC_CREATE_SUBFOLDERS))
-            console.Note("  To have them created:  vellum pair edit \"" + result.label +
-                         "\" --create-subfolders");
-    }
+    if (!result.missingFolders.empty()) ReportMissing(console, result);
 }
 
 bool WasIdle(const CPairResult& result) {
@@ -99,7 +108,7 @@ CBatchResult RunPairs(CCommandContext& context, const std::vector<CTarnSetting>&
     CBatchResult batch;
     Json json = Json::array();
     std::vector<CKeptPair> kept;
-    bool idle = options.inBackground;
+    bool idle = true;
     for (const std::size_t index : chosen) {
         if (InterruptRequested()) {
             batch.code = ExitCode::Cancelled;
@@ -114,15 +123,16 @@ CBatchResult RunPairs(CCommandContext& context, const std::vector<CTarnSetting>&
         batch.sourceChanged = batch.sourceChanged || result.outcome.sourceChanged > 0;
         batch.targetChanged = batch.targetChanged || result.outcome.targetChanged > 0;
         kept.push_back(KeptPairOf(result));
+        idle = idle && WasIdle(result);
         if (options.inBackground && WasIdle(result)) continue;
-        idle = false;
         if (context.Json())
             json.push_back(ResultToJson(result));
         else if (result.busy.empty() && result.problem.empty())
             PrintResult(context.Console(), result);
     }
-    // A timer that finds nothing to do must not wipe out the last run that did something.
-    if (!options.dryRun && !idle && !KeepLastRun(context.Session().Name(), kept))
+    // A run that finds nothing to do must not wipe out the last one that did something.
+    const bool keep = !options.dryRun && !(idle && HasLastRun(context.Session().Name()));
+    if (keep && !KeepLastRun(context.Session().Name(), kept))
         context.Console().Warn("The protocol of the run could not be kept: " + LastFileError());
     if (context.Json() && !(options.inBackground && json.empty())) context.Console().Out() << JsonText(json);
     context.Console().Out().flush();

@@ -112,16 +112,21 @@ std::string Upper(std::string text) {
 void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query) {
     CQueryCompiler compiled(folder.folder, session.Mapi());
     compiled.Compile(query);
-    // A text in which nothing is a condition would quietly let everything through.
+    // Both would quietly let more through than was meant.
+    const char* hint = "Look how it is understood:  vellum query print TEXT";
     if (!compiled.compiler.Restriction())
-        throw CCommandError(ExitCode::Usage, "The query holds no condition: " + query,
-                            "Look how it is understood:  vellum query print TEXT");
+        throw CCommandError(ExitCode::Usage, "The query holds no condition: " + Utf8FromNarrow(query), hint);
+    const std::string rest = query.substr(compiled.compiler.EndOffset());
+    if (rest.find_first_not_of(" \t\r\n") != std::string::npos)
+        throw CCommandError(ExitCode::Usage,
+                            "The query ends before \"" + OneLine(Utf8FromNarrow(rest)) + "\".", hint);
 }
 
 std::vector<CItemRow> ListItems(CProfileSession& session, const CFolderRef& folder,
                                 const std::string& query) {
     auto items = ReadItems(folder);
     if (query.empty()) return items;
+    CheckQuery(session, folder, query);
     const auto ids = FittingIds(session, folder, query);
     std::erase_if(items, [&](const CItemRow& row) { return ids.count(row.entryId.Hex()) == 0; });
     return items;

@@ -32,5 +32,5 @@ IMessagePtr OpenItem(const CFolderRef& folder, const CItemRow& row, ULONG flags)
 std::string ItemLabel(const CItemRow& row);
 
 // Compiles a query for a folder; throws Usage with the place of the error, and for a text without any
-// condition.
+// condition or with something behind it.
 void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query);

@@ -26,6 +26,9 @@ constexpr CWords words[] = {
     {MAPI_E_TIMEOUT, "the store is busy"},
     {MAPI_E_BUSY, "the store is busy"},
     {MAPI_E_VERSION, "it was made by another version"},
+    {STG_E_DOCFILECORRUPT, "it is damaged"},
+    {STG_E_FILEALREADYEXISTS, "the name is taken"},
+    {STG_E_INVALIDHEADER, "it is not a file of this kind"},
 };
 }  // namespace
 

@@ -94,6 +94,10 @@ CKeptRun LastRun(const std::string& profile) {
     }
 }
 
+bool HasLastRun(const std::string& profile) {
+    return FileExists(ProfileProtocolFile(profile));
+}
+
 void ForgetLastRun(const std::string& profile) {
     RemoveFile(ProfileProtocolFile(profile));
 }

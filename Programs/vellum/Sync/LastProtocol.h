@@ -27,5 +27,6 @@ CKeptPair KeptPairOf(const CPairResult& result);
 bool KeepLastRun(const std::string& profile, const std::vector<CKeptPair>& pairs);
 // Throws CCommandError: Usage where no run was kept, NotOpen for a file that cannot be understood.
 CKeptRun LastRun(const std::string& profile);
+bool HasLastRun(const std::string& profile);
 // For a profile that is removed.
 void ForgetLastRun(const std::string& profile);

@@ -55,7 +55,9 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
     const CSyncOutcome& outcome = result.outcome;
     if (result.isDryRun) {
         console.Out() << "  "
-                      << (result.protocol.IsEmpty() ? "nothing to do" : "nothing was changed: a dry run")
+                      << (result.protocol.IsEmpty() && result.missingFolders.empty()
+                              ? "nothing to do"
+                              : "nothing was changed: a dry run")
                       << '\n';
         return;
     }
