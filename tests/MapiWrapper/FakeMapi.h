@@ -1,12 +1,12 @@
 // Small objects that stand for those of a store: they count references, keep properties in a map, and fail on
-// request. A method that no test needs answers MAPI_E_NO_SUPPORT.
+// request. The bare classes answer MAPI_E_NO_SUPPORT to everything; a fake does what tests need.
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
 #include <MapiWrapper/MapiWrapper_std.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,6 +54,14 @@ private:
     ULONG m_references = 1;
 };
 
+// Memory as a store gives it out: for MAPIFreeBuffer.
+template <class T>
+T* NewBlock(size_t cb) {
+    void* block = nullptr;
+    MAPIAllocateBuffer(static_cast<ULONG>(cb), &block);
+    return static_cast<T*>(block);
+}
+
 // --- streams -----------------------------------------------------------------------------------------
 
 // Bytes shared between a property and its streams.
@@ -68,7 +76,20 @@ struct CFakeBytes {
     int commits = 0;
 };
 
-class CFakeStream : public CFakeUnknown<IStream> {
+class CBareStream : public CFakeUnknown<IStream> {
+public:
+    // clang-format off
+    HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER, DWORD, ULARGE_INTEGER*) FAKE_NOT_NEEDED
+    HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) FAKE_NOT_NEEDED
+    HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) FAKE_NOT_NEEDED
+    HRESULT STDMETHODCALLTYPE Revert() FAKE_NOT_NEEDED
+    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) FAKE_NOT_NEEDED
+    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) FAKE_NOT_NEEDED
+    HRESULT STDMETHODCALLTYPE Clone(IStream**) FAKE_NOT_NEEDED
+    // clang-format on
+};
+
+class CFakeStream : public CBareStream {
 public:
     explicit CFakeStream(CFakeBytes& bytes) : m_data(bytes) {}
     bool Offers(const IID& iid) const override { return iid == IID_IStream || iid == IID_ISequentialStream; }
@@ -103,17 +124,9 @@ public:
         stat->cbSize.QuadPart = m_data.bytes.size() + m_data.cbStat;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER, DWORD,
-                                   ULARGE_INTEGER*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetSize(ULARGE_INTEGER) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*,
-               ULARGE_INTEGER*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Revert() FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Clone(IStream**) FAKE_NOT_NEEDED
 
-        private : CFakeBytes& m_data;
+private:
+    CFakeBytes& m_data;
     size_t m_at = 0;
 };
 
@@ -137,33 +150,35 @@ inline CMapiPropValue Number(ULONG tag, LONG number) {
     value.Value.l = number;
     return OwnValue(value);
 }
-inline CMapiPropValue Bytes(ULONG tag, const std::string& bytes) {
-    SPropValue value{};
-    value.ulPropTag = tag;
-    value.Value.bin =
-        SBinary{static_cast<ULONG>(bytes.size()), reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()))};
-    return OwnValue(value);
-}
 inline SBinary View(const std::string& bytes) {
     return SBinary{static_cast<ULONG>(bytes.size()),
                    reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()))};
 }
+inline CMapiPropValue Bytes(ULONG tag, const std::string& bytes) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.bin = View(bytes);
+    return OwnValue(value);
+}
 
 template <class Interface>
-class CFakeProp : public CFakeUnknown<Interface> {
+class CBareProp : public CFakeUnknown<Interface> {
+public:
+    MAPI_IMAPIPROP_METHODS(FAKE_NOT_NEEDED)
+};
+
+template <class Interface>
+class CFakeProp : public CBareProp<Interface> {
 public:
     std::map<ULONG, CMapiPropValue> values;
     std::map<ULONG, CFakeBytes> streams;      // properties that open as streams
-    std::vector<ULONG> streamFlags;           // option and flags of each OpenProperty
     std::vector<std::wstring> names;          // known string names; their identifiers start at 0x8001
     std::vector<std::vector<ULONG>> setTags;  // tags of each SetProps
     HRESULT getResult = S_OK;
     HRESULT setResult = S_OK;
     HRESULT saveResult = S_OK;
-    HRESULT namesResult = S_OK;
     bool namesEmpty = false;
     bool createsStreams = true;
-    SPropProblem problem{};  // reported by SetProps when its code is set
     std::vector<ULONG> saves;
     int getCalls = 0;
     int nameCalls = 0;
@@ -172,9 +187,7 @@ public:
     bool Offers(const IID& iid) const override { return iid == IID_IMAPIProp; }
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
         ++lastErrorCalls;
-        void* block = nullptr;
-        MAPIAllocateBuffer(sizeof(MAPIERROR), &block);
-        *error = static_cast<MAPIERROR*>(block);
+        *error = NewBlock<MAPIERROR>(sizeof(MAPIERROR));
         **error = MAPIERROR{0, reinterpret_cast<LPTSTR>(const_cast<char*>("disk on fire")),
                             reinterpret_cast<LPTSTR>(const_cast<char*>("store")), 7, 3};
         return S_OK;
@@ -187,9 +200,7 @@ public:
                                        LPSPropValue* out) override {
         ++getCalls;
         if (getResult < 0) return getResult;
-        void* block = nullptr;
-        MAPIAllocateBuffer(sizeof(SPropValue) * tags->cValues, &block);
-        *out = static_cast<SPropValue*>(block);
+        *out = NewBlock<SPropValue>(sizeof(SPropValue) * tags->cValues);
         *count = tags->cValues;
         HRESULT hr = S_OK;
         for (ULONG i = 0; i < tags->cValues; ++i) {
@@ -204,9 +215,8 @@ public:
         }
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE GetPropList(ULONG, LPSPropTagArray*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        OpenProperty(ULONG tag, LPCIID, ULONG options, ULONG flags, LPUNKNOWN* out) override {
-        streamFlags.insert(streamFlags.end(), {options, flags});
+    HRESULT STDMETHODCALLTYPE OpenProperty(ULONG tag, LPCIID, ULONG options, ULONG flags,
+                                           LPUNKNOWN* out) override {
         if (streams.find(tag) == streams.end() && !(createsStreams && (flags & MAPI_CREATE)))
             return static_cast<HRESULT>(MAPI_E_NOT_FOUND);
         if ((flags & MAPI_CREATE) != 0) streams[tag].bytes.clear();
@@ -221,29 +231,13 @@ public:
         if (setResult < 0) return setResult;
         for (ULONG i = 0; i < count; ++i)
             values[in[i].ulPropTag] = OwnValue(in[i]);
-        if (problems && problem.scode) {
-            void* block = nullptr;
-            MAPIAllocateBuffer(CbNewSPropProblemArray(1), &block);
-            *problems = static_cast<SPropProblemArray*>(block);
-            (*problems)->cProblem = 1;
-            (*problems)->aProblem[0] = problem;
-        }
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray,
-                                          LPSPropProblemArray*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CopyTo(ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-               LPSPropProblemArray*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                  LPSPropProblemArray*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*,
-                        LPMAPINAMEID**) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetIDsFromNames(ULONG count, LPMAPINAMEID* in, ULONG flags, LPSPropTagArray* out) override {
+    HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG count, LPMAPINAMEID* in, ULONG flags,
+                                              LPSPropTagArray* out) override {
         ++nameCalls;
-        if (namesResult < 0 || namesEmpty) return namesResult;
-        void* block = nullptr;
-        MAPIAllocateBuffer(CbNewSPropTagArray(count), &block);
-        *out = static_cast<SPropTagArray*>(block);
+        if (namesEmpty) return S_OK;
+        *out = NewBlock<SPropTagArray>(CbNewSPropTagArray(count));
         (*out)->cValues = count;
         for (ULONG i = 0; i < count; ++i)
             (*out)->aulPropTag[i] = TagOf(*in[i], flags);
@@ -266,7 +260,12 @@ using CFakeObject = CFakeProp<IMAPIProp>;
 
 // --- tables ------------------------------------------------------------------------------------------
 
-class CFakeTable : public CFakeUnknown<IMAPITable> {
+class CBareTable : public CFakeUnknown<IMAPITable> {
+public:
+    MAPI_IMAPITABLE_METHODS(FAKE_NOT_NEEDED)
+};
+
+class CFakeTable : public CBareTable {
 public:
     using CRow = std::map<ULONG, CMapiPropValue>;
     explicit CFakeTable(std::vector<CRow> someRows) : rows(std::move(someRows)) {}
@@ -274,7 +273,6 @@ public:
     std::vector<CRow> rows;
     HRESULT queryResult = S_OK;
     std::vector<ULONG> columns;
-    std::function<bool(const CRow&)> restriction = [](const CRow&) { return true; };
 
     bool Offers(const IID& iid) const override { return iid == IID_IMAPITable; }
     HRESULT STDMETHODCALLTYPE SetColumns(LPSPropTagArray tags, ULONG) override {
@@ -305,38 +303,15 @@ public:
     HRESULT STDMETHODCALLTYPE QueryRows(LONG count, ULONG, LPSRowSet* out) override {
         if (queryResult < 0) return queryResult;
         const size_t end = std::min(rows.size(), m_at + static_cast<size_t>(count));
-        void* block = nullptr;
-        MAPIAllocateBuffer(CbNewSRowSet(static_cast<ULONG>(end - m_at) + 1), &block);
-        *out = static_cast<SRowSet*>(block);
+        *out = NewBlock<SRowSet>(CbNewSRowSet(end - m_at + 1));
         (*out)->cRows = 0;
         for (; m_at < end; ++m_at)
             (*out)->aRow[(*out)->cRows++] = MakeRow(rows[m_at]);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetRowCount(ULONG, ULONG* count) override {
-        *count = static_cast<ULONG>(rows.size());
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG,
-                                           LPMAPIERROR*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Advise(ULONG, LPMAPIADVISESINK, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Unadvise(ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetStatus(ULONG*, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        QueryColumns(ULONG, LPSPropTagArray*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SeekRowApprox(ULONG, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        QueryPosition(ULONG*, ULONG*, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CreateBookmark(BOOKMARK*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        FreeBookmark(BOOKMARK) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SortTable(LPSSortOrderSet, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        QuerySortOrder(LPSSortOrderSet*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Abort() FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        ExpandRow(ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CollapseRow(ULONG, LPBYTE, ULONG, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        WaitForCompletion(ULONG, ULONG, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetCollapseState(ULONG, ULONG, LPBYTE, ULONG*, LPBYTE*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetCollapseState(ULONG, ULONG, LPBYTE, BOOKMARK*) FAKE_NOT_NEEDED
 
-        private : static bool Matches(const CRow& row, const SRestriction& what) {
+private:
+    static bool Matches(const CRow& row, const SRestriction& what) {
         if (what.rt == RES_AND) {
             for (ULONG i = 0; i < what.res.resAnd.cRes; ++i) {
                 if (!Matches(row, what.res.resAnd.lpRes[i])) return false;
@@ -352,15 +327,13 @@ public:
             for (const auto& cell : row)
                 tags.push_back(cell.first);
         }
-        void* block = nullptr;
-        MAPIAllocateBuffer(static_cast<ULONG>(sizeof(SPropValue) * (tags.size() + 1)), &block);
         SRow made{};
-        made.lpProps = static_cast<SPropValue*>(block);
+        made.lpProps = NewBlock<SPropValue>(sizeof(SPropValue) * (tags.size() + 1));
         for (const ULONG tag : tags) {
             SPropValue& cell = made.lpProps[made.cValues++];
             const auto found = row.find(tag);
             if (found != row.end()) {
-                CopyPropValue(&cell, found->second.Get(), block);
+                CopyPropValue(&cell, found->second.Get(), made.lpProps);
             } else {
                 cell = SPropValue{};
                 cell.ulPropTag = PROP_TAG(PT_ERROR, PROP_ID(tag));
@@ -371,5 +344,22 @@ public:
     }
     size_t m_at = 0;
 };
+
+// Calls and demands an exception of that context, and of that code where one is given. Answers the object
+// that the exception names.
+template <class Call>
+const void* ExpectThrows(const std::string& context, Call call, HRESULT code = S_OK) {
+    try {
+        call();
+        ADD_FAILURE() << "nothing thrown for " << context;
+    } catch (const CMAPIException& e) {
+        EXPECT_EQ(e.Context(), context);
+        if (code != S_OK) {
+            EXPECT_EQ(e.Hr(), code) << context;
+        }
+        return e.Object();
+    }
+    return nullptr;
+}
 
 }  // namespace fakes

@@ -2,21 +2,18 @@
 #pragma once
 #include "FakeMapi.h"
 
-#include <memory>
-
 namespace fakes {
 
 // What lies behind the entry IDs of one test. Holds one reference on each object.
 struct CFakeWorld {
     std::map<std::string, CComPtr<IUnknown>> objects;
-    HRESULT openResult = S_OK;
     bool emptySuccess = false;  // an open succeeds without an object
     std::vector<ULONG> openFlags;
 
     HRESULT Open(ULONG cb, LPENTRYID id, ULONG flags, ULONG* type, LPUNKNOWN* out) {
         openFlags.push_back(flags);
         if (type) *type = MAPI_FOLDER;
-        if (openResult < 0 || emptySuccess) return openResult;
+        if (emptySuccess) return S_OK;
         const auto found = objects.find(std::string(reinterpret_cast<const char*>(id), cb));
         if (found == objects.end()) return static_cast<HRESULT>(MAPI_E_NOT_FOUND);
         *out = found->second.Get();
@@ -34,16 +31,19 @@ struct CFakeWorld {
 class CFakeAttach : public CFakeProp<IAttach> {
 public:
     bool Offers(const IID& iid) const override { return iid == IID_IMAPIProp || iid == IID_IAttachment; }
-    MAPI_IATTACH_METHODS(FAKE_NOT_NEEDED)
 };
 
-class CFakeMessage : public CFakeProp<IMessage> {
+class CBareMessage : public CFakeProp<IMessage> {
+public:
+    MAPI_IMESSAGE_METHODS(FAKE_NOT_NEEDED)
+};
+
+class CFakeMessage : public CBareMessage {
 public:
     std::vector<CComPtr<CFakeAttach>> attachments;
     std::vector<CFakeTable::CRow> recipients;
     HRESULT recipientResult = S_OK;
     HRESULT openAttachResult = S_OK;
-    std::vector<std::string> addedAddresses;
     bool Offers(const IID& iid) const override { return iid == IID_IMAPIProp || iid == IID_IMessage; }
     HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG, LPMAPITABLE* out) override {
         std::vector<CFakeTable::CRow> rows;
@@ -67,18 +67,20 @@ public:
         *number = static_cast<ULONG>(attachments.size() - 1);
         return OpenAttach(*number, nullptr, 0, out);
     }
-    HRESULT STDMETHODCALLTYPE DeleteAttach(ULONG, ULONG, LPMAPIPROGRESS,
-                                           ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetRecipientTable(ULONG, LPMAPITABLE* out) override {
+    HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG, LPMAPITABLE* out) override {
         if (recipientResult < 0) return recipientResult;
         *out = new CFakeTable(recipients);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG, LPADRLIST) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SubmitMessage(ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG) FAKE_NOT_NEEDED
 };
 
-class CFakeFolder : public CFakeProp<IMAPIFolder> {
+class CBareFolder : public CFakeProp<IMAPIFolder> {
+public:
+    MAPI_IMAPICONTAINER_METHODS(FAKE_NOT_NEEDED)
+    MAPI_IMAPIFOLDER_METHODS(FAKE_NOT_NEEDED)
+};
+
+class CFakeFolder : public CBareFolder {
 public:
     explicit CFakeFolder(CFakeWorld& world) : m_world(world) {}
     std::vector<CFakeTable::CRow> contents, associated, children;
@@ -128,24 +130,17 @@ public:
             moved.emplace_back(reinterpret_cast<char*>(list->lpbin[i].lpb), list->lpbin[i].cb);
         return moveResult;
     }
-    HRESULT STDMETHODCALLTYPE SetSearchCriteria(LPSRestriction, LPENTRYLIST,
-                                                ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetSearchCriteria(ULONG, LPSRestriction*, LPENTRYLIST*,
-                          ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        DeleteMessages(LPENTRYLIST, ULONG, LPMAPIPROGRESS, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CopyFolder(ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG, LPMAPIPROGRESS,
-                   ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        DeleteFolder(ULONG, LPENTRYID, ULONG, LPMAPIPROGRESS, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetReadFlags(LPENTRYLIST, ULONG, LPMAPIPROGRESS, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetMessageStatus(ULONG, LPENTRYID, ULONG, ULONG, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SaveContentsSort(LPSSortOrderSet, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG) FAKE_NOT_NEEDED
 
-        private : CFakeWorld& m_world;
+private:
+    CFakeWorld& m_world;
 };
 
-class CFakeMsgStore : public CFakeProp<IMsgStore> {
+class CBareMsgStore : public CFakeProp<IMsgStore> {
+public:
+    MAPI_IMSGSTORE_METHODS(FAKE_NOT_NEEDED)
+};
+
+class CFakeMsgStore : public CBareMsgStore {
 public:
     explicit CFakeMsgStore(CFakeWorld& world) : m_world(world) {}
     std::string receiveFolder;
@@ -161,29 +156,22 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetReceiveFolder(LPTSTR, ULONG, ULONG* cb, LPENTRYID* id, LPTSTR*) override {
-        void* block = nullptr;
-        MAPIAllocateBuffer(static_cast<ULONG>(receiveFolder.size()) + 1, &block);
-        std::memcpy(block, receiveFolder.data(), receiveFolder.size());
         *cb = static_cast<ULONG>(receiveFolder.size());
-        *id = static_cast<LPENTRYID>(block);
+        *id = NewBlock<ENTRYID>(receiveFolder.size() + 1);
+        std::memcpy(*id, receiveFolder.data(), receiveFolder.size());
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK,
-                                     ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Unadvise(ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetReceiveFolder(LPTSTR, ULONG, ULONG, LPENTRYID) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetReceiveFolderTable(ULONG, LPMAPITABLE*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        StoreLogoff(ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        AbortSubmit(ULONG, LPENTRYID, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetOutgoingQueue(ULONG, LPMAPITABLE*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetLockState(LPMESSAGE, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        FinishedMsg(ULONG, ULONG, LPENTRYID) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        NotifyNewMail(LPNOTIFICATION) FAKE_NOT_NEEDED
 
-        private : CFakeWorld& m_world;
+private:
+    CFakeWorld& m_world;
 };
 
-class CFakeSession : public CFakeUnknown<IMAPISession> {
+class CBareSession : public CFakeUnknown<IMAPISession> {
+public:
+    MAPI_IMAPISESSION_METHODS(FAKE_NOT_NEEDED)
+};
+
+class CFakeSession : public CBareSession {
 public:
     explicit CFakeSession(CFakeWorld& world) : m_world(world) {}
     std::vector<CFakeTable::CRow> stores;
@@ -204,29 +192,9 @@ public:
                                         LPUNKNOWN* out) override {
         return m_world.Open(cb, id, flags, type, out);
     }
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG,
-                                           LPMAPIERROR*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        OpenMsgStore(ULONG_PTR, ULONG, LPENTRYID, LPCIID, ULONG,
-                     LPMDB*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        OpenAddressBook(ULONG_PTR, LPCIID, ULONG, LPADRBOOK*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        OpenProfileSection(LPMAPIUID, LPCIID, ULONG, LPPROFSECT*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        GetStatusTable(ULONG, LPMAPITABLE*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        CompareEntryIDs(ULONG, LPENTRYID, ULONG, LPENTRYID, ULONG,
-                        ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Advise(ULONG, LPENTRYID, ULONG, LPMAPIADVISESINK, ULONG*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Unadvise(ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        MessageOptions(ULONG_PTR, ULONG, LPTSTR, LPMESSAGE) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        QueryDefaultMessageOpt(LPTSTR, ULONG, ULONG*, LPSPropValue*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        EnumAdrTypes(ULONG, ULONG*, LPTSTR**) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        QueryIdentity(ULONG*, LPENTRYID*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        Logoff(ULONG_PTR, ULONG, ULONG) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        SetDefaultStore(ULONG, ULONG, LPENTRYID) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        AdminServices(ULONG, LPSERVICEADMIN*) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        ShowForm(ULONG_PTR, LPMDB, LPMAPIFOLDER, LPCIID, ULONG, LPMESSAGE, ULONG, ULONG, ULONG, ULONG,
-                 LPSTR) FAKE_NOT_NEEDED HRESULT STDMETHODCALLTYPE
-        PrepareForm(LPCIID, LPMESSAGE, ULONG*) FAKE_NOT_NEEDED
 
-        private : CFakeWorld& m_world;
+private:
+    CFakeWorld& m_world;
 };
 
 }  // namespace fakes

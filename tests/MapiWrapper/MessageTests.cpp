@@ -92,17 +92,20 @@ struct CNameCase {
     const char* fileName;
     const char* location;
     const char* extension;
+    const char* mimeType;  // "" where the property is not set
 };
 
 TEST_F(Messages, AttachmentNamesComeFromThePath) {
     const CNameCase cases[] = {
-        {"C:\\dir\\longfilename.jpg", "longfilename.jpg", "longfil.jpg", ".jpg"},
-        {"/tmp/exactly8.txt", "exactly8.txt", "exactly8.txt", ".txt"},
-        {"dir/noextensionatall", "noextensionatall", "noextensionatall", ""},
-        {"d/averylong.tar.gz", "averylong.tar.gz", "averylo.tar.gz", ".gz"},
-        {"dir.x/plain", "plain", "plain", ""},
-        {"averylongname.txt", "averylongname.txt", "averylongname.txt", ".txt"},
-        {"dir\\", "", "", ""},
+        {"C:\\dir\\longfilename.jpg", "longfilename.jpg", "longfil.jpg", ".jpg", "image/jpg"},
+        {"/tmp/exactly8.txt", "exactly8.txt", "exactly8.txt", ".txt", ""},
+        {"dir/noextensionatall", "noextensionatall", "noextensionatall", "", ""},
+        {"d/averylong.tar.gz", "averylong.tar.gz", "averylo.tar.gz", ".gz", ""},
+        {"dir.x/plain", "plain", "plain", "", ""},
+        {"averylongname.txt", "averylongname.txt", "averylongname.txt", ".txt", ""},
+        {"dir\\", "", "", "", ""},
+        {"C:\\a.GIF", "a.GIF", "a.GIF", ".GIF", "image/gif"},
+        {"C:\\a.png", "a.png", "a.png", ".png", ""},
     };
     for (const CNameCase& c : cases) {
         IAttachPtr attach;
@@ -112,20 +115,12 @@ TEST_F(Messages, AttachmentNamesComeFromThePath) {
         EXPECT_EQ(attach.GetStrProp(PR_DISPLAY_NAME_A), c.fileName);
         EXPECT_EQ(attach.GetStrProp(PR_ATTACH_CONTENT_LOCATION_A), c.location);
         EXPECT_EQ(attach.GetStrProp(PR_ATTACH_EXTENSION_A), c.extension);
+        EXPECT_EQ(attach.GetStrPropOrEmpty(PR_ATTACH_MIME_TAG_A), c.mimeType);
         EXPECT_EQ(attach.GetLongProp(PR_RENDERING_POSITION), 2000);
         EXPECT_EQ(attach.GetBinProp(PR_ATTACH_TAG).Hex(), "2A864886F714030A04");
     }
     EXPECT_EQ(m_fake->values[PR_ATTACH_FLAGS].Long(), 1);  // on the message as well
-}
-
-TEST_F(Messages, PicturesAreMarked) {
     IAttachPtr attach;
-    ASSERT_EQ(m_message.AddAttachment("C:\\a.GIF", ATTACH_BY_VALUE, attach), S_OK);
-    EXPECT_EQ(attach.GetStrProp(PR_ATTACH_MIME_TAG_A), "image/gif");
-    ASSERT_EQ(m_message.AddAttachment("C:\\a.jpg", ATTACH_BY_VALUE, attach), S_OK);
-    EXPECT_EQ(attach.GetStrProp(PR_ATTACH_MIME_TAG_A), "image/jpg");
-    ASSERT_EQ(m_message.AddAttachment("C:\\a.png", ATTACH_BY_VALUE, attach), S_OK);
-    EXPECT_THROW(attach.GetStrProp(PR_ATTACH_MIME_TAG_A), CMAPIException);
     ASSERT_EQ(m_message.AddAttachment(nullptr, ATTACH_BY_VALUE, attach), S_OK);
     EXPECT_EQ(m_fake->attachments.back()->values.size(), 0u);
 }
@@ -159,30 +154,15 @@ TEST_F(Messages, AnAttachmentFileIsCopiedInBlocks) {
     std::fclose(file);
 }
 
-TEST_F(Messages, RecipientsOfTheTable) {
-    m_fake->recipients = {{{PR_DISPLAY_NAME_A, Text(PR_DISPLAY_NAME_A, "Ann")},
-                           {PR_ADDRTYPE_A, Text(PR_ADDRTYPE_A, "SMTP")},
-                           {PR_EMAIL_ADDRESS_A, Text(PR_EMAIL_ADDRESS_A, "ann@example.org")},
-                           {PR_ENTRYID, Bytes(PR_ENTRYID, "\x01\x02")},
-                           {PR_RECIPIENT_TYPE, Number(PR_RECIPIENT_TYPE, MAPI_CC)}},
-                          {{PR_DISPLAY_NAME_A, Text(PR_DISPLAY_NAME_A, "Bob")}}};
+TEST_F(Messages, RecipientsMayLackPropertiesAndTheirTableMayFail) {
+    m_fake->recipients = {{{PR_DISPLAY_NAME_A, Text(PR_DISPLAY_NAME_A, "Bob")}}};
     const CRecipients recipients = m_message.rawGetRecipients();
-    ASSERT_EQ(recipients.size(), 2u);
-    EXPECT_EQ(recipients[0]->displayName, "Ann");
-    EXPECT_EQ(recipients[0]->addressType, "SMTP");
-    EXPECT_EQ(recipients[0]->emailAddress, "ann@example.org");
-    EXPECT_EQ(recipients[0]->entryId.Hex(), "0102");
-    EXPECT_EQ(recipients[0]->recipientType, MAPI_CC);
-    EXPECT_EQ(recipients[1]->emailAddress, "");
+    ASSERT_EQ(recipients.size(), 1u);
+    EXPECT_EQ(recipients[0]->displayName, "Bob");
+    EXPECT_EQ(recipients[0]->emailAddress, "");
     m_fake->recipientResult = static_cast<HRESULT>(MAPI_E_NO_ACCESS);
-    try {
-        m_message.rawGetRecipients();
-        FAIL();
-    } catch (const CMAPIException& e) {
-        EXPECT_EQ(e.Context(), "IMessagePtr::rawGetRecipients");
-        EXPECT_EQ(e.Hr(), static_cast<HRESULT>(MAPI_E_NO_ACCESS));
-        EXPECT_EQ(e.Object(), nullptr);
-    }
+    ExpectThrows(
+        "IMessagePtr::rawGetRecipients", [&] { m_message.rawGetRecipients(); }, m_fake->recipientResult);
     EXPECT_EQ(m_message.AddRecipient(nullptr, "a", "b", "SMTP", false, MAPI_TO),
               static_cast<HRESULT>(MAPI_E_NO_SUPPORT));
 }
@@ -242,19 +222,6 @@ TEST_F(Messages, DamagedContactLinksEndWithThoseReadSoFar) {
         ReadContactLinks(links, m_message);
         EXPECT_EQ(links.size(), cut < 8 + 46 ? 0u : 1u) << cut;
     }
-}
-
-TEST_F(Messages, ALinkToAContactTakesNameAndKeys) {
-    m_fake->values[PR_SUBJECT_A] = Text(PR_SUBJECT_A, "subject");
-    m_fake->values[PR_ENTRYID] = Bytes(PR_ENTRYID, "\x01");
-    m_fake->values[PR_SEARCH_KEY] = Bytes(PR_SEARCH_KEY, "\x02");
-    CContactLinks links;
-    AddContactLink(links, m_message);
-    ASSERT_EQ(links.size(), 1u);
-    EXPECT_EQ(links.front().name, "subject");
-    EXPECT_EQ(links.front().words[1], 178930430u);
-    EXPECT_EQ(links.front().closing, 0x00510000u);
-    EXPECT_EQ(links.front().searchKey.Hex(), "02");
 }
 
 }  // namespace

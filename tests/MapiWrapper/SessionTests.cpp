@@ -107,13 +107,8 @@ TEST_F(Sessions, WellKnownFoldersOfAStore) {
     EXPECT_FALSE(store.CompareEntryIDs(View("x"), View("y")));
     EXPECT_FALSE(store.CompareEntryIDs(View("x"), View("")));
     m_store->values[PR_IPM_SUBTREE_ENTRYID] = Number(PR_IMPORTANCE, 1);
-    try {
-        store._getIPMRoot();
-        FAIL();
-    } catch (const CMAPIException& e) {
-        EXPECT_EQ(e.Context(), "IMsgStorePtr::_getIPMRoot");
-        EXPECT_EQ(e.Hr(), static_cast<HRESULT>(MAPI_E_NOT_FOUND));
-    }
+    ExpectThrows(
+        "IMsgStorePtr::_getIPMRoot", [&] { store._getIPMRoot(); }, static_cast<HRESULT>(MAPI_E_NOT_FOUND));
 }
 
 TEST_F(Sessions, KindsOfStoresAndFolders) {
@@ -130,6 +125,9 @@ TEST_F(Sessions, KindsOfStoresAndFolders) {
     EXPECT_EQ(GetFolderKind(Folder("a"), m_session), 1);
     EXPECT_EQ(GetFolderKind(Folder("b"), m_session), 2);
     EXPECT_EQ(GetFolderKind(Folder("root"), m_session), 4);
+    AddFolder("bin", "Bin", "root");
+    m_store->values[PR_IPM_WASTEBASKET_ENTRYID] = Bytes(PR_IPM_WASTEBASKET_ENTRYID, "bin");
+    EXPECT_EQ(GetFolderKind(Folder("bin"), m_session), 3);
     EXPECT_EQ(GetFolderKind(Folder("top"), m_session), 0);
 }
 
