@@ -37,7 +37,7 @@ CRef<CAttach> CAttach::Open(CMessage& parent, const AttachmentSlot& slot, bool w
     attach->m_number = slot.number;
     attach->m_bag.Load(slot.small);
     if (slot.saved) {
-        attach->m_large = slot.saved->large;
+        attach->m_saved = slot.saved;
         attach->m_embedded = slot.saved->embedded;
     } else {
         attach->m_storedId = slot.storedId;
@@ -53,6 +53,7 @@ void* CAttach::FindInterface(REFIID riid) {
 }
 
 const std::string& CAttach::OldLarge() {
+    if (m_saved) return m_saved->large;
     if (!m_large) {
         m_large.emplace();
         Core().Storage().ReadLarge(m_storedId, *m_large);
@@ -142,8 +143,8 @@ std::shared_ptr<const AttachmentSnapshot> CAttach::Snapshot() {
     if (snapshot->embedded) cb += snapshot->embedded->small.size() + snapshot->embedded->large.size();
     m_bag.SetLong(PROP_ID(PR_ATTACH_SIZE), static_cast<std::uint32_t>(std::min<std::size_t>(cb, 0x7FFFFFFF)));
     const bool largeChanged = m_bag.LargeChanged();
-    auto blocks = m_bag.Build(largeChanged && m_bag.HasLargeInBlock() ? std::string_view(OldLarge())
-                                                                      : std::string_view());
+    auto blocks = m_bag.Build(largeChanged && m_bag.KeepsLargeOfBlock() ? std::string_view(OldLarge())
+                                                                        : std::string_view());
     snapshot->small = std::move(blocks.small);
     if (blocks.hasLarge) snapshot->large = largeChanged ? std::move(blocks.large) : OldLarge();
     return snapshot;
@@ -157,7 +158,7 @@ void CAttach::Save(ULONG flags) {
         const auto snapshot = Snapshot();
         m_parent->PutAttachment(snapshot);
         m_bag.Load(snapshot->small);
-        m_large = snapshot->large;
+        m_saved = snapshot;
         m_storedId = 0;
         m_new = m_embeddedChanged = false;
     }

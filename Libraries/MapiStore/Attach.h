@@ -38,7 +38,8 @@ private:
 
     CRef<CMessage> m_parent;
     CPropertyBag m_bag;
-    std::optional<std::string> m_large;
+    std::shared_ptr<const AttachmentSnapshot> m_saved;  // in the message, but not yet in the store
+    std::optional<std::string> m_large;                 // else its large values, once they were asked for
     ObjectId m_storedId = 0;
     std::uint32_t m_number = 0;
     bool m_new = false;

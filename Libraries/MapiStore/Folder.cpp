@@ -137,7 +137,7 @@ void CFolder::WriteBack(bool timeGiven) {
     m_head.change = Core().NextChange();
     std::string old;
     const bool largeChanged = m_bag.LargeChanged();
-    if (largeChanged && m_bag.HasLargeInBlock()) Core().Storage().ReadLarge(m_head.id, old);
+    if (largeChanged && m_bag.KeepsLargeOfBlock()) Core().Storage().ReadLarge(m_head.id, old);
     auto blocks = m_bag.Build(old);
     Core().Storage().WriteFolder(m_head, blocks.small);
     if (largeChanged) Core().Storage().WriteLarge(m_head.id, blocks.large);

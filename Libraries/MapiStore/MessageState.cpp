@@ -163,8 +163,8 @@ std::shared_ptr<const MessageSnapshot> CMessageState::Snapshot(unsigned depth) {
     auto snapshot = std::make_shared<MessageSnapshot>();
     if (m_recipientsChanged) UpdateDisplayLists();
     const bool largeChanged = bag.LargeChanged();
-    auto blocks =
-        bag.Build(largeChanged && bag.HasLargeInBlock() ? std::string_view(OldLarge()) : std::string_view());
+    auto blocks = bag.Build(largeChanged && bag.KeepsLargeOfBlock() ? std::string_view(OldLarge())
+                                                                    : std::string_view());
     snapshot->small = std::move(blocks.small);
     if (blocks.hasLarge) snapshot->large = largeChanged ? std::move(blocks.large) : OldLarge();
     snapshot->recipients = JoinRecipients(Recipients());
@@ -235,8 +235,8 @@ CMessageState::Written CMessageState::WriteParts(ObjectId owner) {
     Written written;
     if (m_recipientsChanged) UpdateDisplayLists();
     const bool largeChanged = bag.LargeChanged();
-    auto blocks =
-        bag.Build(largeChanged && bag.HasLargeInBlock() ? std::string_view(OldLarge()) : std::string_view());
+    auto blocks = bag.Build(largeChanged && bag.KeepsLargeOfBlock() ? std::string_view(OldLarge())
+                                                                    : std::string_view());
     written.small = std::move(blocks.small);
     written.hasLarge = blocks.hasLarge;
     std::size_t cb = blocks.cb;

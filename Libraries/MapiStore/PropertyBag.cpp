@@ -111,6 +111,16 @@ bool CPropertyBag::LargeChanged() const {
     return false;
 }
 
+bool CPropertyBag::KeepsLargeOfBlock() const {
+    if (m_cleared || !m_blockHasLarge) return false;
+    CStoredValue value;
+    for (std::size_t i = 0; i < m_view.Count(); ++i) {
+        m_view.At(i, value);
+        if (value.IsLarge() && !FindChange(value.Id())) return true;
+    }
+    return false;
+}
+
 CPropertyBag::Blocks CPropertyBag::Build(std::string_view oldLarge) const {
     CValueBlockWriter small, large;
     const bool largeChanged = LargeChanged();

@@ -38,11 +38,12 @@ public:
         bool hasLarge;
     };
     // What is to be stored. `oldLarge` is the object's present block of large values (empty if it has
-    // none); it is needed only when LargeChanged() and HasLargeInBlock().
+    // none); it is needed only when LargeChanged() and KeepsLargeOfBlock().
     Blocks Build(std::string_view oldLarge) const;
     // A large value was set, overwritten or removed: the block of large values has to be written.
     bool LargeChanged() const;
-    bool HasLargeInBlock() const { return m_blockHasLarge; }
+    // Some large value of the block stands as it was.
+    bool KeepsLargeOfBlock() const;
 
 private:
     struct Change {
