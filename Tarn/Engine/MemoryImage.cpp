@@ -61,8 +61,7 @@ public:
     }
     void Add(const SBinary& identifier, const FILETIME& time, std::string_view syncId,
              std::string_view name) {
-        HexInto(m_identifier, identifier);
-        m_writer.Add(m_identifier, time, syncId, name);
+        m_writer.Add(identifier, time, syncId, name);
         ++m_count;
     }
     std::string TakeBytes() {
@@ -76,7 +75,7 @@ private:
     const ULONG m_syncIdTag;
     CSyncFileWriter m_writer;
     std::uint32_t m_count = 0;
-    std::string m_identifier, m_searchKey;
+    std::string m_searchKey;
 };
 
 // The rows of before and those written since, newest first as a table has them.

@@ -2,7 +2,7 @@
 #include <Tarn/Engine/SyncFile.h>
 
 #include <algorithm>
-#include <functional>
+#include <cstring>
 
 namespace {
 // Flags and provider UID at the front of an entry ID.
@@ -13,6 +13,50 @@ constexpr size_t cbSmallestEntry = 5 * sizeof(std::uint32_t) + 3;
 
 std::string_view IdentifierKey(const CSyncFileEntry& entry) {
     return CSyncFileMap::KeyOf(entry.Identifier());
+}
+
+// Two digits for each byte, as they are needed for each row.
+class CHexPairs {
+public:
+    constexpr CHexPairs() {
+        constexpr char Digits[] = "0123456789ABCDEF";
+        for (size_t value = 0; value < 256; ++value) {
+            m_pairs[2 * value] = Digits[value >> 4];
+            m_pairs[2 * value + 1] = Digits[value & 15];
+        }
+    }
+    char* Put(char* at, const BYTE* bytes, size_t cb) const {
+        for (size_t i = 0; i < cb; ++i, at += 2)
+            std::memcpy(at, m_pairs + 2 * bytes[i], 2);
+        return at;
+    }
+
+private:
+    char m_pairs[512]{};
+};
+constexpr CHexPairs HexPairs;
+
+char* PutNumber(char* at, std::uint32_t value) {
+    for (int i = 0; i < 4; ++i)
+        *at++ = static_cast<char>(value >> (8 * i));
+    return at;
+}
+
+char* PutText(char* at, std::string_view text) {
+    at = PutNumber(at, static_cast<std::uint32_t>(text.size()));
+    at = std::copy(text.begin(), text.end(), at);
+    *at++ = 0;
+    return at;
+}
+
+void PutBehindIdentifier(char* at, const FILETIME& time, std::string_view syncId, std::string_view name) {
+    at = PutNumber(at, time.dwHighDateTime);
+    at = PutNumber(at, time.dwLowDateTime);
+    PutText(PutText(at, syncId), name);
+}
+
+std::string_view UpToZero(std::string_view text) {
+    return text.substr(0, text.find('\0'));
 }
 
 // Takes the fields off the front of the bytes. Once a field is not whole, nothing more is read.
@@ -105,15 +149,10 @@ CSyncFileEntry* CSyncFileMap::FindByIdentifier(std::string_view identifier) {
 CSyncFileEntry* CSyncFileMap::FindByEntryId(const SBinary& entryId) {
     if (!entryId.lpb || entryId.cb <= cbUnstable) return FindByKey({});
     // Only the end of the identifier counts, and for the stores at hand it is a few bytes long.
-    static constexpr char Digits[] = "0123456789ABCDEF";
     char key[256];
     const size_t cbKey = entryId.cb - cbUnstable;
     if (2 * cbKey > sizeof key) return FindByIdentifier(HexFromBinary(entryId));
-    for (size_t i = 0; i < cbKey; ++i) {
-        const BYTE value = entryId.lpb[cbUnstable + i];
-        key[2 * i] = Digits[value >> 4];
-        key[2 * i + 1] = Digits[value & 15];
-    }
+    HexPairs.Put(key, entryId.lpb + cbUnstable, cbKey);
     return FindByKey({key, 2 * cbKey});
 }
 
@@ -188,28 +227,35 @@ bool CSyncFileMap::Parse(std::string bytes, std::uint32_t& announced) {
 // --- CSyncFileWriter -------------------------------------------------------------------------------
 
 CSyncFileWriter::CSyncFileWriter(std::uint32_t count) {
-    PutNumber(count);
+    m_bytes.resize(sizeof count);
+    SetCount(count);
+}
+
+void CSyncFileWriter::SetCount(std::uint32_t count) {
+    PutNumber(m_bytes.data(), count);
+}
+
+char* CSyncFileWriter::RoomFor(size_t cbIdentifier, std::string_view& syncId, std::string_view& name) {
+    syncId = UpToZero(syncId);
+    name = UpToZero(name);
+    const size_t at = m_bytes.size();
+    m_bytes.resize(at + cbSmallestEntry + cbIdentifier + syncId.size() + name.size());
+    return m_bytes.data() + at;
 }
 
 void CSyncFileWriter::Add(std::string_view identifier, const FILETIME& time, std::string_view syncId,
                           std::string_view name) {
-    PutText(identifier);
-    PutNumber(time.dwHighDateTime);
-    PutNumber(time.dwLowDateTime);
-    PutText(syncId);
-    PutText(name);
+    identifier = UpToZero(identifier);
+    char* const at = RoomFor(identifier.size(), syncId, name);
+    PutBehindIdentifier(PutText(at, identifier), time, syncId, name);
 }
 
-void CSyncFileWriter::PutNumber(std::uint32_t value) {
-    char bytes[4];
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<char>(value >> (8 * i));
-    m_bytes.append(bytes, sizeof bytes);
-}
-
-void CSyncFileWriter::PutText(std::string_view text) {
-    text = text.substr(0, text.find('\0'));
-    PutNumber(static_cast<std::uint32_t>(text.size()));
-    m_bytes.append(text);
-    m_bytes.push_back('\0');
+void CSyncFileWriter::Add(const SBinary& entryId, const FILETIME& time, std::string_view syncId,
+                          std::string_view name) {
+    const size_t cb = entryId.lpb ? entryId.cb : 0;
+    char* at = RoomFor(2 * cb, syncId, name);
+    at = PutNumber(at, static_cast<std::uint32_t>(2 * cb));
+    at = HexPairs.Put(at, entryId.lpb, cb);
+    *at++ = 0;
+    PutBehindIdentifier(at, time, syncId, name);
 }

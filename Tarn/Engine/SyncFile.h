@@ -111,17 +111,15 @@ public:
     // A text ends at its first zero byte, as the reader would take it.
     void Add(std::string_view identifier, const FILETIME& time, std::string_view syncId,
              std::string_view name);
+    // The same with the identifier as bytes.
+    void Add(const SBinary& entryId, const FILETIME& time, std::string_view syncId, std::string_view name);
     // Takes the place of the count given before.
-    void SetCount(std::uint32_t count) {
-        for (size_t i = 0; i < sizeof(count); ++i)
-            m_bytes[i] = static_cast<char>(count >> (8 * i));
-    }
+    void SetCount(std::uint32_t count);
     const std::string& Bytes() const { return m_bytes; }
     std::string TakeBytes() { return std::move(m_bytes); }
 
 private:
-    void PutNumber(std::uint32_t value);
-    void PutText(std::string_view text);
+    char* RoomFor(size_t cbIdentifier, std::string_view& syncId, std::string_view& name);
 
     std::string m_bytes;
 };

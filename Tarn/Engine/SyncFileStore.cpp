@@ -10,6 +10,7 @@ namespace {
 constexpr char ConfigClass[] = "IPM.Vellum.IDs";
 constexpr char SettingsClass[] = "IPM.VellumSettings";
 constexpr char SyncFileName[] = "SYNCFILE";
+constexpr ULONG cbBehindStat = 4096;  // a stream that grows while it is read does so by little
 constexpr char Rule[] = "----------------------------------------------------------------";
 
 std::string SubjectOf(const char* name) {
@@ -186,14 +187,24 @@ FILETIME ReadRunTime(const IMessagePtr& message, ULONG tag) {
     return message.GetOneProp(tag, value) >= 0 ? value.Time() : FILETIME{};
 }
 
-// The whole stream in as few reads as it takes; what stands in it is judged by the parser.
+// The whole stream in as few reads as it takes; what stands in it is judged by the parser. After a failure
+// `bytes` holds what came before it.
 HRESULT ReadWholeStream(IStream* stream, std::string& bytes) {
     STATSTG stat{};
     HRESULT hr = stream->Stat(&stat, STATFLAG_NONAME);
     if (hr < 0) return hr;
     if (stat.cbSize.QuadPart > kStreamLimit) return MAPI_E_TOO_BIG;
-    bytes.reserve(static_cast<size_t>(stat.cbSize.QuadPart) + 1);
-    return ReadToEnd(stream, bytes, static_cast<ULONG>(stat.cbSize.QuadPart) + 1);
+    bytes.resize(static_cast<size_t>(stat.cbSize.QuadPart));
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const auto left = static_cast<ULONG>(bytes.size() - done);
+        ULONG read = 0;
+        hr = stream->Read(bytes.data() + done, left, &read);
+        if (hr < 0 || read == 0 || read > left) break;
+        done += read;
+    }
+    bytes.resize(done);
+    return hr < 0 ? hr : ReadToEnd(stream, bytes, cbBehindStat);
 }
 }  // namespace
 
