@@ -8,13 +8,27 @@
 #include <string>
 #include <tuple>
 
+// Answers MAPI_E_NO_SUPPORT to everything.
+#define NOT_NEEDED                \
+    override {                    \
+        return MAPI_E_NO_SUPPORT; \
+    }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+class CBareFolder : public IMAPIContainer {
+public:
+    MAPI_IMAPIPROP_METHODS(NOT_NEEDED)
+    MAPI_IMAPICONTAINER_METHODS(NOT_NEEDED)
+};
+#pragma GCC diagnostic pop
+#undef NOT_NEEDED
+
 // Lives on the stack of a test, which sees by References whether somebody still holds it.
-class CFakeFolder : public IMAPIContainer {
+class CFakeFolder : public CBareFolder {
 public:
     ULONG References() const { return m_references; }
-    unsigned idCalls = 0;                     // calls of GetIDsFromNames
-    HRESULT idResult = S_OK;                  // what they answer
-    std::map<std::wstring, ULONG> stringIds;  // string names in order of first use
+    unsigned idCalls = 0;     // calls of GetIDsFromNames
+    HRESULT idResult = S_OK;  // what they answer
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
         *object = nullptr;
@@ -41,32 +55,12 @@ public:
         return S_OK;
     }
 
-    // clang-format off
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE SaveChanges(ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray, ULONG, ULONG*, LPSPropValue*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE GetPropList(ULONG, LPSPropTagArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE OpenProperty(ULONG, LPCIID, ULONG, ULONG, LPUNKNOWN*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE SetProps(ULONG, LPSPropValue, LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray, LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE GetContentsTable(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE GetHierarchyTable(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE OpenEntry(ULONG, LPENTRYID, LPCIID, ULONG, ULONG*, LPUNKNOWN*) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE GetSearchCriteria(ULONG, LPSRestriction*, LPENTRYLIST*, ULONG*) override { return MAPI_E_NO_SUPPORT; }
-    // clang-format on
-
 private:
     ULONG Number(const MAPINAMEID& name) {
         const bool isString = name.ulKind == MNID_STRING;
         const std::wstring text = isString ? name.Kind.lpwstrName : L"";
         const auto key = std::make_tuple(isString ? 0 : name.Kind.lID, text);
-        const auto [known, isNew] = m_ids.try_emplace(key, 0x8000 + static_cast<ULONG>(m_ids.size()));
-        if (isString && isNew) stringIds[text] = known->second;
-        return known->second;
+        return m_ids.try_emplace(key, 0x8000 + static_cast<ULONG>(m_ids.size())).first->second;
     }
 
     ULONG m_references = 1;

@@ -1,12 +1,9 @@
 // Texts that nobody means well with: no fault, no endless work, an error or a result.
-#include <Tools/CompileRestriction.h>
 #include <Tools/INIQuerys.h>
-#include <Tools/RestrictionTree.h>
-#include <gtest/gtest.h>
 
 #include <random>
 
-#include "QueryFakes.h"
+#include "QueryFixture.h"
 
 namespace {
 
@@ -18,20 +15,12 @@ std::string Repeat(const std::string& part, size_t times) {
     return text;
 }
 
-class QueryHostile : public ::testing::Test {
+class QueryHostile : public QueryFixture {
 protected:
-    QueryHostile() {
-        m_compiler.SetFolder(&m_folder);
-        AddTestFields(m_compiler);
-    }
-
     std::string Error(const std::string& text) {
         m_compiler.Compile(text);
         return m_compiler.ErrorText();
     }
-
-    CFakeFolder m_folder;
-    CCompileRestriction m_compiler;
 };
 
 TEST_F(QueryHostile, NestingHasALimitWithItsOwnMessage) {

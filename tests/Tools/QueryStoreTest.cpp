@@ -71,8 +71,9 @@ TEST_F(QueryStore, ATableKeepsWhatTheTextMeans) {
         items.push_back(values.Item());
         Add(std::to_string(i), items.back());
     }
-    for (unsigned seed = 0; seed < 60; ++seed) {
-        const CQuery query = CQueryWriter(seed, true).Expression(3);
+    size_t matched = 0;
+    for (unsigned seed = 0; seed < 500; ++seed) {
+        const CQuery query = CQueryWriter(seed, true).Expression(4);
         std::set<std::string> expected;
         for (size_t i = 0; i < items.size(); ++i)
             if (query.meaning(items[i])) expected.insert(std::to_string(i));
@@ -80,34 +81,10 @@ TEST_F(QueryStore, ATableKeepsWhatTheTextMeans) {
         ASSERT_EQ(std::set<std::string>(kept.begin(), kept.end()), expected)
             << query.text << "\n"
             << RestrictionTree(compiler->Restriction());
+        matched += kept.size();
     }
-}
-
-TEST_F(QueryStore, RowsComeInTheOrderOfTheText) {
-    Add("x", {1, 2, 0, "bb"});
-    Add("y", {2, 1, 0, "aa"});
-    Add("z", {1, 1, 0, "cc"});
-    EXPECT_EQ(Kept("a >= 0 order by a, descending b"), (std::vector<std::string>{"x", "z", "y"}));
-    EXPECT_EQ(Kept("c = 0 order by descending Subject"), (std::vector<std::string>{"z", "y", "x"}));
-    EXPECT_EQ(Kept("Subject = prefix ignorecase X"), (std::vector<std::string>{"x"}));
-    EXPECT_EQ(Kept("exists text and text <> aa order by Subject"), (std::vector<std::string>{"x", "z"}));
-}
-
-TEST_F(QueryStore, TheFilterOfPrivateItemsKeepsTheOthers) {
-    const auto keep = NewMessage(left.Get(), "plain");
-    SetLong(keep.Get(), PR_SENSITIVITY, 0);
-    ASSERT_GE(keep->SaveChanges(0), 0);
-    const auto drop = NewMessage(left.Get(), "secret");
-    SetLong(drop.Get(), PR_SENSITIVITY, 2);
-    ASSERT_GE(drop->SaveChanges(0), 0);
-    EXPECT_EQ(Kept("not (Private=1 or Sensitivity=2)"), (std::vector<std::string>{"plain"}));
-}
-
-TEST_F(QueryStore, ASizeFormCompilesAndIsRefusedByTheStore) {
-    ASSERT_TRUE(compiler->Compile("size Subject > 3"));
-    TestRef<IMAPITable> table;
-    ASSERT_GE(left->GetContentsTable(0, table.Out()), 0);
-    EXPECT_LT(table->Restrict(compiler->Restriction(), TBL_BATCH), 0);
+    EXPECT_GT(matched, 1000u);
+    EXPECT_LT(matched, 500 * items.size() - 1000);
 }
 
 TEST_F(QueryStore, SelectOpensAFolderByItsPath) {

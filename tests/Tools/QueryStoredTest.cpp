@@ -2,10 +2,8 @@
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
 #include <Tools/INIQuerys.h>
-#include <Tools/RestrictionTree.h>
-#include <gtest/gtest.h>
 
-#include "QueryFakes.h"
+#include "QueryFixture.h"
 
 namespace {
 
@@ -137,23 +135,15 @@ TEST(QueryExpansion, SubstituteTakesTheNameWithOrWithoutItsMark) {
     EXPECT_EQ(CINIQuery::Substitute("$$a", "a", "a"), "$\"a\"");
 }
 
-class QueryCall : public ::testing::Test {
+class QueryCall : public QueryFixture {
 protected:
-    QueryCall() {
-        m_compiler.SetFolder(&m_folder);
-        AddTestFields(m_compiler);
-    }
-
     std::string Compiled(const std::string& file, const std::string& text) {
         m_querys = FileOf(file);
         PrepareQueryCompiler(m_compiler, &m_folder, nullptr, &m_querys);
-        if (!m_compiler.Compile(text)) return "error:" + m_compiler.ErrorText();
-        return RestrictionTree(m_compiler.Restriction());
+        return QueryFixture::Compiled(text);
     }
 
-    CFakeFolder m_folder;
     CINIQuerys m_querys;
-    CCompileRestriction m_compiler;
 };
 
 TEST_F(QueryCall, StandsForItsExpansion) {

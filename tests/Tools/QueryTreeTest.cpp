@@ -1,10 +1,8 @@
 // What a text compiles to: the tree, or the error's words.
 #include <Platform/Clock.h>
-#include <Tools/CompileRestriction.h>
-#include <Tools/RestrictionTree.h>
-#include <gtest/gtest.h>
 
-#include "QueryFakes.h"
+#include "QueryFixture.h"
+#include "QueryWriter.h"
 
 namespace {
 
@@ -21,27 +19,13 @@ struct ErrorCase {
     const char* reason;
 };
 
-class QueryTree : public ::testing::Test {
+class QueryTree : public QueryFixture {
 protected:
-    QueryTree() {
-        m_compiler.SetFolder(&m_folder);
-        AddTestFields(m_compiler);
-    }
-
-    // The tree, or "error:" and the messages.
-    std::string Compiled(const std::string& text) {
-        if (!m_compiler.Compile(text)) return "error:" + m_compiler.ErrorText();
-        return RestrictionTree(m_compiler.Restriction());
-    }
-
     template <size_t N>
     void Check(const TreeCase (&cases)[N]) {
         for (const TreeCase& c : cases)
             EXPECT_EQ(Compiled(c.text), c.tree) << c.text << "\n" << c.reason;
     }
-
-    CFakeFolder m_folder;
-    CCompileRestriction m_compiler;
 };
 
 TEST_F(QueryTree, Comparisons) {
@@ -329,6 +313,24 @@ TEST_F(QueryTree, TheStoreIsAskedOnceForAName) {
     m_compiler.SetFolder(nullptr);
     EXPECT_EQ(other.References(), 1u);
     EXPECT_EQ(m_folder.References(), 1u);
+}
+
+// No node of a kind has a child of its kind, and every kind that combines has two children at least.
+void CheckFlat(const SRestriction& node) {
+    if (node.rt != RES_AND && node.rt != RES_OR) return;
+    ASSERT_GE(node.res.resAnd.cRes, 2u);
+    for (ULONG i = 0; i < node.res.resAnd.cRes; ++i) {
+        ASSERT_NE(node.res.resAnd.lpRes[i].rt, node.rt);
+        CheckFlat(node.res.resAnd.lpRes[i]);
+    }
+}
+
+TEST_F(QueryTree, NestedNodesOfAKindDissolve) {
+    for (unsigned seed = 0; seed < 200; ++seed) {
+        const std::string text = CQueryWriter(seed, false).Expression(5).text;
+        ASSERT_TRUE(m_compiler.Compile(text)) << text;
+        CheckFlat(*m_compiler.Restriction());
+    }
 }
 
 }  // namespace
