@@ -8,6 +8,12 @@ namespace {
 
 class DamagedCompoundFileTest : public CompoundFileTest {
 protected:
+    static std::string BytesOf(const std::wstring& path) {
+        std::string bytes;
+        EXPECT_TRUE(ReadFileBytes(NarrowFromWide(path), bytes));
+        return bytes;
+    }
+
     // A file with a large and a small stream, a substorage and more names than one sector holds.
     static std::string SmallFile() {
         const std::wstring path = Path("whole.dat");
@@ -19,9 +25,7 @@ protected:
             AddStream(*sub, L"inner", Pattern(70));
             AddStorage(*sub, L"empty");
         }
-        std::string bytes;
-        EXPECT_TRUE(ReadFileBytes(NarrowFromWide(path), bytes));
-        return bytes;
+        return BytesOf(path);
     }
 
     struct Outcome {
@@ -57,11 +61,12 @@ protected:
 
     static Outcome ReadAll(const std::string& bytes) {
         Outcome outcome;
-        const HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, bytes.size());
-        std::memcpy(GlobalLock(block), bytes.data(), bytes.size());
-        GlobalUnlock(block);
+        const std::unique_ptr<void, decltype(&GlobalFree)> block(GlobalAlloc(GMEM_MOVEABLE, bytes.size()),
+                                                                 &GlobalFree);
+        std::memcpy(GlobalLock(block.get()), bytes.data(), bytes.size());
+        GlobalUnlock(block.get());
         ILockBytes* lockBytes = nullptr;
-        EXPECT_EQ(S_OK, CreateILockBytesOnHGlobal(block, TRUE, &lockBytes));
+        EXPECT_EQ(S_OK, CreateILockBytesOnHGlobal(block.get(), FALSE, &lockBytes)) << "the block stays ours";
         const LockBytesHold hold(lockBytes);
         IStorage* storage = nullptr;
         outcome.opened = StgOpenStorageOnILockBytes(lockBytes, nullptr, ReadExclusive, nullptr, 0, &storage);
@@ -187,11 +192,5 @@ TEST_F(DamagedCompoundFileTest, StoragesNestNoDeeperThanAnyMessage) {
     EXPECT_LT(hr, 0);
     EXPECT_GT(chain.size(), 200u);
     EXPECT_EQ(S_OK, root->Commit(STGC_DEFAULT));
-    EXPECT_EQ(S_OK, ReadAll([] {
-                        std::string bytes;
-                        ReadFileBytes(NarrowFromWide(Path("deep.dat")), bytes);
-                        return bytes;
-                    }())
-                        .opened)
-        << "what can be written can be read";
+    EXPECT_EQ(S_OK, ReadAll(BytesOf(Path("deep.dat"))).opened) << "what can be written can be read";
 }
