@@ -105,6 +105,9 @@ TEST_F(Listings, BadInputIsRefusedAndChangesNothing) {
     ExpectRefusal({"store", "remove", "Cellar"}, 6, {"no store \"Cellar\"", "Home, Office"});
     ExpectRefusal({"store", "remove", "Home"}, 4, {"1 item(s)", "--force"});
     ExpectRefusal({"folder", "create", "Home/Inbox"}, 2, {"Home\\Inbox", "already"});
+    ExpectRefusal({"pair", "nonsense"}, 2, {"no command \"vellum pair nonsense\""});
+    ExpectRefusal({"item", "list", "Home/Inbox", "--query", "Importance = 2 more"}, 2, {"before \"more\""});
+    ExpectRefusal({"item", "set", "Home/Inbox", "1"}, 2, {"Nothing", "--subject"});
     ExpectRefusal({"folder", "list", "Home/Attic"}, 6, {"no folder \"Attic\" in \"Home\"", "Inbox"});
     ExpectRefusal({"folder", "remove", "Home"}, 2, {"is a store"});
     ExpectRefusal({"folder", "remove", "Home/Inbox"}, 4, {"not empty"});

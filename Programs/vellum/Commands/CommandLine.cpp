@@ -81,8 +81,8 @@ struct CReached {
 };
 
 // A word that is no command counts for the parser as one that is missing.
-std::string WhatIsWrong(const CReached& reached, const CLI::ParseError& error) {
-    const std::vector<std::string> rest = reached.command->remaining();
+std::string WhatIsWrong(const CLI::App& app, const CReached& reached, const CLI::ParseError& error) {
+    const std::vector<std::string> rest = app.remaining(true);
     if (reached.command->get_require_subcommand_min() == 0 || rest.empty()) return error.what();
     if (rest.front().starts_with("-")) return "There is no option " + rest.front();
     return "There is no command \"" + reached.words + " " + rest.front() + "\"";
@@ -94,7 +94,7 @@ int ReportParse(const CLI::App& app, const CLI::ParseError& error, CConsole& con
         return Code(ExitCode::Done);
     }
     const CReached reached(app);
-    console.Error(WhatIsWrong(reached, error), "See:  " + reached.words + " --help");
+    console.Error(WhatIsWrong(app, reached, error), "See:  " + reached.words + " --help");
     return Code(ExitCode::Usage);
 }
 

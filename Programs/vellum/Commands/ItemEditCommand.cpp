@@ -7,6 +7,7 @@
 #include <Programs/vellum/Session/Explain.h>
 
 #include <ostream>
+#include <set>
 
 namespace {
 
@@ -57,6 +58,9 @@ int NewItem(CCommandContext& context, CEditArguments& arguments) {
 }
 
 int SetItem(CCommandContext& context, const CEditArguments& arguments) {
+    if (arguments.changes.IsEmpty())
+        throw CCommandError(ExitCode::Usage, "Nothing is said about what to change",
+                            "Name it, for example:  --subject TEXT, --body TEXT or --set NAME=VALUE");
     CProfileSession& session = context.Session();
     const CFolderRef folder = session.OpenFolder(arguments.folder);
     const CItemRow row = FindItem(session, folder, arguments.item);
@@ -72,17 +76,19 @@ int SetItem(CCommandContext& context, const CEditArguments& arguments) {
 class CItemList {
 public:
     CItemList(CProfileSession& session, const CFolderRef& folder, const std::vector<std::string>& words) {
-        for (const std::string& word : words)
-            m_rows.push_back(FindItem(session, folder, word));
+        std::set<std::string> named;  // one item may be named twice, by its number and by its subject
+        for (const std::string& word : words) {
+            CItemRow row = FindItem(session, folder, word);
+            if (named.insert(row.entryId.Hex()).second) m_rows.push_back(std::move(row));
+        }
         for (const CItemRow& row : m_rows)
             m_ids.push_back(row.entryId.Bin());
         m_list.cValues = static_cast<ULONG>(m_ids.size());
         m_list.lpbin = m_ids.data();
     }
     ENTRYLIST* Get() { return &m_list; }
-    std::string Count() const {
-        return std::to_string(m_rows.size()) + (m_rows.size() == 1 ? " item" : " items");
-    }
+    bool IsOne() const { return m_rows.size() == 1; }
+    std::string Count() const { return std::to_string(m_rows.size()) + (IsOne() ? " item" : " items"); }
 
 private:
     std::vector<CItemRow> m_rows;
@@ -119,9 +125,9 @@ int DeleteItems(CCommandContext& context, const CEditArguments& arguments) {
     else
         CheckCall(folder.folder->DeleteMessages(items.Get(), 0, nullptr, 0), failure, ExitCode::NotOpen);
     context.Console().Note("Deleted " + items.Count() + " from \"" + folder.path + "\"" +
-                           (!bin || inBin                 ? "."
-                            : arguments.items.size() == 1 ? "; it lies in the wastebasket."
-                                                          : "; they lie in the wastebasket."));
+                           (!bin || inBin   ? "."
+                            : items.IsOne() ? "; it lies in the wastebasket."
+                                            : "; they lie in the wastebasket."));
     return Code(ExitCode::Done);
 }
 

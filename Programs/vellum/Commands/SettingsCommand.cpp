@@ -4,6 +4,7 @@
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Sync/PairStore.h>
+#include <Tarn/Engine/FolderKey.h>
 #include <Tarn/Settings/MassDeleteGuard.h>
 #include <Tarn/Settings/TarnSettings.h>
 
@@ -186,6 +187,21 @@ bool IsTaken(const std::vector<CTarnSetting>& pairs, const std::string& name) {
                        [&](const CTarnSetting& pair) { return pair.m_groupId == name; });
 }
 
+// In a file of another kind any line with enough marks in it would pass for a pair.
+bool NamesItsSource(const CTarnSetting& pair) {
+    const std::string& key = pair.m_sourceKey;
+    const CFolderKey folder = CFolderKey::FromText(key);
+    return key.find_first_not_of("0123456789ABCDEFabcdef:") == std::string::npos &&
+           !folder.m_folder.IsEmpty() && !folder.m_store.IsEmpty();
+}
+
+std::vector<CTarnSetting> PairsIn(CTarnSettings& settings) {
+    std::vector<CTarnSetting> pairs;
+    for (std::size_t i = 0; i < settings.Count(); ++i)
+        if (NamesItsSource(settings.At(i))) pairs.push_back(settings.At(i));
+    return pairs;
+}
+
 // False if the pair's source folder has a pair that stays.
 bool TakePair(std::vector<CTarnSetting>& pairs, CTarnSetting pair, bool replace) {
     const auto known = std::find_if(pairs.begin(), pairs.end(), [&](const CTarnSetting& other) {
@@ -204,18 +220,19 @@ bool TakePair(std::vector<CTarnSetting>& pairs, CTarnSetting pair, bool replace)
 
 int ImportSettings(CCommandContext& context, const CImportArguments& arguments) {
     CTarnSettings read;
-    const bool whole = read.ParseSettingsText(ReadSettingsFile(arguments.file));
-    if (!whole && !arguments.partly)
+    const bool parsed = read.ParseSettingsText(ReadSettingsFile(arguments.file));
+    const std::vector<CTarnSetting> found = PairsIn(read);
+    if ((!parsed || found.size() != read.Count()) && !arguments.partly)
         throw CCommandError(ExitCode::Guarded,
                             "\"" + arguments.file +
-                                "\" is not wholly understood: " + std::to_string(read.Count()) +
+                                "\" is not wholly understood: " + std::to_string(found.size()) +
                                 " pair(s) were found, and something beside them",
                             "To take what was found:  --partly");
     CPairStore store(context.Session());
     auto pairs = store.Load();
     unsigned added = 0, known = 0;
-    for (std::size_t i = 0; i < read.Count(); ++i)
-        ++(TakePair(pairs, read.At(i), arguments.replace) ? added : known);
+    for (const CTarnSetting& pair : found)
+        ++(TakePair(pairs, pair, arguments.replace) ? added : known);
     if (added != 0) store.Save(pairs);
     context.Console().Note("Imported " + std::to_string(added) + " pair(s)" +
                            (known == 0

@@ -140,14 +140,14 @@ int Watch(CCommandContext& context, const std::vector<std::string>& words) {
 
 int Timer(CCommandContext& context, const std::vector<std::string>& words, unsigned seconds, unsigned times) {
     ExitCode last = ExitCode::Done;
-    context.Console().Note("A run every " + std::to_string(seconds) + " second(s); Ctrl-C ends.");
     for (unsigned run = 0; times == 0 || run < times; ++run) {
         if (run > 0 && !Wait(seconds * 1000)) break;
         CPairStore store(context.Session());
         const auto pairs = store.Load();
-        last = RunPairs(context, pairs, ChooseByFlags(pairs, words, SYNC_ACTIVE),
-                        BackgroundRun(store.Settings()))
-                   .code;
+        const auto chosen = ChooseByFlags(pairs, words, SYNC_ACTIVE);
+        if (run == 0)
+            context.Console().Note("A run every " + std::to_string(seconds) + " second(s); Ctrl-C ends.");
+        last = RunPairs(context, pairs, chosen, BackgroundRun(store.Settings())).code;
         if (InterruptRequested()) break;
     }
     context.Console().Note("The timer has ended.");

@@ -16,6 +16,11 @@ struct CItemChanges {
     std::vector<std::string> to;           // addresses
     std::vector<std::string> cc;
     std::vector<std::string> attachments;  // files
+
+    bool IsEmpty() const {
+        return !hasSubject && !hasBody && messageClass.empty() && assignments.empty() && removals.empty() &&
+               to.empty() && cc.empty() && attachments.empty();
+    }
 };
 
 // Applies them to an open, modifiable message without saving. NAME is a word of the query language
