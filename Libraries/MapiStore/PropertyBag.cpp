@@ -4,6 +4,10 @@
 
 #include <algorithm>
 
+namespace {
+constexpr std::size_t kRoomBehindLarge = 1024;
+}  // namespace
+
 void CPropertyBag::Load(std::string block) {
     m_changes.clear();
     m_bytes.clear();
@@ -64,6 +68,8 @@ bool CPropertyBag::ChangedSinceLoad(PropId id) const {
 void CPropertyBag::Set(PropId id, PropType type, std::string_view bytes) {
     Require(m_bytes.size() + bytes.size() < 0xFFFFFFFF, MAPI_E_TOO_BIG);
     const auto offset = static_cast<std::uint32_t>(m_bytes.size());
+    // The small values that follow a large one must not move it.
+    if (bytes.size() > kSmallValueLimit) m_bytes.reserve(offset + bytes.size() + kRoomBehindLarge);
     m_bytes.append(bytes);
     Change& change = ChangeFor(id);
     change = {id, type, false, offset, static_cast<std::uint32_t>(bytes.size())};
