@@ -27,23 +27,26 @@ std::uint64_t HashOf(std::string_view text) {
     return std::hash<std::string_view>()(text);
 }
 
-std::uint8_t MarkOf(const CMapiRowSet& rows, ULONG row, const CSyncMessages& otherChanges) {
-    const SBinary* identifier = RowIdentifier(rows, row);
-    if (!identifier) return 0;
-    const std::string_view syncId = SyncIdOfRow(rows, row, *identifier);
-    const CSyncMessage* change = syncId.empty() ? nullptr : otherChanges.Find(syncId);
-    if (!change) return 0;
-    return change->m_state == STATE_DELETED ? MARK_CHANGED_BY_RUN | MARK_DELETED_BY_RUN : MARK_CHANGED_BY_RUN;
-}
-
 }  // namespace
 
+// From the changes to the rows, by the index that the copy loop needs as well. The last change of a sync ID
+// stands.
 CRowMarks MarkRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges) {
     CRowMarks marks;
     if (otherChanges.IsEmpty()) return marks;
-    marks.reserve(rows.Count());
-    for (ULONG row = 0; row < rows.Count(); ++row)
-        marks.push_back(MarkOf(rows, row, otherChanges));
+    marks.resize(rows.Count());
+    std::vector<ULONG> bearers;
+    for (size_t i = 0; i < otherChanges.Count(); ++i) {
+        const CSyncMessage& change = otherChanges.At(i);
+        if (change.m_syncId.empty()) continue;
+        const bool deletes = change.m_state == STATE_DELETED;
+        rows.FindRows(COL_SYNC_ID, change.m_syncId, bearers);
+        for (const ULONG row : bearers) {
+            const SBinary* identifier = RowIdentifier(rows, row);
+            if (identifier && !SyncIdOfRow(rows, row, *identifier).empty())
+                marks[row] = deletes ? MARK_CHANGED_BY_RUN | MARK_DELETED_BY_RUN : MARK_CHANGED_BY_RUN;
+        }
+    }
     return marks;
 }
 
