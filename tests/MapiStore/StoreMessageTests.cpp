@@ -1,9 +1,10 @@
 // Messages: properties, saving, recipients, attachments, copying.
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
-#include <support/StoreFixture.h>
 
 #include <array>
+
+#include "ItemParts.h"
 
 namespace {
 
@@ -19,40 +20,6 @@ SCODE SetProblem(IMAPIProp* object, SPropValue value) {
     const SCODE code = problems ? problems->aProblem[0].scode : S_OK;
     MAPIFreeBuffer(problems);
     return code;
-}
-
-TestRef<IAttach> AddAttachment(IMessage* message, const std::string& name, const std::string& data) {
-    TestRef<IAttach> attach;
-    ULONG number = 0;
-    EXPECT_EQ(message->CreateAttach(nullptr, 0, &number, attach.Out()), S_OK);
-    EXPECT_EQ(SetText(attach.Get(), PR_ATTACH_FILENAME_A, name), S_OK);
-    EXPECT_EQ(SetLong(attach.Get(), PR_ATTACH_METHOD, ATTACH_BY_VALUE), S_OK);
-    EXPECT_EQ(SetStream(attach.Get(), PR_ATTACH_DATA_BIN, data), S_OK);
-    return attach;
-}
-
-TestRef<IMessage> EmbeddedIn(IAttach* attach, ULONG flags) {
-    TestRef<IMessage> embedded;
-    attach->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, flags,
-                         reinterpret_cast<IUnknown**>(embedded.Out()));
-    return embedded;
-}
-
-HRESULT ModifyRecipient(IMessage* message, ULONG flags, const std::string& name, LONG type, int rowId = -1) {
-    std::array<SPropValue, 4> values{};
-    values[0].ulPropTag = PR_DISPLAY_NAME_A;
-    values[0].Value.lpszA = const_cast<char*>(name.c_str());
-    values[1].ulPropTag = PR_RECIPIENT_TYPE;
-    values[1].Value.l = type;
-    values[2].ulPropTag = PR_EMAIL_ADDRESS_A;
-    values[2].Value.lpszA = const_cast<char*>(name.c_str());
-    values[3].ulPropTag = PR_ROWID;
-    values[3].Value.l = rowId;
-    ADRLIST list{};
-    list.cEntries = 1;
-    list.aEntries[0].cValues = rowId < 0 ? 3 : 4;
-    list.aEntries[0].rgPropVals = values.data();
-    return message->ModifyRecipients(flags, &list);
 }
 
 std::string RecipientNames(IMessage* message) {

@@ -170,20 +170,6 @@ TEST_F(StoreSession, OneOffRecipientsAreMadeResolvedAndOpened) {
     EXPECT_FALSE(hasEntryId);
 }
 
-TEST_F(StoreSession, TwoSessionsSeeEachOthersSaves) {
-    auto second = Profile().LogOn();
-    auto store = OpenTestStore(second.Get(), "Store 1");
-    auto folder = MakeFolder(OpenStoreFolder(store.Get(), PR_IPM_SUBTREE_ENTRYID).Get(), "Left");
-    auto message = SavedMessage(left.Get(), "Shared");
-    EXPECT_EQ(SubjectsIn(folder.Get()), "Shared");
-    auto copy = OpenTestMessage(store.Get(), BytesOf(message.Get(), PR_ENTRYID));
-    ASSERT_EQ(SetText(copy.Get(), PR_SUBJECT_A, "Changed"), S_OK);
-    ASSERT_EQ(copy->SaveChanges(0), S_OK);
-    ASSERT_EQ(SetText(message.Get(), PR_SUBJECT_A, "Late"), S_OK);
-    EXPECT_EQ(message->SaveChanges(0), MAPI_E_OBJECT_CHANGED);
-    second->Logoff(0, 0, 0);
-}
-
 TEST_F(StoreSession, TwoThreadsCopyBothWaysWithoutStandingStill) {
     std::vector<std::string> leftIds = {BytesOf(SavedMessage(left.Get(), "L").Get(), PR_ENTRYID)};
     std::vector<std::string> rightIds = {BytesOf(SavedMessage(right.Get(), "R").Get(), PR_ENTRYID)};

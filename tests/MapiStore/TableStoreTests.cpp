@@ -1,7 +1,7 @@
 // Tables of a whole store, entered through the published interfaces.
-#include <support/StoreFixture.h>
-
 #include <vector>
+
+#include "ItemParts.h"
 
 namespace {
 
@@ -11,28 +11,6 @@ protected:
         session = profile.LogOn();
         store = OpenTestStore(session.Get(), "Store 1");
         inbox = OpenReceiveFolder(store.Get());
-    }
-    void AddRecipient(IMessage* message, const char* name, LONG kind) {
-        SPropValue props[2] = {};
-        props[0].ulPropTag = PR_DISPLAY_NAME_A;
-        props[0].Value.lpszA = const_cast<char*>(name);
-        props[1].ulPropTag = PR_RECIPIENT_TYPE;
-        props[1].Value.l = kind;
-        ADRLIST list{};
-        list.cEntries = 1;
-        list.aEntries[0].cValues = 2;
-        list.aEntries[0].rgPropVals = props;
-        EXPECT_EQ(S_OK, message->ModifyRecipients(MODRECIP_ADD, &list));
-    }
-    void AddFile(IMessage* message, const char* name) {
-        TestRef<IAttach> attach;
-        ULONG number = 0;
-        ASSERT_EQ(S_OK, message->CreateAttach(nullptr, 0, &number, attach.Out()));
-        SPropValue value{};
-        value.ulPropTag = PR_ATTACH_FILENAME_A;
-        value.Value.lpszA = const_cast<char*>(name);
-        EXPECT_EQ(S_OK, HrSetOneProp(attach.Get(), &value));
-        EXPECT_EQ(S_OK, attach->SaveChanges(0));
     }
     // How many messages of the inbox have a recipient or attachment whose `tag` is `text`.
     ULONG CountWith(ULONG subObject, ULONG tag, const char* text) {
@@ -44,12 +22,7 @@ protected:
         inner.res.resProperty = {RELOP_EQ, tag, &value};
         outer.rt = RES_SUBRESTRICTION;
         outer.res.resSub = {subObject, &inner};
-        TestRef<IMAPITable> table;
-        EXPECT_EQ(S_OK, inbox->GetContentsTable(0, table.Out()));
-        EXPECT_EQ(S_OK, table->Restrict(&outer, TBL_BATCH));
-        ULONG count = 0;
-        EXPECT_EQ(S_OK, table->GetRowCount(0, &count));
-        return count;
+        return CountWhere(outer);
     }
     ULONG CountWhere(SRestriction& restriction) {
         TestRef<IMAPITable> table;
@@ -68,12 +41,12 @@ protected:
 
 TEST_F(StoreTables, RestrictionsLookAtRecipientsAndAttachments) {
     const auto first = NewMessage(inbox.Get(), "first");
-    AddRecipient(first.Get(), "Ann", MAPI_TO);
-    AddRecipient(first.Get(), "Bob", MAPI_CC);
-    AddFile(first.Get(), "plan.txt");
+    EXPECT_EQ(S_OK, ModifyRecipient(first.Get(), MODRECIP_ADD, "Ann", MAPI_TO));
+    EXPECT_EQ(S_OK, ModifyRecipient(first.Get(), MODRECIP_ADD, "Bob", MAPI_CC));
+    EXPECT_EQ(S_OK, AddAttachment(first.Get(), "plan.txt", "plan")->SaveChanges(0));
     EXPECT_EQ(S_OK, first->SaveChanges(0));
     const auto second = NewMessage(inbox.Get(), "second");
-    AddRecipient(second.Get(), "Bob", MAPI_TO);
+    EXPECT_EQ(S_OK, ModifyRecipient(second.Get(), MODRECIP_ADD, "Bob", MAPI_TO));
     EXPECT_EQ(S_OK, second->SaveChanges(0));
     SavedMessage(inbox.Get(), "third");
     EXPECT_EQ(1u, CountWith(PR_MESSAGE_RECIPIENTS, PR_DISPLAY_NAME_A, "Ann"));
@@ -102,10 +75,7 @@ TEST_F(StoreTables, TimesAreAnsweredAlikeWithAndWithoutTheirBound) {
     std::vector<FILETIME> times;
     for (int i = 0; i < 20; ++i) {
         const auto message = SavedMessage(inbox.Get(), "m");
-        LPSPropValue time = nullptr;
-        ASSERT_EQ(S_OK, HrGetOneProp(message.Get(), PR_LAST_MODIFICATION_TIME, &time));
-        times.push_back(time->Value.ft);
-        MAPIFreeBuffer(time);
+        times.push_back(TimeOf(message.Get(), PR_LAST_MODIFICATION_TIME));
     }
     for (ULONG relop = RELOP_LT; relop <= RELOP_NE; ++relop) {
         const ULONG expected[] = {7, 8, 12, 13, 1, 19};

@@ -2,8 +2,6 @@
 
 #include "TableFixture.h"
 
-#include <chrono>
-
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -202,15 +200,6 @@ TEST_F(TableFixture, FindRowSearchesBothWaysFromAnyPlace) {
     EXPECT_EQ(594u, position());
 }
 
-TEST_F(TableFixture, AssociatedContentsAreATableOfTheirOwn) {
-    CPropertyBag bag;
-    bag.SetText(PROP_ID(PR_SUBJECT), "hidden");
-    Add(bag, kInboxFolder, true);
-    AddSubject("shown");
-    EXPECT_EQ(Texts{"shown"}, Subjects(*Contents()));
-    EXPECT_EQ(Texts{"hidden"}, Subjects(*Contents(kInboxFolder, MAPI_ASSOCIATED)));
-}
-
 TEST_F(TableFixture, HierarchyShowsOneLevelOrAll) {
     CRef<IMAPITable> table;
     {
@@ -267,53 +256,6 @@ TEST_F(TableFixture, AllColumnsListWhatTheRowsHave) {
     EXPECT_TRUE(named);
     EXPECT_TRUE(entry);
     MAPIFreeBuffer(tags);
-}
-
-// Not a benchmark, a guard: a table that reads row by row, or allocates per cell, is far beyond it.
-TEST_F(TableFixture, TenThousandRowsComeInOnePass) {
-    {
-        const CQuietCall call(*core);
-        core->BeginBatch();
-        for (int i = 0; i < 10000; ++i) {
-            CPropertyBag bag;
-            bag.SetText(PROP_ID(PR_SUBJECT), "Subject number " + std::to_string(i * 7919 % 10000));
-            bag.SetText(PROP_ID(PR_MESSAGE_CLASS), "IPM.Note");
-            bag.Set(PROP_ID(PR_SEARCH_KEY), PT_BINARY, std::string(16, static_cast<char>(i)));
-            bag.SetText(0x8001, std::string(32, 'A'));
-            bag.SetText(0x8002, std::string(56, 'B'));
-            bag.SetText(PROP_ID(PR_SENDER_NAME), "Somebody");
-            Add(bag);
-        }
-        core->EndBatch();
-    }
-    const auto table = Contents();
-    CTagList tags{PR_ENTRYID,
-                  PR_LAST_MODIFICATION_TIME,
-                  PR_SUBJECT_A,
-                  PR_MESSAGE_CLASS_A,
-                  PR_SEARCH_KEY,
-                  PROP_TAG(PT_STRING8, 0x8001),
-                  PROP_TAG(PT_STRING8, 0x8002),
-                  PR_MESSAGE_FLAGS,
-                  PR_CREATION_TIME,
-                  PR_MESSAGE_SIZE,
-                  PR_SENSITIVITY};
-    CSortList order{{PR_SUBJECT_A, TABLE_SORT_ASCEND}};
-    for (SSortOrderSet* sort : {static_cast<SSortOrderSet*>(nullptr), static_cast<SSortOrderSet*>(order)}) {
-        double best = 1e9;
-        for (int round = 0; round < 5; ++round) {
-            const auto begin = std::chrono::steady_clock::now();
-            SRowSet* rows = nullptr;
-            ASSERT_EQ(S_OK, HrQueryAllRows(table.Get(), tags, nullptr, sort, 0, &rows));
-            ASSERT_EQ(10000u, rows->cRows);
-            FreeProws(rows);
-            const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-            best = std::min(best, took.count());
-        }
-        RecordProperty(sort ? "sorted_ms" : "plain_ms", std::to_string(best));
-        std::printf("%s: %.2f ms\n", sort ? "sorted" : "plain", best);
-        EXPECT_LT(best, 1000.0);
-    }
 }
 
 }  // namespace
