@@ -127,6 +127,22 @@ TEST_P(Meanwhile, ANewItemThatIsDeletedLeavesNoCopy) {
     }
 }
 
+// It is made once more, or the item goes as well.
+TEST_P(Meanwhile, ACopyThatIsDeletedLeavesBothSidesInStep) {
+    for (StorySide* from : {&Left(), &Right()}) {
+        StorySide& to = from == &Left() ? Right() : Left();
+        std::string item;
+        InEachMoment([&](const std::string& name) { from->Creates(item = name)(); },
+                     [&] {
+                         if (to.Holds(item)) to.Deletes(item)();
+                     },
+                     [&] {
+                         EXPECT_EQ(Left().Items(), Right().Items());
+                         if (from->Holds(item)) from->Deletes(item)();
+                     });
+    }
+}
+
 // A change that comes behind the look is no conflict of this run, but it is somebody's work.
 TEST_P(Meanwhile, AChangeThatIsOverwrittenIsKept) {
     Given(Both("A"), Synced());
