@@ -15,7 +15,7 @@ CFakeTable::CRow Row(const char* entryId, const char* name, LONG number) {
             {PR_IMPORTANCE, Number(PR_IMPORTANCE, number)}};
 }
 
-class RowSets : public testing::Test {
+class RowSets : public NoFakeOutlives {
 protected:
     CMapiRowSet Query(std::vector<CFakeTable::CRow> rows) {
         IMAPITablePtr table;
@@ -78,43 +78,33 @@ TEST_F(RowSets, MoveViewDetachAndAttach) {
     EXPECT_EQ(rows.FindRow(1, "a"), -1);
 }
 
-TEST(Tables, FailuresThrowOrReturnAsTheyShould) {
-    const int before = g_liveFakes;
-    {
-        IMAPITablePtr table;
-        CFakeTable* fake = new CFakeTable({Row("1", "a", 7), Row("2", "b", 7)});
-        table.Attach(fake);
-        CMapiRowSet rows;
-        EXPECT_EQ(table.SetColumnsAndQuery(rows, 1, 0, {PR_DISPLAY_NAME_A}), S_OK);
-        EXPECT_EQ(rows.Count(), 1u);
-        EXPECT_EQ(fake->columns, std::vector<ULONG>{PR_DISPLAY_NAME_A});
-        EXPECT_EQ(table.SeekRow(1, BOOKMARK_BEGINNING), 1);
-        EXPECT_EQ(table.QueryRows().Count(), 2u);  // the columns that the table has
-        EXPECT_EQ(fake->columns, std::vector<ULONG>{PR_DISPLAY_NAME_A});
-        fake->queryResult = kFailure;
-        EXPECT_EQ(table.SetColumnsAndQuery(rows, 1, 0, {PR_DISPLAY_NAME_A}), kFailure);
-        EXPECT_FALSE(rows.IsValid());
-        EXPECT_EQ(ExpectThrows("IMAPITablePtr::QueryRows", [&] { table.QueryRows({PR_ENTRYID}); }), fake);
-        EXPECT_THROW(table.SeekRow(1, BOOKMARK_BEGINNING), CMAPIException);
-        EXPECT_THROW(IMAPITablePtr().QueryRows({PR_ENTRYID}), CNullAccess);
-    }
-    EXPECT_EQ(g_liveFakes, before);
+TEST_F(RowSets, FailuresThrowOrReturnAsTheyShould) {
+    IMAPITablePtr table;
+    CFakeTable* fake = new CFakeTable({Row("1", "a", 7), Row("2", "b", 7)});
+    table.Attach(fake);
+    CMapiRowSet rows;
+    EXPECT_EQ(table.SetColumnsAndQuery(rows, 1, 0, {PR_DISPLAY_NAME_A}), S_OK);
+    EXPECT_EQ(rows.Count(), 1u);
+    EXPECT_EQ(fake->columns, std::vector<ULONG>{PR_DISPLAY_NAME_A});
+    EXPECT_EQ(table.SeekRow(1, BOOKMARK_BEGINNING), 1);
+    EXPECT_EQ(table.QueryRows().Count(), 2u);  // the columns that the table has
+    EXPECT_EQ(fake->columns, std::vector<ULONG>{PR_DISPLAY_NAME_A});
+    fake->queryResult = kFailure;
+    EXPECT_EQ(table.SetColumnsAndQuery(rows, 1, 0, {PR_DISPLAY_NAME_A}), kFailure);
+    EXPECT_FALSE(rows.IsValid());
+    EXPECT_EQ(ExpectThrows("IMAPITablePtr::QueryRows", [&] { table.QueryRows({PR_ENTRYID}); }), fake);
+    EXPECT_THROW(table.SeekRow(1, BOOKMARK_BEGINNING), CMAPIException);
+    EXPECT_THROW(IMAPITablePtr().QueryRows({PR_ENTRYID}), CNullAccess);
 }
 
-class Folders : public testing::Test {
+class Folders : public NoFakeOutlives {
 protected:
-    Folders() : m_before(g_liveFakes) {
+    Folders() {
         m_fake = m_world.Add("folder", new CFakeFolder(m_world));
         m_child = m_world.Add("child", new CFakeFolder(m_world));
         m_store = m_world.Add("store", new CFakeMsgStore(m_world));
         m_folder = IMAPIFolderPtr(m_fake);
     }
-    ~Folders() override {
-        m_folder = IMAPIFolderPtr();
-        m_world.objects.clear();
-        EXPECT_EQ(g_liveFakes, m_before);
-    }
-    int m_before;
     CFakeWorld m_world;
     CFakeFolder *m_fake, *m_child;
     CFakeMsgStore* m_store;

@@ -20,8 +20,17 @@
 
 namespace fakes {
 
-// Objects alive, over all kinds. A test compares it before and after.
+// Objects alive, over all kinds.
 inline int g_liveFakes = 0;
+
+// Demands at the end that all fakes of the test are gone, those that its members held among them.
+class NoFakeOutlives : public testing::Test {
+protected:
+    ~NoFakeOutlives() override { EXPECT_EQ(g_liveFakes, m_before); }
+
+private:
+    const int m_before = g_liveFakes;
+};
 
 // Counts references; created with one, which belongs to the maker.
 template <class Interface>

@@ -8,15 +8,10 @@ namespace {
 
 using namespace fakes;
 
-class Messages : public testing::Test {
+class Messages : public NoFakeOutlives {
 protected:
-    Messages() : m_before(g_liveFakes), m_fake(new CFakeMessage) { m_message.Attach(m_fake); }
-    ~Messages() override {
-        m_message = IMessagePtr();
-        EXPECT_EQ(g_liveFakes, m_before);
-    }
-    int m_before;
-    CFakeMessage* m_fake;
+    Messages() { m_message.Attach(m_fake); }
+    CFakeMessage* m_fake = new CFakeMessage;
     IMessagePtr m_message;
 };
 

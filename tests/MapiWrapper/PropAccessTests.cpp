@@ -10,19 +10,14 @@ using namespace fakes;
 
 const HRESULT kFailure = static_cast<HRESULT>(MAPI_E_NO_ACCESS);
 
-class PropAccess : public testing::Test {
+class PropAccess : public NoFakeOutlives {
 protected:
-    PropAccess() : m_before(g_liveFakes), m_object(new CFakeObject) { m_prop.Attach(m_object); }
-    ~PropAccess() override {
-        m_prop = IMAPIPropPtr();
-        EXPECT_EQ(g_liveFakes, m_before);
-    }
+    PropAccess() { m_prop.Attach(m_object); }
     template <class Call>
     void ExpectFailure(const char* context, Call call) {
         ExpectThrows(context, call, kFailure);
     }
-    int m_before;
-    CFakeObject* m_object;
+    CFakeObject* m_object = new CFakeObject;
     IMAPIPropPtr m_prop;
 };
 

@@ -10,9 +10,9 @@ using namespace fakes;
 const std::string kUid = "0123456789abcdef";
 const std::string kOtherUid = "ffffffffffffffff";
 
-class Sessions : public testing::Test {
+class Sessions : public NoFakeOutlives {
 protected:
-    Sessions() : m_before(g_liveFakes), m_fake(new CFakeSession(m_world)) {
+    Sessions() {
         m_session.Attach(m_fake);
         m_store = m_world.Add("store", new CFakeMsgStore(m_world));
         m_other = m_world.Add("other", new CFakeMsgStore(m_world));
@@ -28,11 +28,6 @@ protected:
         m_store->values[PR_SENTMAIL_ENTRYID] = Bytes(PR_SENTMAIL_ENTRYID, "root");
         m_store->receiveFolder = "a";
     }
-    ~Sessions() override {
-        m_session.Free();
-        m_world.objects.clear();
-        EXPECT_EQ(g_liveFakes, m_before);
-    }
     CFakeFolder* AddFolder(const std::string& id, const char* name, const std::string& parent) {
         CFakeFolder* folder = m_world.Add(id, new CFakeFolder(m_world));
         folder->values[PR_DISPLAY_NAME_A] = Text(PR_DISPLAY_NAME_A, name);
@@ -43,9 +38,8 @@ protected:
     IMAPIFolderPtr Folder(const char* id) {
         return IMAPIFolderPtr(static_cast<IMAPIFolder*>(m_world.objects[id].Get()));
     }
-    int m_before;
     CFakeWorld m_world;
-    CFakeSession* m_fake;
+    CFakeSession* m_fake = new CFakeSession(m_world);
     CMapiSession m_session;
     CFakeMsgStore *m_store, *m_other;
     CFakeFolder* m_root;

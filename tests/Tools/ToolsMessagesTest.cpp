@@ -8,13 +8,9 @@ namespace {
 
 using namespace fakes;
 
-class ToolsAttachments : public testing::Test {
+class ToolsAttachments : public NoFakeOutlives {
 protected:
-    ToolsAttachments() : m_before(g_liveFakes), m_fake(new CFakeMessage) { m_message.Attach(m_fake); }
-    ~ToolsAttachments() override {
-        m_message = IMessagePtr();
-        EXPECT_EQ(g_liveFakes, m_before);
-    }
+    ToolsAttachments() { m_message.Attach(m_fake); }
     CFakeAttach* Add(const char* name) {
         ULONG number = 0;
         IAttachPtr attach;
@@ -22,8 +18,7 @@ protected:
         m_fake->attachments.back()->values[PR_ATTACH_FILENAME_A] = Text(PR_ATTACH_FILENAME_A, name);
         return m_fake->attachments.back().Get();
     }
-    int m_before;
-    CFakeMessage* m_fake;
+    CFakeMessage* m_fake = new CFakeMessage;
     IMessagePtr m_message;
 };
 
@@ -62,10 +57,10 @@ TEST_F(ToolsAttachments, AFailureKeepsWhatTheCallerHad) {
     EXPECT_FALSE(created);
 }
 
-class ToolsDelete : public testing::Test {
+class ToolsDelete : public NoFakeOutlives {
 protected:
-    ToolsDelete() : m_fake(new CFakeSession(m_world)) {
-        m_session.Attach(m_fake);
+    ToolsDelete() {
+        m_session.Attach(new CFakeSession(m_world));
         m_folder = m_world.Add("folder", new CFakeFolder(m_world));
         m_bin = m_world.Add("bin", new CFakeFolder(m_world));
         m_store = m_world.Add("store", new CFakeMsgStore(m_world));
@@ -75,7 +70,6 @@ protected:
     void Delete() { DeleteMessages(m_messages, IMAPIFolderPtr(m_folder), m_session); }
     CRecordingUserInterface m_ui;
     CFakeWorld m_world;
-    CFakeSession* m_fake;
     CMapiSession m_session;
     CFakeFolder *m_folder, *m_bin;
     CFakeMsgStore* m_store;
