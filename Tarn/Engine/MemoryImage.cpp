@@ -155,10 +155,10 @@ CSyncFileImage ImageOfFolder(const CMapiRowSet& rows, ULONG syncIdTag, CSeenRows
     return image;
 }
 
-std::optional<CSyncFileImage> ImageOfRun(const CMapiRowSet& rows, ULONG syncIdTag,
-                                         const CWrittenRows& written, bool ofSource) {
+std::optional<CSyncFileImage> ImageOfRun(const CMapiRowSet& rows, const CWrittenRows& written,
+                                         bool ofSource) {
     if (!written.IsSure()) return {};
-    CImageBuilder builder(rows, OfRun, syncIdTag);
+    CImageBuilder builder(rows, OfRun, written.SyncIdTag(ofSource));
     CSyncFileImage image;
     CMerge merge(builder, image);
     const std::vector<const CWrittenRow*> newest = WrittenNewestFirst(written, ofSource);

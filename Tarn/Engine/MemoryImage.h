@@ -20,8 +20,7 @@ CSyncFileImage ImageOfFolder(const CMapiRowSet& rows, ULONG syncIdTag, CSeenRows
 
 // Of a folder as the run has read it and changed it since: the same bytes, as long as nobody else has changed
 // it. `rows` in the columns of SyncColumn, newest first. Empty where the notes do not tell enough.
-std::optional<CSyncFileImage> ImageOfRun(const CMapiRowSet& rows, ULONG syncIdTag,
-                                         const CWrittenRows& written, bool ofSource);
+std::optional<CSyncFileImage> ImageOfRun(const CMapiRowSet& rows, const CWrittenRows& written, bool ofSource);
 
 // What the memory of a side is made of at the end of a run: the image, or else what was seen.
 struct CSideMemory {

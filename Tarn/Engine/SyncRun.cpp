@@ -1,18 +1,11 @@
 // The order of the phases of a run, and what becomes of the run when one of them fails.
-#include <Platform/Memory.h>
 #include <Platform/Registry.h>
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/SyncRun.h>
 
-#include <algorithm>
-
 namespace {
 constexpr char SwitchKey[] = "Software\\Ostrand\\Vellum";
 constexpr size_t MaxTracedKey = 250;
-constexpr ULONG ManyRows = 50000;  // tens of megabytes
-// Of what the run writes: so much is always noted, and so great a part of large folders.
-constexpr ULONG FewRows = 1000;
-constexpr ULONG NotedPart = 8;
 
 // A phase whose failure is told in words of its own and ends only that phase. A failed call of a store
 // goes on to whoever encloses the phase.
@@ -419,35 +412,6 @@ bool CSyncRun::Permitted() {
     return false;
 }
 
-// While the lists are whole: the copy loops free what is done.
-void CSyncRun::MarkRowsOfSides() {
-    if (!HasRows()) return;
-    m_source.marks = MarkRows(m_source.rows, m_target.changes);
-    m_target.marks = MarkRows(m_target.rows, m_source.changes);
-}
-
-// A folder that holds what is put aside in the other, or the other itself, changes with it.
-bool CSyncRun::LiesInOneStore() const {
-    const CMapiBinary source = m_source.folder.GetBinProp(PR_STORE_RECORD_KEY);
-    return source.IsEmpty() || source == m_target.folder.GetBinProp(PR_STORE_RECORD_KEY);
-}
-
-// What the memories are made of without reading the folders again. Whether an item that was written still
-// belongs to the rows of a query, only the store can tell.
-void CSyncRun::StartNotes() {
-    m_engine.NoteUnsure();
-    m_phasesFailedBefore = m_engine.m_outcome.phasesFailed;
-    if (!HasRows() || !HasChanges() || m_engine.IsFiltered()) return;
-    try {
-        if (LiesInOneStore()) return;
-        const ULONG most = std::max(FewRows, (m_source.rows.Count() + m_target.rows.Count()) / NotedPart);
-        m_engine.m_writtenRows.Start(most, m_engine.TagsOf(m_source.folder.RawProp()).larchId,
-                                     m_engine.TagsOf(m_target.folder.RawProp()).larchId);
-    } catch (const CMAPIException&) {
-        // They are read, then.
-    }
-}
-
 // --- doing -----------------------------------------------------------------------------------------
 
 void CSyncRun::KeepConflictLosers() {
@@ -483,42 +447,6 @@ void CSyncRun::CopyBothWays() {
     ServerTraceWrite(m_engine.m_traceFile,
                      "----------------------------------------- copy target to source ---------------- \n");
     copy(m_target, m_source, m_engine.m_sourceData, true);
-}
-
-// What is behind a run is let go before the next phase makes up its own: together they would take twice
-// the room.
-void CSyncRun::ForgetTables() {
-    m_source.table = IMAPITablePtr();
-    m_target.table = IMAPITablePtr();
-}
-
-void CSyncRun::ForgetMemories() {
-    m_engine.m_sourceData.Clear();
-    m_engine.m_targetData.Clear();
-}
-
-void CSyncRun::ForgetRows() {
-    DropChanges();
-    const bool many = HasRows() && m_source.rows.Count() + m_target.rows.Count() > ManyRows;
-    if (m_engine.m_outcome.phasesFailed != m_phasesFailedBefore) m_engine.NoteUnsure();
-    RememberRows(m_source, true);
-    RememberRows(m_target, false);
-    m_engine.m_sourceMemory = &m_source.memory;
-    m_engine.m_targetMemory = &m_target.memory;
-    if (many) ReturnFreeMemory();
-}
-
-void CSyncRun::RememberRows(Side& side, bool isSource) {
-    if (side.rows.IsValid()) {
-        const ULONG syncIdTag = m_engine.TagsOf(side.folder.RawProp()).larchId;
-        side.memory.image = ImageOfRun(side.rows, syncIdTag, m_engine.m_writtenRows, isSource);
-        if (side.memory.image)
-            ++m_engine.m_notReadAgain;
-        else
-            side.memory.seen.emplace(side.rows, side.marks, m_engine.m_ownWrites);
-    }
-    CRowMarks().swap(side.marks);
-    side.rows.Free();
 }
 
 void CSyncRun::WriteState() {
@@ -571,34 +499,6 @@ bool CSyncFolder::PollCancelled() {
     if (m_progress) m_cancelled = m_progress->IsCancelled();
     if (m_cancelled) m_outcome.cancelled = true;
     return m_cancelled != 0;
-}
-
-void CSyncFolder::NoteWritten(const SBinary& entryId) {
-    m_ownWrites.NoteTarget(entryId);
-}
-
-namespace {
-// Zero where it cannot be had: what the table says at the end of the run stands for it.
-FILETIME TimeOfSaved(const IMessagePtr& message) {
-    try {
-        CMapiPropValue time;
-        if (message.GetOneProp(PR_LAST_MODIFICATION_TIME, time) >= 0) return time.Time();
-    } catch (const CMAPIException&) {
-    }
-    return {};
-}
-}  // namespace
-
-void CSyncFolder::NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId,
-                            bool inFrom) {
-    const FILETIME time = m_writtenRows.IsSure()
-                              ? m_writtenRows.NoteSaved(message, entryId, m_copyToSource != inFrom)
-                              : TimeOfSaved(message);
-    m_ownWrites.NoteSaved(entryId, time, syncId);
-}
-
-bool CSyncFolder::WasWritten(const SBinary& entryId) const {
-    return m_ownWrites.IsTargetOfPass(BytesOf(entryId));
 }
 
 void CSyncFolder::NoteChanged(unsigned items) {

@@ -71,7 +71,7 @@ bool CWrittenRows::Tell(const CMapiPropValues& values, ULONG syncIdTag, CWritten
 }
 
 FILETIME CWrittenRows::NoteSaved(const IMessagePtr& message, const SBinary& entryId, bool inSource) {
-    const ULONG syncIdTag = inSource ? m_sourceSyncIdTag : m_targetSyncIdTag;
+    const ULONG syncIdTag = SyncIdTag(inSource);
     CMapiPropValues values;
     const HRESULT hr = message.GetPropsHr(
         0, values, {PR_LAST_MODIFICATION_TIME, syncIdTag, PR_SUBJECT_A, PR_DISPLAY_NAME_A, PR_SEARCH_KEY});

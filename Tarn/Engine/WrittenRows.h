@@ -29,6 +29,7 @@ public:
     // No notes, and none are taken until the next Start.
     void Drop();
     bool IsSure() const { return m_isSure; }
+    ULONG SyncIdTag(bool ofSource) const { return ofSource ? m_sourceSyncIdTag : m_targetSyncIdTag; }
 
     // To be called behind each save, with the item open. Answers its time, zero where it could not be had.
     // Never throws CMAPIException.

@@ -60,6 +60,23 @@ std::vector<std::string> NamesIn(const std::string& bytes) {
 
 INSTANTIATE_TEST_SUITE_P(Runs, RunTest, ::testing::Bool());
 
+namespace {
+class ShortTermTables : public TwoFolders {
+protected:
+    ShortTermTables() : TwoFolders(StoreOptions{true}) {}
+};
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Runs, ShortTermTables, ::testing::Bool());
+
+TEST_P(ShortTermTables, MemoriesNameItemsByTheirLongTermIds) {
+    Given(Both("A B C"), Synced());
+    EXPECT_EQ(notReadAgain, 2u);
+    ExpectMemoriesTellTheFolders();
+    When(Source().Changes("A", "text"), Source().Deletes("B"), Target().Creates("D"));
+    Then(Both("A C D"));
+}
+
 // --- what is left behind -----------------------------------------------------------------------------
 
 TEST_P(RunTest, FoldersAreReadAgainOnlyWhereNotesDoNotTellEnough) {

@@ -80,6 +80,7 @@ struct Synced {};
 
 class TwoFolders : public TwoStores, public ::testing::WithParamInterface<bool> {
 protected:
+    explicit TwoFolders(StoreOptions options = {}) : TwoStores(options) {}
     void SetUp() override;
     void TearDown() override;
 
