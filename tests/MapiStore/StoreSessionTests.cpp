@@ -391,26 +391,6 @@ int InAnotherProcess(Body&& body) {
 
 }  // namespace
 
-TEST_F(StoreSession, AnotherProcessSharesNamesTimesAndChanges) {
-    const std::uint64_t before =
-        TicksOf(TimeOf(SavedMessage(left.Get(), "Mine").Get(), PR_LAST_MODIFICATION_TIME));
-    LogOffAll();
-    const int status = InAnotherProcess([&] {
-        if (OpenFirst() != S_OK) _exit(1);
-        auto folder = MakeFolder(OpenStoreFolder(leftStore.Get(), PR_IPM_SUBTREE_ENTRYID).Get(), "Left");
-        NamedTag(folder.Get(), L"Theirs", PT_LONG);
-        SavedMessage(folder.Get(), "Theirs");
-        _exit(::testing::Test::HasFailure() ? 2 : 0);
-    });
-    EXPECT_EQ(status, 0);
-    ASSERT_EQ(OpenFirst(), S_OK);
-    auto folder = MakeFolder(OpenStoreFolder(leftStore.Get(), PR_IPM_SUBTREE_ENTRYID).Get(), "Left");
-    EXPECT_EQ(SubjectsIn(folder.Get()), "Mine Theirs");
-    EXPECT_EQ(PROP_ID(NamedTag(folder.Get(), L"Theirs", PT_LONG)), 0x8000u);
-    EXPECT_EQ(PROP_ID(NamedTag(folder.Get(), L"Ours", PT_LONG)), 0x8001u);
-    EXPECT_GT(TicksOf(TimeOf(SavedMessage(folder.Get(), "Last").Get(), PR_LAST_MODIFICATION_TIME)), before);
-}
-
 // Also those of the first version, in which nothing can be looked up and nothing can be added for it.
 TEST_F(StoreSession, FilesThatOnlyOthersMayWriteAreRead) {
     constexpr int enoughForALookup = 600;
