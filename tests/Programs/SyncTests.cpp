@@ -81,6 +81,7 @@ TEST_F(Pairs, WhatCannotWorkIsRefusedAndChangesNothing) {
                   {"--new-only", "deleted"});
     ExpectRefusal({"pair", "add", "Home/C", "Home", "--subfolders"}, 2, {"lies in the other"});
     ExpectRefusal({"pair", "edit", "first", "--query", "not ("}, 2, {"^"});
+    ExpectRefusal({"pair", "edit", "first"}, 2, {"what to change"});
     ExpectRefusal({"pair", "edit", "second", "--delete"}, 2, {"no pair \"second\"", "There are: first"});
     ExpectRefusal({"pair", "remove", "9"}, 2, {"no pair \"9\""});
     ExpectRefusal({"sync", "second"}, 2, {"no pair \"second\""});

@@ -158,6 +158,9 @@ int AddPair(CCommandContext& context, const CPairArguments& arguments) {
 }
 
 int EditPair(CCommandContext& context, const CPairArguments& arguments) {
+    if (arguments.options.IsEmpty())
+        throw CCommandError(ExitCode::Usage, "Nothing is said about what to change",
+                            "Name it, for example:  --delete, --to-target or --query TEXT");
     CProfileSession& session = context.Session();
     CPairStore store(session);
     auto pairs = store.Load();

@@ -76,6 +76,12 @@ void CPairOptions::AddTo(CLI::App& command) {
     command.add_option("--name", m_name, "The pair's name")->type_name("NAME");
 }
 
+bool CPairOptions::IsEmpty() const {
+    const auto isGiven = [](const Switch& one) { return one.on || one.off; };
+    return !m_both && !m_toTarget && !m_fromTarget && !m_query && !m_name &&
+           std::none_of(m_switches.begin(), m_switches.end(), isGiven);
+}
+
 void CPairOptions::Apply(CTarnSetting& pair) const {
     if (m_both + m_toTarget + m_fromTarget > 1)
         throw CCommandError(ExitCode::Usage, "--both, --to-target and --from-target exclude each other");

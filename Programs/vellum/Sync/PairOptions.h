@@ -12,6 +12,7 @@ class CPairOptions {
 public:
     // Enters the switches into a command.
     void AddTo(CLI::App& command);
+    bool IsEmpty() const;  // nothing was said
     // Changes the flags and texts that were given. Throws CCommandError for switches that contradict
     // each other, and for combinations that would destroy items.
     void Apply(CTarnSetting& pair) const;
