@@ -1,8 +1,8 @@
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
+#include <Platform/Machine.h>
 #include <Platform/OfTarget.h>
 
-#include <cstdlib>
 #include <mutex>
 #include <optional>
 
@@ -16,8 +16,7 @@ std::mutex g_lock;                         // guards the next one and changes of
 std::optional<std::string> g_fromOutside;  // what the variable held before the first SetBaseDirectory
 
 std::string Variable() {
-    const char* set = std::getenv(BaseVariable);
-    return set ? set : "";
+    return EnvironmentVariable(BaseVariable);
 }
 
 std::string BaseDirectory() {
@@ -26,7 +25,7 @@ std::string BaseDirectory() {
 }
 
 std::string Made(const std::string& path) {
-    MakeDirectories(path);
+    MakePrivateDirectories(path);
     return path;
 }
 

@@ -1,4 +1,4 @@
-// Where things lie. All paths are 8-bit in the system's code page, without a closing separator.
+// Where things lie. All paths are UTF-8, without a closing separator.
 #pragma once
 #include <string>
 

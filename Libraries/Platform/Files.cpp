@@ -1,3 +1,4 @@
+#include <Platform/CodePage.h>
 #include <Platform/Files.h>
 #include <Platform/OfTarget.h>
 
@@ -31,10 +32,11 @@ std::string TemporaryBeside(const std::string& path) {
 }
 
 // FILETIME ticks; 0 for an entry that has just gone.
-std::uint64_t Written(const fs::directory_entry& entry) {
+template <class Entry>
+std::uint64_t Written(const Entry& entry) {
     using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
     std::error_code error;
-    const auto time = entry.last_write_time(error);
+    const auto time = fs::last_write_time(entry, error);
     if (error) return 0;
     const auto sinceUnix = fs::file_time_type::clock::to_sys(time).time_since_epoch();
     constexpr auto unixEpoch = Ticks(116'444'736'000'000'000);
@@ -48,13 +50,18 @@ void SetLastFileError(const std::error_code& error) {
 }
 
 std::string LastFileError() {
-    return t_lastError ? t_lastError.message() : std::string();
+    return t_lastError ? Utf8FromCodePage(t_lastError.message(), AnsiCodePage()) : std::string();
 }
 
 bool FileExists(const std::string& path) {
     std::error_code error;
     const auto status = fs::status(NativePath(path), error);
     return fs::exists(status) && !fs::is_directory(status);
+}
+
+bool FileIsAbsent(const std::string& path) {
+    std::error_code error;
+    return fs::status(NativePath(path), error).type() == fs::file_type::not_found;
 }
 
 bool DirectoryExists(const std::string& path) {
@@ -68,6 +75,29 @@ bool MakeDirectories(const std::string& path) {
     // A trailing separator or a race with another creator reads as a failure although all is well.
     return DirectoryExists(path) ||
            Result(false, error ? error : std::make_error_code(std::errc::not_a_directory));
+}
+
+bool MakePrivateDirectories(const std::string& path) {
+    if (DirectoryExists(path)) return true;
+    const std::string above = NarrowPath(NativePath(path).parent_path());
+    if (!above.empty() && above != path && !MakePrivateDirectories(above)) return false;
+    const int code = MakePrivateDirectory(path);
+    // Another creator may have been faster.
+    return DirectoryExists(path) || Result(false, std::error_code(code, std::system_category()));
+}
+
+bool CreatePrivateFile(const std::string& path) {
+    const int code = WriteAndFlush(path, {});
+    return Result(code == 0, std::error_code(code, std::system_category()));
+}
+
+FileStamp StampOfFile(const std::string& path) {
+    FileStamp stamp;
+    std::error_code error;
+    const auto cb = fs::file_size(NativePath(path), error);
+    if (error) return stamp;
+    stamp = {true, cb, Written(NativePath(path))};
+    return stamp;
 }
 
 bool RemoveFile(const std::string& path) {
@@ -138,6 +168,31 @@ bool WriteFileDurably(const std::string& path, const std::string& bytes) {
     }
     FlushDirectory(NarrowPath(NativePath(path).parent_path()));
     return true;
+}
+
+bool PublishFile(const std::string& from, const std::string& to) {
+    if (const int code = FlushFile(from)) return Result(false, std::error_code(code, std::system_category()));
+    if (!RenameFile(from, to)) return false;
+    FlushDirectory(NarrowPath(NativePath(to).parent_path()));
+    return true;
+}
+
+bool CopyPrivateFile(const std::string& from, const std::string& to) {
+    if (!CreatePrivateFile(to)) return false;
+    errno = 0;
+    std::ifstream source(NativePath(from), std::ios::binary);
+    std::ofstream target(NativePath(to), std::ios::binary);
+    std::string block(1 << 20, 0);
+    while (source && target) {
+        source.read(block.data(), static_cast<std::streamsize>(block.size()));
+        target.write(block.data(), source.gcount());
+    }
+    const bool isWhole = source.eof() && target.flush().good();
+    const std::error_code error = SystemError();
+    target.close();
+    if (isWhole && FlushFile(to) == 0) return true;
+    RemoveFile(to);
+    return Result(false, error);
 }
 
 std::string JoinPath(const std::string& directory, const std::string& name) {

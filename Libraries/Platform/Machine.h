@@ -1,4 +1,4 @@
-// What identifies this machine and this user, and how text of the outside is encoded.
+// What identifies this machine and this user.
 #pragma once
 #include <windows.h>
 #include <string>
@@ -15,12 +15,6 @@ enum class Language { English, German };
 Language UserLanguage();
 void SetUserLanguage(Language language);
 
-// The 8-bit text of this system is in its ANSI code page, UTF-8 on other targets than Windows. A
-// byte or character that has no counterpart becomes '?' (narrowing) or U+FFFD (widening).
-std::wstring WideFromNarrow(const std::string& text);
-std::string NarrowFromWide(const wchar_t* text, size_t count);
-std::string NarrowFromWide(const std::wstring& text);
-
 // The system's own message for a code, without a line end; empty if it knows none.
 std::string SystemMessage(HRESULT hr);
 
@@ -29,6 +23,9 @@ GUID NewGuid();
 
 // Starts another program and does not wait. False if it could not be started.
 bool LaunchProgram(const std::string& path, const std::string& arguments);
+
+// What the environment holds under the name; empty where it holds nothing.
+std::string EnvironmentVariable(const char* name);
 
 // The number of this process.
 DWORD ProcessId();

@@ -9,3 +9,8 @@
 #include <mapitags.h>
 #include <imessage.h>
 // clang-format on
+
+// A flag of PR_STORE_SUPPORT_MASK that not every version of the headers has: the store takes PT_UNICODE.
+#ifndef STORE_UNICODE_OK
+#define STORE_UNICODE_OK ((ULONG)0x00040000)
+#endif

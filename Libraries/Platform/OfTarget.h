@@ -20,12 +20,17 @@ ClockState& SharedClockState();
 // For this process, its other modules and its children; empty takes the variable away.
 void SetEnvironment(const char* name, const std::string& value);
 
-// Paths in the system's code page and what the standard library makes of them.
+// Paths, and what the standard library makes of them.
 std::filesystem::path NativePath(const std::string& path);
 std::string NarrowPath(const std::filesystem::path& path);
 
 // Writes a new file and flushes it to the disk; 0 or the system's code.
 int WriteAndFlush(const std::string& path, const std::string& bytes);
+// Flushes what was written to an existing file to the disk; 0 or the system's code.
+int FlushFile(const std::string& path);
+// Makes one directory, open to its owner alone where the target's rights are not inherited; 0 or the
+// system's code.
+int MakePrivateDirectory(const std::string& path);
 // Copies a file over another or to a new name; 0 or the system's code. The standard library of one
 // target refuses an existing file, whatever it is told.
 int CopyOver(const std::string& from, const std::string& to);

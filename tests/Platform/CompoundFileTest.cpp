@@ -85,11 +85,11 @@ TEST_F(CompoundFileTest, OpeningAnswersThePublishedCodes) {
     EXPECT_EQ(STG_E_PATHNOTFOUND, TryOpen(Path("absent/absent.dat"), Exclusive));
     EXPECT_EQ(STG_E_INVALIDFLAG, TryOpen(Path("absent.dat"), STGM_READWRITE));
 
-    WriteFileDurably(NarrowFromWide(Path("text.dat")), Pattern(5000));
+    WriteFileDurably(Utf8FromWide(Path("text.dat")), Pattern(5000));
     EXPECT_EQ(STG_E_FILEALREADYEXISTS, TryOpen(Path("text.dat"), ReadExclusive));
     EXPECT_EQ(STG_E_FILEALREADYEXISTS, TryCreate(Path("text.dat"), Exclusive));
     std::string bytes;
-    EXPECT_TRUE(ReadFileBytes(NarrowFromWide(Path("text.dat")), bytes));
+    EXPECT_TRUE(ReadFileBytes(Utf8FromWide(Path("text.dat")), bytes));
     EXPECT_EQ(Pattern(5000), bytes) << "a refused creation leaves the file alone";
 
     const StorageHold root = CreateFileStorage(Path("modes.dat"));

@@ -5,6 +5,7 @@
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
 #include <Platform/MapiHeaders.h>
+#include <Platform/Utf8.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +26,7 @@ constexpr DWORD ReadExclusive = STGM_READ | STGM_SHARE_EXCLUSIVE;
 class CompoundFileTest : public ::testing::Test {
 protected:
     static std::wstring Path(const std::string& name) {
-        return WideFromNarrow(JoinPath(DataDirectory(), name));
+        return WideFromUtf8(JoinPath(DataDirectory(), name));
     }
 
     static StorageHold CreateFileStorage(const std::wstring& path, DWORD mode = STGM_CREATE | Exclusive) {
@@ -90,7 +91,7 @@ protected:
         STATSTG stat{};
         ULONG got = 0;
         while (elements->Next(1, &stat, &got) == S_OK) {
-            const std::string name = NarrowFromWide(stat.pwcsName);
+            const std::string name = Utf8FromWide(stat.pwcsName);
             names.push_back(stat.type == STGTY_STORAGE ? name + "/"
                                                        : name + ":" + std::to_string(stat.cbSize.QuadPart));
             CoTaskMemFree(stat.pwcsName);

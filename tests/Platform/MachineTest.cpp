@@ -2,6 +2,7 @@
 #include <Platform/MapiHeaders.h>
 #include <Platform/Threads.h>
 #include <Platform/UserInterface.h>
+#include <Platform/Utf8.h>
 #include <Platform/WindowMessages.h>
 #include <gtest/gtest.h>
 
@@ -102,10 +103,10 @@ TEST(MachineTest, ComputerNameCanBePlayed) {
 }
 
 TEST(MachineTest, TextSurvivesTheWayThroughWide) {
-    for (const std::string text : {"", "plain", "zero \0 inside"}) {
-        EXPECT_EQ(text, NarrowFromWide(WideFromNarrow(text)));
+    for (const std::string& text : {std::string(), std::string("plain"), std::string("zero \0 inside", 13)}) {
+        EXPECT_EQ(text, Utf8FromWide(WideFromUtf8(text)));
     }
-    EXPECT_EQ(L"abc", WideFromNarrow("abc"));
+    EXPECT_EQ(L"abc", WideFromUtf8("abc"));
 }
 
 TEST(MachineTest, GuidsAreNewAndPublishedOnesDefined) {

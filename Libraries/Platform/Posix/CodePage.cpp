@@ -2,6 +2,7 @@
 #include <iconv.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 namespace {
@@ -83,7 +84,17 @@ private:
     iconv_t m_handle;
 };
 
+std::atomic<unsigned> g_codePage{Utf8CodePage};
+
 }  // namespace
+
+unsigned AnsiCodePage() {
+    return g_codePage.load(std::memory_order_relaxed);
+}
+
+void ChooseAnsiCodePage(unsigned codePage) {
+    g_codePage = codePage ? codePage : Utf8CodePage;
+}
 
 std::string Utf8FromCodePage(std::string_view bytes, unsigned codePage) {
     std::string room;

@@ -4,6 +4,7 @@
 
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -101,7 +102,7 @@ public:
         return S_OK;
     }
 
-    std::wstring Name() const override { return WideFromNarrow(m_path); }
+    std::wstring Name() const override { return WideFromUtf8(m_path); }
 
 private:
     HRESULT OpenFailure(int code) {

@@ -3,6 +3,7 @@
 #include "CompoundObjects.h"
 
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 
 #include <filesystem>
 
@@ -71,7 +72,7 @@ HRESULT StgCreateDocfile(const WCHAR* pwcsName, DWORD grfMode, DWORD reserved, I
         HRESULT hr = CheckMode(grfMode, true);
         if (hr == S_OK) hr = CheckShare(grfMode);
         if (hr != S_OK) return hr;
-        const std::string path = pwcsName ? NarrowFromWide(pwcsName) : TemporaryPath();
+        const std::string path = pwcsName ? Utf8FromWide(pwcsName) : TemporaryPath();
         std::error_code ignored;
         const bool exists = std::filesystem::exists(path, ignored);
         if (exists && !(grfMode & STGM_CREATE)) return STG_E_FILEALREADYEXISTS;
@@ -93,7 +94,7 @@ HRESULT StgOpenStorage(const WCHAR* pwcsName, IStorage* pstgPriority, DWORD grfM
         if (grfMode & (STGM_CREATE | STGM_DELETEONRELEASE)) hr = STG_E_INVALIDFLAG;
         if (hr != S_OK) return hr;
         std::unique_ptr<IBacking> backing;
-        hr = OpenFileBacking(NarrowFromWide(pwcsName), grfMode, false, backing);
+        hr = OpenFileBacking(Utf8FromWide(pwcsName), grfMode, false, backing);
         return hr == S_OK ? OpenOn(std::move(backing), grfMode, ppstgOpen) : hr;
     });
 }

@@ -1,3 +1,5 @@
+#include <Platform/Files.h>
+#include <Platform/Machine.h>
 #include <Platform/OfTarget.h>
 
 #include <fcntl.h>
@@ -12,6 +14,7 @@
 namespace {
 
 constexpr mode_t NewFileMode = 0600;
+constexpr mode_t NewDirectoryMode = 0700;
 
 // The places of the XDG base directories; a relative value of the variable does not count.
 std::string XdgDirectory(const char* variable, const char* belowHome) {
@@ -56,6 +59,15 @@ ClockState& SharedClockState() {
     return state;
 }
 
+std::string EnvironmentVariable(const char* name) {
+    const char* set = std::getenv(name);
+    return set ? set : "";
+}
+
+std::FILE* OpenFile(const std::string& path, const char* mode) {
+    return std::fopen(path.c_str(), mode);
+}
+
 void SetEnvironment(const char* name, const std::string& value) {
     if (value.empty()) {
         ::unsetenv(name);
@@ -76,6 +88,18 @@ int WriteAndFlush(const std::string& path, const std::string& bytes) {
     if (fd < 0) return errno;
     const int code = WriteAll(fd, bytes);
     return ::close(fd) == 0 || code ? code : errno;
+}
+
+int FlushFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return errno;
+    const int code = ::fsync(fd) == 0 ? 0 : errno;
+    ::close(fd);
+    return code;
+}
+
+int MakePrivateDirectory(const std::string& path) {
+    return ::mkdir(path.c_str(), NewDirectoryMode) == 0 ? 0 : errno;
 }
 
 int CopyOver(const std::string& from, const std::string& to) {

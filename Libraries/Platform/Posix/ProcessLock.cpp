@@ -21,6 +21,7 @@ struct CProcessLock::State {
 namespace {
 
 constexpr auto PollInterval = std::chrono::milliseconds(10);
+constexpr size_t LimitOfText = 0x10000;
 
 bool LockWithin(int fd, unsigned timeoutMs) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -41,9 +42,10 @@ bool ReplaceContents(int fd, const std::string& text) {
 }
 
 std::string ShortContents(int fd) {
-    char text[4096];
-    const ssize_t n = ::pread(fd, text, sizeof text, 0);
-    return n > 0 ? std::string(text, static_cast<size_t>(n)) : std::string();
+    std::string text(LimitOfText, '\0');
+    const ssize_t n = ::pread(fd, text.data(), text.size(), 0);
+    text.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    return text;
 }
 
 }  // namespace
@@ -79,6 +81,13 @@ bool CProcessLock::TryLock(const std::string& path, const std::string& text, std
     }
     m_state = std::move(state);
     return true;
+}
+
+bool CProcessLock::Replace(const std::string& text) {
+    if (!m_state) return false;
+    if (ReplaceContents(m_state->fd, text)) return true;
+    SetLastFileError(std::error_code(errno, std::generic_category()));
+    return false;
 }
 
 void CProcessLock::Unlock() {

@@ -1,10 +1,11 @@
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 
 #include <objbase.h>
 #include <shellapi.h>
 
 #include <atomic>
-#include <cstdlib>
+#include <iterator>
 #include <mutex>
 
 namespace {
@@ -22,12 +23,12 @@ std::string ComputerName() {
         const std::lock_guard guard(g_lock);
         if (!g_computerNameForTest.empty()) return g_computerNameForTest.substr(0, MaxComputerName);
     }
-    if (const char* outside = std::getenv("VELLUM_COMPUTER_NAME"); outside && *outside) {
-        return std::string(outside).substr(0, MaxComputerName);
+    if (const std::string outside = EnvironmentVariable("VELLUM_COMPUTER_NAME"); !outside.empty()) {
+        return outside.substr(0, MaxComputerName);
     }
-    char name[MaxComputerName + 1] = {};
-    DWORD size = sizeof name;
-    return GetComputerNameA(name, &size) && *name ? name : "unknown";
+    wchar_t name[MaxComputerName + 1] = {};
+    DWORD size = MaxComputerName + 1;
+    return GetComputerNameW(name, &size) && *name ? Utf8FromWide(name) : "unknown";
 }
 
 void SetComputerNameForTest(const std::string& name) {
@@ -45,39 +46,12 @@ void SetUserLanguage(Language language) {
     g_language = static_cast<int>(language);
 }
 
-std::wstring WideFromNarrow(const std::string& text) {
-    const int length = static_cast<int>(text.size());
-    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_ACP, 0, text.data(), length, nullptr, 0)),
-                      L'\0');
-    if (!wide.empty()) {
-        MultiByteToWideChar(CP_ACP, 0, text.data(), length, wide.data(), static_cast<int>(wide.size()));
-    }
-    return wide;
-}
-
-std::string NarrowFromWide(const wchar_t* text, size_t count) {
-    const int length = static_cast<int>(count);
-    // The system's best fit would turn letters into others that look alike. A code page that is
-    // UTF-8 knows every character and refuses the flag.
-    const bool utf8 = GetACP() == CP_UTF8;
-    const DWORD flags = utf8 ? 0 : WC_NO_BEST_FIT_CHARS;
-    const char* unknown = utf8 ? nullptr : "?";
-    const int size = WideCharToMultiByte(CP_ACP, flags, text, length, nullptr, 0, unknown, nullptr);
-    std::string narrow(static_cast<size_t>(size), '\0');
-    if (size > 0) WideCharToMultiByte(CP_ACP, flags, text, length, narrow.data(), size, unknown, nullptr);
-    return narrow;
-}
-
-std::string NarrowFromWide(const std::wstring& text) {
-    return NarrowFromWide(text.data(), text.size());
-}
-
 std::string SystemMessage(HRESULT hr) {
-    char text[512] = {};
+    wchar_t text[512] = {};
     constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
     const DWORD length =
-        FormatMessageA(flags, nullptr, static_cast<DWORD>(hr), 0, text, sizeof text, nullptr);
-    std::string message(text, length);
+        FormatMessageW(flags, nullptr, static_cast<DWORD>(hr), 0, text, std::size(text), nullptr);
+    std::string message = Utf8FromWide(text, length);
     while (!message.empty() && (message.back() == '\n' || message.back() == '\r' || message.back() == ' ')) {
         message.pop_back();
     }
@@ -91,8 +65,8 @@ GUID NewGuid() {
 }
 
 bool LaunchProgram(const std::string& path, const std::string& arguments) {
-    const HINSTANCE result =
-        ShellExecuteA(nullptr, "open", path.c_str(), arguments.c_str(), nullptr, SW_SHOWNORMAL);
+    const HINSTANCE result = ShellExecuteW(nullptr, L"open", WideFromUtf8(path).c_str(),
+                                           WideFromUtf8(arguments).c_str(), nullptr, SW_SHOWNORMAL);
     return reinterpret_cast<INT_PTR>(result) > 32;  // up to 32 are the published error codes
 }
 

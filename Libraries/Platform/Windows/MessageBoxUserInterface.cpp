@@ -1,8 +1,10 @@
 #include "MessageBoxUserInterface.h"
 
+#include <Platform/Utf8.h>
+
 int CMessageBoxUserInterface::OnMessageBox(const std::string& text, const std::string& caption,
                                            unsigned style) {
-    return MessageBoxA(nullptr, text.c_str(), caption.c_str(), style);
+    return MessageBoxW(nullptr, WideFromUtf8(text).c_str(), WideFromUtf8(caption).c_str(), style);
 }
 
 void CMessageBoxUserInterface::OnMissingFolders(const std::vector<std::string>& paths) {

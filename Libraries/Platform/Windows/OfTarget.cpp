@@ -1,5 +1,7 @@
+#include <Platform/Files.h>
 #include <Platform/Machine.h>
 #include <Platform/OfTarget.h>
+#include <Platform/Utf8.h>
 
 #include <cstdlib>
 #include <new>
@@ -7,8 +9,8 @@
 namespace {
 
 std::string EnvironmentDirectory(const char* variable) {
-    const char* set = std::getenv(variable);
-    return std::string(set && *set ? set : ".") + "\\Vellum";
+    const std::string set = EnvironmentVariable(variable);
+    return (set.empty() ? "." : set) + "\\Vellum";
 }
 
 // The module that this code was linked into: the add-in's DLL or the program.
@@ -59,36 +61,61 @@ ClockState& SharedClockState() {
 }
 
 void SetEnvironment(const char* name, const std::string& value) {
-    _putenv((std::string(name) + "=" + value).c_str());
+    _wputenv(WideFromUtf8(std::string(name) + "=" + value).c_str());
+}
+
+std::string EnvironmentVariable(const char* name) {
+    return Utf8FromWide(_wgetenv(WideFromUtf8(name).c_str()));
 }
 
 std::filesystem::path NativePath(const std::string& path) {
-    return WideFromNarrow(path);
+    return WideFromUtf8(path);
 }
 std::string NarrowPath(const std::filesystem::path& path) {
-    return NarrowFromWide(path.wstring());
+    return Utf8FromWide(path.wstring());
 }
 
 int WriteAndFlush(const std::string& path, const std::string& bytes) {
-    const HANDLE file =
-        CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file = CreateFileW(WideFromUtf8(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
     const DWORD code = WriteAll(file, bytes);
     CloseHandle(file);
     return static_cast<int>(code);
 }
 
+int FlushFile(const std::string& path) {
+    const HANDLE file = CreateFileW(NativePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
+    const DWORD code = FlushFileBuffers(file) ? ERROR_SUCCESS : GetLastError();
+    CloseHandle(file);
+    return static_cast<int>(code);
+}
+
+// A directory inherits the rights of the user's profile.
+int MakePrivateDirectory(const std::string& path) {
+    std::error_code error;
+    std::filesystem::create_directory(NativePath(path), error);
+    return error.value();
+}
+
 int CopyOver(const std::string& from, const std::string& to) {
-    return CopyFileA(from.c_str(), to.c_str(), FALSE) ? 0 : static_cast<int>(GetLastError());
+    const bool copied = CopyFileW(WideFromUtf8(from).c_str(), WideFromUtf8(to).c_str(), FALSE);
+    return copied ? 0 : static_cast<int>(GetLastError());
+}
+
+std::FILE* OpenFile(const std::string& path, const char* mode) {
+    return _wfopen(WideFromUtf8(path).c_str(), WideFromUtf8(mode).c_str());
 }
 
 // The file system keeps renames in order by itself.
 void FlushDirectory(const std::string&) {}
 
 std::string SystemModuleDirectory() {
-    char path[MAX_PATH] = {};
-    const DWORD length = GetModuleFileNameA(OwnModule(), path, MAX_PATH);
-    const std::string text(path, length < MAX_PATH ? length : 0);
+    wchar_t path[MAX_PATH] = {};
+    const DWORD length = GetModuleFileNameW(OwnModule(), path, MAX_PATH);
+    const std::string text = Utf8FromWide(path, length < MAX_PATH ? length : 0);
     const size_t separator = text.rfind('\\');
     return separator == std::string::npos ? "." : text.substr(0, separator);
 }

@@ -1,5 +1,6 @@
 #include <Platform/Files.h>
 #include <Platform/OfTarget.h>
+#include <Platform/Utf8.h>
 
 #include <chrono>
 
@@ -15,6 +16,7 @@ struct CProcessLock::State {
 namespace {
 
 constexpr DWORD PollMs = 10;
+constexpr DWORD LimitOfText = 0x10000;
 
 // One byte far behind the holder's text, which others must still be able to read.
 OVERLAPPED LockedByte() {
@@ -42,10 +44,12 @@ bool ReplaceContents(HANDLE file, const std::string& text) {
 }
 
 std::string ShortContents(HANDLE file) {
-    char text[4096];
+    std::string text(LimitOfText, '\0');
     DWORD got = 0;
     SetFilePointer(file, 0, nullptr, FILE_BEGIN);
-    return ReadFile(file, text, sizeof text, &got, nullptr) ? std::string(text, got) : std::string();
+    if (!ReadFile(file, text.data(), LimitOfText, &got, nullptr)) got = 0;
+    text.resize(got);
+    return text;
 }
 
 void KeepError() {
@@ -73,8 +77,9 @@ bool CProcessLock::TryLock(const std::string& path, const std::string& text, std
     Unlock();
     holder.clear();
     auto state = std::make_unique<State>();
-    state->file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                              nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    state->file =
+        CreateFileW(WideFromUtf8(path).c_str(), GENERIC_READ | GENERIC_WRITE,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (state->file == INVALID_HANDLE_VALUE || !LockWithin(state->file, timeoutMs)) {
         KeepError();
         if (state->file != INVALID_HANDLE_VALUE) holder = ShortContents(state->file);
@@ -84,6 +89,13 @@ bool CProcessLock::TryLock(const std::string& path, const std::string& text, std
     if (!ReplaceContents(state->file, text)) KeepError();
     m_state = std::move(state);
     return true;
+}
+
+bool CProcessLock::Replace(const std::string& text) {
+    if (!m_state) return false;
+    if (ReplaceContents(m_state->file, text)) return true;
+    KeepError();
+    return false;
 }
 
 void CProcessLock::Unlock() {

@@ -1,4 +1,5 @@
 #include <Platform/Registry.h>
+#include <Platform/Utf8.h>
 
 #include <utility>
 #include <vector>
@@ -37,7 +38,7 @@ LONG CRegistryKey::Open(RegistryRoot root, const std::string& path, bool write) 
     Close();
     HKEY key = nullptr;
     const REGSAM access = write ? KEY_READ | KEY_WRITE : KEY_READ;
-    const LONG result = RegOpenKeyExA(RootKey(root), path.c_str(), 0, access, &key);
+    const LONG result = RegOpenKeyExW(RootKey(root), WideFromUtf8(path).c_str(), 0, access, &key);
     if (result != ERROR_SUCCESS) return result;
     m_handle = key;
     m_root = root;
@@ -49,8 +50,9 @@ LONG CRegistryKey::Open(RegistryRoot root, const std::string& path, bool write) 
 LONG CRegistryKey::Create(RegistryRoot root, const std::string& path) {
     Close();
     HKEY key = nullptr;
-    const LONG result = RegCreateKeyExA(RootKey(root), path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                        KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
+    const LONG result =
+        RegCreateKeyExW(RootKey(root), WideFromUtf8(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                        KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
     if (result != ERROR_SUCCESS) return result;
     m_handle = key;
     m_root = root;
@@ -69,7 +71,7 @@ std::optional<DWORD> CRegistryKey::ReadDword(const std::string& name) const {
     DWORD type = 0;
     DWORD value = 0;
     DWORD size = sizeof value;
-    const LONG result = m_open ? RegQueryValueExA(KeyOf(m_handle), name.c_str(), nullptr, &type,
+    const LONG result = m_open ? RegQueryValueExW(KeyOf(m_handle), WideFromUtf8(name).c_str(), nullptr, &type,
                                                   reinterpret_cast<BYTE*>(&value), &size)
                                : ERROR_INVALID_HANDLE;
     if (result != ERROR_SUCCESS || type != REG_DWORD || size != sizeof value) return std::nullopt;
@@ -78,40 +80,42 @@ std::optional<DWORD> CRegistryKey::ReadDword(const std::string& name) const {
 
 std::optional<std::string> CRegistryKey::ReadString(const std::string& name) const {
     if (!m_open) return std::nullopt;
-    std::vector<char> bytes(256);
+    std::vector<wchar_t> units(128);
     DWORD type = 0;
     LONG result = ERROR_MORE_DATA;
     DWORD size = 0;
     // Somebody may make the value longer between the two calls.
     for (int tries = 0; tries < 10 && result == ERROR_MORE_DATA; ++tries) {
-        size = static_cast<DWORD>(bytes.size());
-        result = RegQueryValueExA(KeyOf(m_handle), name.c_str(), nullptr, &type,
-                                  reinterpret_cast<BYTE*>(bytes.data()), &size);
-        if (result == ERROR_MORE_DATA) bytes.resize(size + 1);
+        size = static_cast<DWORD>(units.size() * sizeof(wchar_t));
+        result = RegQueryValueExW(KeyOf(m_handle), WideFromUtf8(name).c_str(), nullptr, &type,
+                                  reinterpret_cast<BYTE*>(units.data()), &size);
+        if (result == ERROR_MORE_DATA) units.resize(size / sizeof(wchar_t) + 1);
     }
     if (result != ERROR_SUCCESS || type != REG_SZ) return std::nullopt;
-    std::string text(bytes.data(), size);
+    std::string text = Utf8FromWide(units.data(), size / sizeof(wchar_t));
     if (!text.empty() && text.back() == '\0') text.pop_back();
     return text;
 }
 
 LONG CRegistryKey::WriteDword(const std::string& name, DWORD value) {
     if (!m_open) return ERROR_INVALID_HANDLE;
-    return RegSetValueExA(KeyOf(m_handle), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                          sizeof value);
+    return RegSetValueExW(KeyOf(m_handle), WideFromUtf8(name).c_str(), 0, REG_DWORD,
+                          reinterpret_cast<const BYTE*>(&value), sizeof value);
 }
 
 LONG CRegistryKey::WriteString(const std::string& name, const std::string& value) {
     if (!m_open) return ERROR_INVALID_HANDLE;
-    return RegSetValueExA(KeyOf(m_handle), name.c_str(), 0, REG_SZ,
-                          reinterpret_cast<const BYTE*>(value.c_str()), static_cast<DWORD>(value.size() + 1));
+    const std::wstring text = WideFromUtf8(value);
+    return RegSetValueExW(KeyOf(m_handle), WideFromUtf8(name).c_str(), 0, REG_SZ,
+                          reinterpret_cast<const BYTE*>(text.c_str()),
+                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
 }
 
 LONG CRegistryKey::DeleteValue(const std::string& name) {
-    return m_open ? RegDeleteValueA(KeyOf(m_handle), name.c_str()) : ERROR_INVALID_HANDLE;
+    return m_open ? RegDeleteValueW(KeyOf(m_handle), WideFromUtf8(name).c_str()) : ERROR_INVALID_HANDLE;
 }
 
 LONG DeleteRegistryTree(RegistryRoot root, const std::string& path) {
     // The empty path would empty the whole root.
-    return path.empty() ? ERROR_BAD_PATHNAME : RegDeleteTreeA(RootKey(root), path.c_str());
+    return path.empty() ? ERROR_BAD_PATHNAME : RegDeleteTreeW(RootKey(root), WideFromUtf8(path).c_str());
 }

@@ -1,3 +1,4 @@
+#include <Platform/Utf8.h>
 #include <Platform/WindowMessages.h>
 
 #include <condition_variable>
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr char ClassName[] = "VellumMessageSink";
+constexpr wchar_t ClassName[] = L"VellumMessageSink";
 constexpr UINT CloseRequest = WM_APP + 1;
 
 // One hidden window with its thread. Messages reach the sink on that thread.
@@ -34,7 +35,7 @@ bool IsForSink(UINT message) {
 }
 
 LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
-    const auto* window = reinterpret_cast<Window*>(GetWindowLongPtrA(hwnd, GWLP_USERDATA));
+    const auto* window = reinterpret_cast<Window*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
     if (window && IsForSink(message)) {
         try {
             return window->sink->OnWindowMessage(message, wParam, lParam);
@@ -47,24 +48,25 @@ LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM 
         return 0;
     }
     if (message == WM_DESTROY) PostQuitMessage(0);
-    return DefWindowProcA(hwnd, message, wParam, lParam);
+    return DefWindowProcW(hwnd, message, wParam, lParam);
 }
 
 void RegisterClassOnce() {
     static std::once_flag once;
     std::call_once(once, [] {
-        WNDCLASSA description{};
+        WNDCLASSW description{};
         description.lpfnWndProc = WindowProcedure;
-        description.hInstance = GetModuleHandleA(nullptr);
+        description.hInstance = GetModuleHandleW(nullptr);
         description.lpszClassName = ClassName;
-        RegisterClassA(&description);
+        RegisterClassW(&description);
     });
 }
 
 void RunWindow(Window& window) {
-    const HWND hwnd = CreateWindowExA(WS_EX_TOOLWINDOW, ClassName, window.title.c_str(), WS_POPUP, 0, 0, 0, 0,
-                                      nullptr, nullptr, GetModuleHandleA(nullptr), nullptr);
-    if (hwnd) SetWindowLongPtrA(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&window));
+    const HWND hwnd =
+        CreateWindowExW(WS_EX_TOOLWINDOW, ClassName, WideFromUtf8(window.title).c_str(), WS_POPUP, 0, 0, 0, 0,
+                        nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+    if (hwnd) SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&window));
     {
         const std::lock_guard guard(g_lock);
         window.hwnd = hwnd;
@@ -72,19 +74,19 @@ void RunWindow(Window& window) {
     }
     g_started.notify_all();
     MSG message;
-    while (hwnd && GetMessageA(&message, nullptr, 0, 0) > 0) {
-        DispatchMessageA(&message);
+    while (hwnd && GetMessageW(&message, nullptr, 0, 0) > 0) {
+        DispatchMessageW(&message);
     }
 }
 
 }  // namespace
 
 WindowHandle FindWindowByTitle(const std::string& title) {
-    return reinterpret_cast<WindowHandle>(FindWindowA(nullptr, title.c_str()));
+    return reinterpret_cast<WindowHandle>(FindWindowW(nullptr, WideFromUtf8(title).c_str()));
 }
 
 LRESULT SendWindowMessage(WindowHandle window, UINT message, WPARAM wParam, LPARAM lParam) {
-    return IsWindow(HwndOf(window)) ? SendMessageA(HwndOf(window), message, wParam, lParam) : 0;
+    return IsWindow(HwndOf(window)) ? SendMessageW(HwndOf(window), message, wParam, lParam) : 0;
 }
 
 LRESULT SendCopyData(WindowHandle window, ULONG_PTR data, const std::string& text) {
@@ -122,6 +124,6 @@ CWindowRegistration::~CWindowRegistration() {
         g_windows.erase(it);
     }
     // The thread ends with its window, after the message that is under way.
-    PostMessageA(window->hwnd, CloseRequest, 0, 0);
+    PostMessageW(window->hwnd, CloseRequest, 0, 0);
     window->thread.join();
 }

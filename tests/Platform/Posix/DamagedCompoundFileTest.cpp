@@ -10,7 +10,7 @@ class DamagedCompoundFileTest : public CompoundFileTest {
 protected:
     static std::string BytesOf(const std::wstring& path) {
         std::string bytes;
-        EXPECT_TRUE(ReadFileBytes(NarrowFromWide(path), bytes));
+        EXPECT_TRUE(ReadFileBytes(Utf8FromWide(path), bytes));
         return bytes;
     }
 

@@ -60,7 +60,7 @@ TEST_F(CompoundFileTest, SizesBeyondTheFormatAreRefusedWithoutTakingMemory) {
 TEST_F(CompoundFileTest, ACommitThatFailsKeepsTheOldFile) {
     const std::string directory = JoinPath(DataDirectory(), "full");
     ASSERT_TRUE(MakeDirectories(directory));
-    const std::wstring path = WideFromNarrow(JoinPath(directory, "kept.dat"));
+    const std::wstring path = WideFromUtf8(JoinPath(directory, "kept.dat"));
     AddStream(*CreateFileStorage(path), L"s", "old");
     {
         const StorageHold root = OpenFileStorage(path, Exclusive);

@@ -1,12 +1,13 @@
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <gtest/gtest.h>
 
 TEST(TextTest, Utf8GoesBothWays) {
     const std::string text = "Zo\xC3\xAB \xE2\x82\xAC \xF0\x9F\x93\x81";
-    EXPECT_EQ(L"Zo\x00EB \x20AC \x1F4C1", WideFromNarrow(text));
-    EXPECT_EQ(text, NarrowFromWide(WideFromNarrow(text)));
+    EXPECT_EQ(L"Zo\x00EB \x20AC \x1F4C1", WideFromUtf8(text));
+    EXPECT_EQ(text, Utf8FromWide(WideFromUtf8(text)));
     const wchar_t pair[] = {0xD83D, 0xDCC1};
-    EXPECT_EQ("\xF0\x9F\x93\x81", NarrowFromWide(pair, 2)) << "UTF-16 that was widened unit by unit";
+    EXPECT_EQ("\xF0\x9F\x93\x81", Utf8FromWide(pair, 2)) << "UTF-16 that was widened unit by unit";
 }
 
 TEST(TextTest, WhatIsNoTextIsReplaced) {
@@ -25,8 +26,11 @@ TEST(TextTest, WhatIsNoTextIsReplaced) {
         {std::string("a\0b", 3), {L'a', 0, L'b'}, "a zero is a character"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(c.wide, WideFromNarrow(c.narrow)) << c.reason;
+        EXPECT_EQ(c.wide, WideFromUtf8(c.narrow)) << c.reason;
     }
     const wchar_t broken[] = {0xD800, L'a', 0x110000};
-    EXPECT_EQ("?a?", NarrowFromWide(broken, 3));
+    EXPECT_EQ(
+        "\xEF\xBF\xBD"
+        "a\xEF\xBF\xBD",
+        Utf8FromWide(broken, 3));
 }
