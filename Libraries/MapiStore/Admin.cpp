@@ -13,12 +13,6 @@ namespace {
 
 constexpr HRESULT kNone = static_cast<HRESULT>(MAPI_E_NO_SUPPORT);
 
-HRESULT NoError(LPMAPIERROR* error) {
-    if (!error) return MAPI_E_INVALID_PARAMETER;
-    *error = nullptr;
-    return S_OK;
-}
-
 void CheckUnicodeOnly(ULONG flags) {
     Require((flags & ~static_cast<ULONG>(MAPI_UNICODE | MAPI_DIALOG | MAPI_DEFAULT_SERVICES)) == 0,
             MAPI_E_UNKNOWN_FLAGS);
@@ -36,12 +30,12 @@ std::string ServiceRow(const ProfileStore& store) {
     return bag.Build({}).small;
 }
 
-class CServiceAdmin : public CUnknownImpl<IMsgServiceAdmin> {
+class CServiceAdmin : public CUnknownImpl<IMsgServiceAdmin, IStoreRestore> {
 public:
     explicit CServiceAdmin(CProfile profile) : m_profile(std::move(profile)) {}
 
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
-        return NoError(error);
+    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hr, ULONG flags, LPMAPIERROR* error) override {
+        return GiveLastError(hr, flags, error);
     }
     HRESULT STDMETHODCALLTYPE GetMsgServiceTable(ULONG flags, LPMAPITABLE* table) override {
         return OpenTable(
@@ -62,6 +56,8 @@ public:
     }
     HRESULT STDMETHODCALLTYPE MsgServiceTransportOrder(ULONG, LPMAPIUID, ULONG) override { return kNone; }
     HRESULT STDMETHODCALLTYPE AdminProviders(LPMAPIUID, ULONG, LPPROVIDERADMIN*) override { return kNone; }
+    HRESULT STDMETHODCALLTYPE Restore(const MAPIUID* store, const char* file, ULONG flags, char* kept,
+                                      ULONG cbKept) override;
     HRESULT STDMETHODCALLTYPE SetPrimaryIdentity(LPMAPIUID, ULONG) override { return kNone; }
     HRESULT STDMETHODCALLTYPE GetProviderTable(ULONG flags, LPMAPITABLE* table) override {
         return OpenTable(
@@ -71,6 +67,7 @@ public:
 
 protected:
     void* FindInterface(REFIID riid) override {
+        if (riid == IID_IStoreRestore) return static_cast<IStoreRestore*>(this);
         return riid == IID_IUnknown || riid == IID_IMsgServiceAdmin ? static_cast<IMsgServiceAdmin*>(this)
                                                                     : nullptr;
     }
@@ -120,6 +117,17 @@ HRESULT CServiceAdmin::DeleteMsgService(LPMAPIUID uid) {
     });
 }
 
+HRESULT CServiceAdmin::Restore(const MAPIUID* store, const char* file, ULONG flags, char* kept,
+                               ULONG cbKept) {
+    return GuardedCall([&] {
+        Require(file && (kept || cbKept == 0), MAPI_E_INVALID_PARAMETER);
+        Require((flags & ~(STORE_RESTORE_DAMAGED | STORE_RESTORE_OTHER)) == 0, MAPI_E_UNKNOWN_FLAGS);
+        const std::string path = m_profile.RestoreStore(UidOf(store), file, flags);
+        if (cbKept > 0) kept[path.copy(kept, cbKept - 1)] = 0;
+        return S_OK;
+    });
+}
+
 HRESULT CServiceAdmin::RenameMsgService(LPMAPIUID uid, ULONG flags, LPTSTR name) {
     return GuardedCall([&] {
         Require(name, MAPI_E_INVALID_PARAMETER);
@@ -150,12 +158,12 @@ void CServiceAdmin::ConfigureOne(const StoreUid& uid, const SPropValue& value) {
         case PR_RESOURCE_FLAGS:
             if (value.Value.l & STATUS_DEFAULT_STORE) m_profile.SetDefaultStore(uid);
             return;
-        case PR_STORE_TABLES_SHORT_TERM:
+        case PR_STORE_HABITS:
             for (const ProfileStore& store : m_profile.Stores()) {
                 if (!(store.uid == uid)) continue;
                 const auto core = CStoreCore::Open(m_profile.PathOf(store));
                 const CStoreLock lock(*core);
-                core->SetLongTermIds(value.Value.b != 0);
+                core->SetHabits(CStoreHabits(static_cast<ULONG>(value.Value.l)));
                 return;
             }
             throw CStoreError(MAPI_E_NOT_FOUND);
@@ -166,8 +174,8 @@ void CServiceAdmin::ConfigureOne(const StoreUid& uid, const SPropValue& value) {
 
 class CProfileAdmin : public CUnknownImpl<IProfAdmin> {
 public:
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
-        return NoError(error);
+    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hr, ULONG flags, LPMAPIERROR* error) override {
+        return GiveLastError(hr, flags, error);
     }
     HRESULT STDMETHODCALLTYPE GetProfileTable(ULONG flags, LPMAPITABLE* table) override;
     HRESULT STDMETHODCALLTYPE CreateProfile(LPTSTR name, LPTSTR, ULONG_PTR, ULONG flags) override;

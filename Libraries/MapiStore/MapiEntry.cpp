@@ -1,15 +1,12 @@
 // The published entry points into sessions and profiles.
-#include <atomic>
-
 #include "Admin.h"
+#include "MapiThreads.h"
 #include "Profile.h"
 #include "PropertyCodec.h"
 #include "Session.h"
 #include "StoreCall.h"
 
 namespace {
-
-std::atomic<int> g_initialized{0};
 
 // The profile that a logon names; empty for the default one.
 std::string ProfileToOpen(const char* name, ULONG flags) {
@@ -21,15 +18,14 @@ std::string ProfileToOpen(const char* name, ULONG flags) {
 }  // namespace
 
 extern "C" HRESULT STDAPICALLTYPE MAPIInitialize(LPVOID init) {
-    if (const auto* version = static_cast<MAPIINIT_0*>(init)) {
-        if (version->ulVersion != MAPI_INIT_VERSION) return MAPI_E_VERSION;
-    }
-    ++g_initialized;
+    const auto* given = static_cast<MAPIINIT_0*>(init);
+    if (given && given->ulVersion != MAPI_INIT_VERSION) return MAPI_E_VERSION;
+    EnterMapi(given ? given->ulFlags : 0);
     return S_OK;
 }
 
 extern "C" void STDAPICALLTYPE MAPIUninitialize(void) {
-    if (g_initialized > 0) --g_initialized;
+    LeaveMapi();
 }
 
 extern "C" HRESULT STDAPICALLTYPE MAPILogonEx(ULONG_PTR, LPTSTR name, LPTSTR, ULONG flags,
@@ -37,10 +33,14 @@ extern "C" HRESULT STDAPICALLTYPE MAPILogonEx(ULONG_PTR, LPTSTR name, LPTSTR, UL
     return GuardedCall([&] {
         Require(session, MAPI_E_INVALID_PARAMETER);
         *session = nullptr;
-        Require(g_initialized > 0, MAPI_E_NOT_INITIALIZED);
-        const std::string profile = ProfileToOpen(name, flags);
+        Require(IsMapiThread(), MAPI_E_NOT_INITIALIZED);
+        // Whoever does not ask for a session of its own gets the one that is shared, whatever it names.
+        std::string profile = flags & MAPI_NEW_SESSION ? std::string() : CSession::SharedProfile();
+        if (profile.empty()) profile = ProfileToOpen(name, flags);
         Require(ProfileExists(profile), MAPI_E_LOGON_FAILED);
-        *session = new CSession(CProfile(profile));
+        auto* opened = new CSession(CProfile(profile));
+        if (flags & MAPI_ALLOW_OTHERS) opened->Share(profile);
+        *session = opened;
         return S_OK;
     });
 }
@@ -50,7 +50,7 @@ extern "C" HRESULT STDAPICALLTYPE MAPIAdminProfiles(ULONG flags, LPPROFADMIN* ad
         Require(admin, MAPI_E_INVALID_PARAMETER);
         *admin = nullptr;
         Require(flags == 0, MAPI_E_UNKNOWN_FLAGS);
-        Require(g_initialized > 0, MAPI_E_NOT_INITIALIZED);
+        Require(IsMapiThread(), MAPI_E_NOT_INITIALIZED);
         *admin = MakeProfileAdmin();
         return S_OK;
     });

@@ -1,5 +1,6 @@
 #include "Notifier.h"
 
+#include "MapiThreads.h"
 #include "StoreCall.h"
 
 #include <chrono>
@@ -17,7 +18,12 @@ using namespace std::chrono_literals;
 class CNotifierThread {
 public:
     void Post(std::shared_ptr<CConnection> connection) {
+        const bool apart = HasNotificationThread();
         const std::lock_guard lock(m_mutex);
+        if (!apart) {
+            m_waiting.push_back(std::move(connection));
+            return;
+        }
         m_queue.push_back(std::move(connection));
         if (!m_running) {
             std::thread(&CNotifierThread::Work, this).detach();
@@ -26,8 +32,20 @@ public:
         m_wake.notify_one();
     }
 
+    // On the thread that they wait for.
+    void Dispatch() {
+        std::deque<std::shared_ptr<CConnection>> waiting;
+        {
+            const std::lock_guard lock(m_mutex);
+            waiting.swap(m_waiting);
+        }
+        for (const auto& connection : waiting)
+            connection->Run();
+    }
+
 private:
     void Work() {
+        AdoptMapiThread();
         std::unique_lock lock(m_mutex);
         while (m_wake.wait_for(lock, 5s, [this] { return !m_queue.empty(); })) {
             auto connection = std::move(m_queue.front());
@@ -43,6 +61,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_wake;
     std::deque<std::shared_ptr<CConnection>> m_queue;
+    std::deque<std::shared_ptr<CConnection>> m_waiting;
     bool m_running = false;
 };
 
@@ -142,4 +161,8 @@ bool RemoveConnection(ULONG number) {
     if (core) core->RemoveWatcher(connection.get());
     connection->Close();
     return true;
+}
+
+void DispatchNotifications() {
+    if (IsFirstMapiThread()) TheThread().Dispatch();
 }

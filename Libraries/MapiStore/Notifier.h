@@ -46,3 +46,6 @@ private:
 ULONG AddConnection(const std::shared_ptr<CStoreCore>& core, const std::shared_ptr<CConnection>& connection);
 // False for an unknown number.
 bool RemoveConnection(ULONG number);
+
+// Carries what has waited for this thread, where notifications come on no thread of their own.
+void DispatchNotifications();

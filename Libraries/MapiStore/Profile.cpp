@@ -1,14 +1,18 @@
 #include "Profile.h"
 
+#include <Platform/Clock.h>
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
+#include <Platform/StoreExtensions.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <sstream>
 
 #include "PropertyCodec.h"
 #include "StoreCall.h"
+#include "StoreRestore.h"
 
 namespace {
 
@@ -68,7 +72,7 @@ class CProfilesLock {
 public:
     CProfilesLock() {
         std::string holder;
-        Require(MakeDirectories(ProfilesDirectory()), MAPI_E_DISK_ERROR);
+        Require(MakePrivateDirectories(ProfilesDirectory()), MAPI_E_DISK_ERROR);
         Require(m_lock.TryLock(JoinPath(ProfilesDirectory(), "lock"), "profiles", holder, kLockTimeoutMs),
                 MAPI_E_BUSY);
     }
@@ -163,7 +167,7 @@ void CreateProfileNamed(const std::string& name) {
     CheckName(name);
     const CProfilesLock lock;
     Require(!ProfileExists(name), MAPI_E_NO_ACCESS);
-    Require(MakeDirectories(DirectoryOf(name)), MAPI_E_DISK_ERROR);
+    Require(MakePrivateDirectories(DirectoryOf(name)), MAPI_E_DISK_ERROR);
     WriteStores(DirectoryOf(name), {});
     if (DefaultProfile().empty())
         Require(WriteFileDurably(JoinPath(ProfilesDirectory(), "default"), name), MAPI_E_DISK_ERROR);
@@ -237,7 +241,7 @@ StoreUid CProfile::AddStore(const std::string& displayName) {
         store.name = displayName;
         store.isDefault =
             std::none_of(stores.begin(), stores.end(), [](const auto& one) { return one.isDefault; });
-        CStoreCore::Create(PathOf(store), displayName, false);
+        CStoreCore::Create(PathOf(store), displayName);
         store.uid = CStoreCore::Open(PathOf(store))->Uid();
         stores.push_back(store);
     });
@@ -271,4 +275,36 @@ void CProfile::SetDefaultStore(const StoreUid& uid) {
         for (ProfileStore& store : stores)
             store.isDefault = store.uid == uid;
     });
+}
+
+namespace {
+// "store1.vst.kept-20261123-145012", of local time, and unlike any file that is there.
+std::string NameOfKept(const std::string& path) {
+    const SYSTEMTIME now = LocalNow();
+    char stamp[32];
+    std::snprintf(stamp, sizeof stamp, "%04u%02u%02u-%02u%02u%02u", now.wYear, now.wMonth, now.wDay,
+                  now.wHour, now.wMinute, now.wSecond);
+    std::string name = path + ".kept-" + stamp;
+    for (unsigned i = 2; FileExists(name); ++i)
+        name = path + ".kept-" + stamp + "-" + std::to_string(i);
+    return name;
+}
+}  // namespace
+
+std::string CProfile::RestoreStore(const StoreUid& uid, const std::string& file, ULONG flags) {
+    std::string kept;
+    Rewrite([&](std::vector<ProfileStore>& stores) {
+        const auto found = FindStore(stores, uid);
+        const std::string path = PathOf(*found);
+        const CCheckedBackup backup(file, path + ".restore", (flags & STORE_RESTORE_DAMAGED) != 0);
+        if (!(backup.Uid() == uid)) {
+            for (const ProfileStore& store : stores)
+                Require(!(store.uid == backup.Uid()), MAPI_E_COLLISION);
+            Require((flags & STORE_RESTORE_OTHER) != 0, MAPI_E_UNKNOWN_ENTRYID);
+        }
+        if (FileExists(path)) kept = NameOfKept(path);
+        backup.Replace(path, kept);
+        found->uid = backup.Uid();
+    });
+    return kept;
 }

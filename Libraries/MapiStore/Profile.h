@@ -36,6 +36,8 @@ public:
     void RemoveStore(const StoreUid& uid);  // with its file; MAPI_E_NOT_FOUND
     void RenameStore(const StoreUid& uid, const std::string& displayName);
     void SetDefaultStore(const StoreUid& uid);
+    // IStoreRestore of StoreExtensions.h; answers the path of what was replaced, empty if nothing was.
+    std::string RestoreStore(const StoreUid& uid, const std::string& file, ULONG flags);
 
 private:
     template <class Change>

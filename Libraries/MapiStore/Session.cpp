@@ -3,6 +3,7 @@
 #include "AddrBook.h"
 #include "Admin.h"
 #include "Folder.h"
+#include "MapiThreads.h"
 #include "MsgStore.h"
 #include "Tables.h"
 #include "WellKnown.h"
@@ -47,6 +48,36 @@ void* CSession::FindInterface(REFIID riid) {
     return riid == IID_IUnknown || riid == IID_IMAPISession ? static_cast<IMAPISession*>(this) : nullptr;
 }
 
+namespace {
+struct Shared {
+    std::mutex mutex;
+    const CSession* session = nullptr;
+    std::string profile;
+};
+Shared& TheShared() {
+    static auto* shared = new Shared;  // a session may outlast the statics
+    return *shared;
+}
+}  // namespace
+
+void CSession::Share(const std::string& profile) {
+    Shared& shared = TheShared();
+    const std::lock_guard lock(shared.mutex);
+    if (shared.session == nullptr) shared.session = this, shared.profile = profile;
+}
+
+void CSession::Unshare() {
+    Shared& shared = TheShared();
+    const std::lock_guard lock(shared.mutex);
+    if (shared.session == this) shared.session = nullptr, shared.profile.clear();
+}
+
+std::string CSession::SharedProfile() {
+    Shared& shared = TheShared();
+    const std::lock_guard lock(shared.mutex);
+    return shared.profile;
+}
+
 void CSession::RequireLoggedOn() {
     const std::lock_guard lock(m_mutex);
     Require(!m_loggedOff, MAPI_E_END_OF_SESSION);
@@ -67,10 +98,8 @@ CSession::OpenStore CSession::StoreOf(const StoreUid& uid) {
     throw CStoreError(MAPI_E_NOT_FOUND);
 }
 
-HRESULT CSession::GetLastError(HRESULT, ULONG, LPMAPIERROR* error) {
-    if (!error) return MAPI_E_INVALID_PARAMETER;
-    *error = nullptr;
-    return S_OK;
+HRESULT CSession::GetLastError(HRESULT hr, ULONG flags, LPMAPIERROR* error) {
+    return GiveLastError(hr, flags, error);
 }
 
 HRESULT CSession::GetMsgStoresTable(ULONG flags, LPMAPITABLE* table) {
@@ -99,6 +128,7 @@ HRESULT CSession::OpenMsgStore(ULONG_PTR, ULONG cb, LPENTRYID id, LPCIID iid, UL
     return GuardedCall([&] {
         Require(store, MAPI_E_INVALID_PARAMETER);
         *store = nullptr;
+        Require(IsMapiThread(), MAPI_E_NOT_INITIALIZED);
         constexpr ULONG known =
             MDB_NO_DIALOG | MDB_WRITE | MDB_TEMPORARY | MDB_NO_MAIL | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS;
         Require((flags & ~known) == 0, MAPI_E_UNKNOWN_FLAGS);
@@ -207,6 +237,7 @@ HRESULT CSession::QueryIdentity(ULONG* cb, LPENTRYID* id) {
 HRESULT CSession::Logoff(ULONG_PTR, ULONG, ULONG) {
     return GuardedCall([&] {
         std::map<StoreUid, OpenStore> stores;
+        Unshare();
         {
             const std::lock_guard lock(m_mutex);
             m_loggedOff = true;
@@ -214,7 +245,7 @@ HRESULT CSession::Logoff(ULONG_PTR, ULONG, ULONG) {
         }
         for (auto& [uid, store] : stores) {
             const CStoreLock lock(*store.core);
-            store.core->FlushBatch();
+            store.core->CommitGathered();
         }
         return S_OK;
     });

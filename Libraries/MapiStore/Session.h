@@ -10,6 +10,12 @@
 class CSession : public CUnknownImpl<IMAPISession> {
 public:
     explicit CSession(CProfile profile) : m_profile(std::move(profile)) {}
+    ~CSession() override { Unshare(); }
+
+    // Lets later logons of this process take part in the session, until it is logged off.
+    void Share(const std::string& profile);
+    // The profile of the session that is shared; empty if none is.
+    static std::string SharedProfile();
 
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override;
     HRESULT STDMETHODCALLTYPE GetMsgStoresTable(ULONG flags, LPMAPITABLE* table) override;
@@ -53,6 +59,7 @@ private:
     // The store of the profile with that UID. MAPI_E_NOT_FOUND if the profile has none such.
     OpenStore StoreOf(const StoreUid& uid);
     void RequireLoggedOn();
+    void Unshare();
     IUnknown* OpenStoreObject(const OpenStore& store, const IID* iid, bool writable);
 
     static constexpr HRESULT kNone = static_cast<HRESULT>(MAPI_E_NO_SUPPORT);

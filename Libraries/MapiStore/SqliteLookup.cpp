@@ -12,6 +12,7 @@
 #include "SqliteStorage.h"
 
 #include <algorithm>
+#include <set>
 
 #include "StoreError.h"
 
@@ -205,6 +206,82 @@ std::vector<ObjectId> CSqliteStorage::ReadTouched(std::uint64_t place) {
     return ids;
 }
 
+// --- checking ----------------------------------------------------------------------------------------
+
+void CSqliteStorage::CheckLookups(const std::function<void(const StoreDamage&)>& each,
+                                  StoreCheckCounts& counts) {
+    if (!m_hasLookups) return;
+    struct Row {
+        std::uint64_t number, place;
+        PropId property;
+    };
+    std::vector<Row> rows;
+    CSqliteSlot all(m_database, "SELECT number, place, property FROM lookup");
+    for (CSqliteUse row(all); row.Step();)
+        rows.push_back({row.NumberAt(0), row.NumberAt(1), static_cast<PropId>(row.NumberAt(2))});
+    for (const Row& row : rows)
+        CheckLookup(row.number, row.place, row.property, each);
+    counts.lookups = static_cast<ULONG>(rows.size());
+    const auto orphans = OneNumber(
+        "SELECT (SELECT count(*) FROM lookup_key WHERE lookup NOT IN (SELECT number FROM lookup))"
+        " + (SELECT count(*) FROM lookup_page WHERE lookup NOT IN (SELECT number FROM lookup))");
+    if (orphans > 0) each({"lookup", 0, std::to_string(orphans) + " key(s) of a lookup that is not there"});
+}
+
+// A key too many costs a look at the message; one too few hides it.
+void CSqliteStorage::CheckLookup(std::uint64_t number, std::uint64_t place, PropId property,
+                                 const std::function<void(const StoreDamage&)>& each) {
+    std::set<std::pair<std::string, ObjectId>> keys;
+    std::string last;
+    const auto damage = [&](const std::string& text) {
+        each({"lookup", FolderOf(RangeOfPlace(place).first), text});
+    };
+    const auto addPage = [&](std::string_view first, std::string_view page) {
+        bool isFirst = true, isOrdered = true;
+        ScanLookupPage(page, [&](std::string_view key, ObjectId id) {
+            isOrdered = isOrdered && key >= last && (!isFirst || key == first);
+            isFirst = false;
+            last = key;
+            keys.emplace(key, id);
+            return true;
+        });
+        if (!isOrdered) damage("keys of a lookup lie out of order");
+    };
+    try {
+        CSqliteSlot pages(m_database, "SELECT first, page FROM lookup_page WHERE lookup = ? ORDER BY id");
+        CSqliteUse page(pages);
+        page.Number(number);
+        while (page.Step())
+            addPage(std::string(page.BytesAt(0)), page.BytesAt(1));
+    } catch (const CStoreError&) {
+        damage("a page of a lookup cannot be read");
+    }
+    CSqliteSlot single(m_database,
+                       "SELECT CASE WHEN key = 0 THEN x'' ELSE key END, id FROM lookup_key WHERE lookup = ?");
+    CSqliteUse row(single);
+    row.Number(number);
+    while (row.Step())
+        keys.emplace(row.BytesAt(0), row.NumberAt(1));
+    const auto touched = ReadTouched(place);
+    const std::set<ObjectId> noted(touched.begin(), touched.end());
+    std::uint64_t missing = 0;
+    const IdRange range = RangeOfPlace(place);
+    CSqliteUse message(Slot(LookupScan));
+    message.Number(range.first).Number(range.last);
+    while (message.Step()) {
+        const ObjectId id = message.NumberAt(0);
+        if (noted.count(id) != 0) continue;
+        bool isThere = true;
+        ForEachKeyOf(property, message.NumberAt(1), message.NumberAt(2), message.BytesAt(3),
+                     [&](std::string_view key) {
+                         isThere = isThere && keys.count({std::string(key), id}) != 0;
+                     });
+        missing += !isThere;
+    }
+    if (missing > 0)
+        damage(std::to_string(missing) + " message(s) are not found by a question to the folder");
+}
+
 // --- asking ------------------------------------------------------------------------------------------
 
 // Both add what they find until there are `most`.
@@ -241,16 +318,18 @@ bool CSqliteStorage::FindMessages(ObjectId folder, bool associated, const std::v
                                   std::vector<ObjectId>& ids) {
     if (!m_hasLookups) return false;
     const std::uint64_t place = PlaceOf(MakeMessageId(folder, associated, 0));
+    // What may be written comes first: from then on everything is of one version of the file.
+    for (const LookupRange& range : ranges)
+        if (!FindLookup(place, range.property) && IsWorthALookup(place))
+            WriteQuietly([&] { BuildLookup(place, range.property); });
+    if (ReadTouched(place).size() > kMostTouched) WriteQuietly([&] { AbsorbTouched(place); });
     std::vector<Lookup> lookups;
     for (const LookupRange& range : ranges) {
-        auto lookup = FindLookup(place, range.property);
-        if (!lookup && IsWorthALookup(place) && WriteQuietly([&] { BuildLookup(place, range.property); }))
-            lookup = FindLookup(place, range.property);
+        const auto lookup = FindLookup(place, range.property);
         if (!lookup) return false;
         lookups.push_back(*lookup);
     }
     ids = ReadTouched(place);
-    if (ids.size() > kMostTouched && WriteQuietly([&] { AbsorbTouched(place); })) ids = ReadTouched(place);
     const auto open = m_places.find(place);
     if (InWrite() && open != m_places.end())
         ids.insert(ids.end(), open->second.ids.begin(), open->second.ids.end());

@@ -10,6 +10,7 @@ enum CSqliteStorage::StatementId : unsigned {
     Savepoint,
     Release,
     RollbackTo,
+    HoldAVersion,
     ReadCounters,
     WriteCounters,
     DataVersion,
@@ -81,11 +82,13 @@ enum CSqliteStorage::StatementId : unsigned {
 
 inline const char* const kSchema = R"(
 CREATE TABLE fact(name TEXT PRIMARY KEY, value BLOB) WITHOUT ROWID;
-CREATE TABLE counter(id INTEGER PRIMARY KEY CHECK(id = 1), serial INTEGER, folder INTEGER, change INTEGER, time INTEGER);
-INSERT INTO counter VALUES(1, 1, 1, 1, 0);
+CREATE TABLE counter(id INTEGER PRIMARY KEY CHECK(id = 1), serial INTEGER, folder INTEGER, change INTEGER, time INTEGER,
+  times BLOB);
+INSERT INTO counter VALUES(1, 1, 1, 1, 0, x'');
 CREATE TABLE name(id INTEGER PRIMARY KEY, guid BLOB, kind INTEGER, number INTEGER, text TEXT);
 CREATE UNIQUE INDEX name_value ON name(guid, kind, number, text);
-CREATE TABLE folder(id INTEGER PRIMARY KEY, parent INTEGER, created INTEGER, modified INTEGER, change INTEGER, block BLOB);
+CREATE TABLE folder(id INTEGER PRIMARY KEY, parent INTEGER, created INTEGER, modified INTEGER, change INTEGER, block BLOB,
+  name BLOB);
 CREATE INDEX folder_parent ON folder(parent);
 CREATE TABLE message(id INTEGER PRIMARY KEY, created INTEGER, modified INTEGER, change INTEGER, flags INTEGER,
   status INTEGER, size INTEGER, recipients INTEGER, attachments INTEGER, large INTEGER, block BLOB);
@@ -95,16 +98,24 @@ CREATE TABLE part(id INTEGER PRIMARY KEY, owner INTEGER, number INTEGER, large I
 CREATE UNIQUE INDEX part_owner ON part(owner, number);
 )";
 
-// Later than version 1: folders by name, and what SqliteLookup.cpp keeps; pages of keys came with version 3.
-// The key 0, in a page the empty one, stands for a value that has no key at hand.
+// What SqliteLookup.cpp keeps: later than version 1, pages of keys with version 3. The key 0, in a page the
+// empty one, stands for a value that has no key at hand.
 inline const char* const kLookupSchema = R"(
-CREATE INDEX IF NOT EXISTS folder_name ON folder(parent, folder_name(block));
 CREATE TABLE IF NOT EXISTS lookup(number INTEGER PRIMARY KEY, place INTEGER, property INTEGER, rows INTEGER,
   touched INTEGER, UNIQUE(place, property));
 CREATE TABLE IF NOT EXISTS lookup_key(lookup INTEGER, key, id INTEGER, PRIMARY KEY(lookup, key, id)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS lookup_page(id INTEGER PRIMARY KEY, lookup INTEGER, first BLOB, page BLOB);
 CREATE INDEX IF NOT EXISTS lookup_page_first ON lookup_page(lookup, first);
 CREATE TABLE IF NOT EXISTS lookup_touched(place INTEGER, id INTEGER, PRIMARY KEY(place, id)) WITHOUT ROWID;
+)";
+
+// Version 4. The name of a folder lies beside its block, so that any program that opens the file can keep the
+// index over it; NULL where the block is damaged. Before it the index called a function of ours.
+inline const char* const kNameIndex = "CREATE INDEX folder_name ON folder(parent, name);";
+inline const char* const kColumnsOfVersion4 = R"(
+DROP INDEX IF EXISTS folder_name;
+ALTER TABLE folder ADD COLUMN name BLOB;
+ALTER TABLE counter ADD COLUMN times BLOB;
 )";
 
 #define MESSAGE_HEAD "id, created, modified, change, flags, status, size, recipients, attachments, large"
@@ -117,8 +128,9 @@ inline const char* const kStatements[] = {
     "SAVEPOINT one_save",
     "RELEASE one_save",
     "ROLLBACK TO one_save",
-    "SELECT serial, folder, change, time FROM counter",
-    "UPDATE counter SET serial = ?, folder = ?, change = ?, time = ?",
+    "SELECT 1 FROM counter",
+    "SELECT serial, folder, change, times FROM counter",
+    "UPDATE counter SET serial = ?, folder = ?, change = ?, time = ?, times = ?",
     "PRAGMA data_version",
     "SELECT value FROM fact WHERE name = ?",
     "REPLACE INTO fact VALUES(?, ?)",
@@ -127,12 +139,12 @@ inline const char* const kStatements[] = {
     "SELECT id, guid, kind, number, text FROM name ORDER BY id",
     "INSERT INTO name VALUES(?, ?, ?, ?, ?)",
     "SELECT id, parent, created, modified, change, block FROM folder WHERE id = ?",
-    "REPLACE INTO folder VALUES(?, ?, ?, ?, ?, ?)",
+    "REPLACE INTO folder(id, parent, created, modified, change, block, name) VALUES(?, ?, ?, ?, ?, ?, ?)",
     "DELETE FROM folder WHERE id = ?",
     "SELECT id, parent, created, modified, change, block FROM folder WHERE parent = ?1 AND id <> ?1 ORDER BY "
     "id",
     "SELECT count(*) FROM folder WHERE parent = ?1 AND id <> ?1",
-    "SELECT id FROM folder WHERE parent = ?1 AND folder_name(block) = ?2 AND id <> ?1 ORDER BY id LIMIT 1",
+    "SELECT id FROM folder WHERE parent = ?1 AND name = ?2 AND id <> ?1 ORDER BY id LIMIT 1",
     "SELECT " MESSAGE_HEAD ", block FROM message WHERE id = ?",
     "SELECT " MESSAGE_HEAD " FROM message WHERE id = ?",
     "INSERT INTO message(" MESSAGE_HEAD ", block) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",

@@ -36,6 +36,12 @@ void ThrowSqlite(sqlite3* database, int code) {
     throw CStoreError(CodeOfSqlite(code), database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
 }
 
+std::string WordsOfSqlite(HRESULT hr) {
+    for (const int code : {SQLITE_FULL, SQLITE_IOERR})
+        if (CodeOfSqlite(code) == hr) return sqlite3_errstr(code);
+    return {};
+}
+
 void CSqliteSlot::Close() {
     for (sqlite3_stmt* statement : m_free)
         sqlite3_finalize(statement);
@@ -86,6 +92,7 @@ CSqliteUse& CSqliteUse::Text(std::string_view text) {
 
 bool CSqliteUse::Step() {
     const int code = sqlite3_step(m_statement);
+    if (m_slot.m_guard) m_slot.m_guard->CheckRead();
     if (code == SQLITE_ROW) return true;
     if (code == SQLITE_DONE) return false;
     ThrowSqlite(sqlite3_db_handle(m_statement), code);

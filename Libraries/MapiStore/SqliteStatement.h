@@ -1,5 +1,6 @@
 // Statements of SQLite: prepared once, kept, and bound by position.
 #pragma once
+#include <Platform/MapiHeaders.h>
 #include <sqlite3.h>
 
 #include <cstdint>
@@ -9,11 +10,21 @@
 
 // Throws the CStoreError for a result code of SQLite, with the database's message.
 [[noreturn]] void ThrowSqlite(sqlite3* database, int code);
+// The database's words for a disk that is full or fails; empty for any other code.
+std::string WordsOfSqlite(HRESULT hr);
+
+// Asked after every step whether what was read may be used; throws if not.
+class ISqliteReadGuard {
+public:
+    virtual ~ISqliteReadGuard() = default;
+    virtual void CheckRead() = 0;
+};
 
 // All statements of one text. A statement in use is not given out twice: a nested use prepares one more.
 class CSqliteSlot {
 public:
-    CSqliteSlot(sqlite3*& database, const char* sql) : m_database(database), m_sql(sql) {}
+    CSqliteSlot(sqlite3*& database, const char* sql, ISqliteReadGuard* guard = nullptr)
+        : m_database(database), m_sql(sql), m_guard(guard) {}
     ~CSqliteSlot() { Close(); }
     CSqliteSlot(const CSqliteSlot&) = delete;
     CSqliteSlot& operator=(const CSqliteSlot&) = delete;
@@ -26,6 +37,7 @@ private:
 
     sqlite3*& m_database;
     const char* m_sql;
+    ISqliteReadGuard* m_guard;
     std::vector<sqlite3_stmt*> m_free;
 };
 

@@ -1,6 +1,9 @@
 #include "SqliteStorage.h"
 
+#include <Platform/Clock.h>
 #include <Platform/Files.h>
+
+#include <algorithm>
 
 #include "MessageRange.h"
 #include "SqliteSchema.h"
@@ -9,33 +12,17 @@
 namespace {
 
 constexpr int kApplicationId = 0x56534D31;
-constexpr unsigned kSchemaVersion = 3;
+constexpr unsigned kSchemaVersion = 4;
 constexpr unsigned kDeepestParts = 256;  // a chain longer than that can only be a damaged one
 
-// folder_name(block): the display name that lies in a folder's block, NULL where the block is damaged. The
-// index over it needs the function on every connection.
-void FolderName(sqlite3_context* context, int, sqlite3_value** arguments) {
+// The display name that lies in a folder's block; none where the block is damaged.
+std::optional<std::string_view> NameIn(std::string_view block) {
     try {
-        const auto* bytes = static_cast<const char*>(sqlite3_value_blob(arguments[0]));
-        const std::string_view block(bytes, static_cast<std::size_t>(sqlite3_value_bytes(arguments[0])));
         CStoredValue name;
-        const bool isThere = CValueBlock(block).Find(PROP_ID(PR_DISPLAY_NAME), name);
-        const std::string_view text = isThere ? name.Bytes() : std::string_view();
-        sqlite3_result_blob64(context, text.empty() ? "" : text.data(), text.size(), SQLITE_TRANSIENT);
-    } catch (...) {
-        sqlite3_result_null(context);
+        return CValueBlock(block).Find(PROP_ID(PR_DISPLAY_NAME), name) ? name.Bytes() : std::string_view();
+    } catch (const CStoreError&) {
+        return std::nullopt;
     }
-}
-
-int AddFunctions(sqlite3* database) {
-    return sqlite3_create_function_v2(database, "folder_name", 1,
-                                      SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
-                                      FolderName, nullptr, nullptr, nullptr);
-}
-
-bool IsEmptyFile(const std::string& path) {
-    std::string bytes;
-    return !FileExists(path) || (ReadFileBytes(path, bytes) && bytes.empty());
 }
 
 // The name under which SQLite takes a file for one that nobody changes.
@@ -78,57 +65,93 @@ PartHead PartHeadOf(const CSqliteUse& row) {
 
 // --- opening ---------------------------------------------------------------------------------------
 
-CSqliteStorage::CSqliteStorage(const std::string& path) {
+CSqliteStorage::CSqliteStorage(const std::string& path) : m_path(path) {
     static_assert(sizeof kStatements / sizeof *kStatements == StatementCount);
     Require(FileExists(path), MAPI_E_NOT_FOUND);
-    for (const char* sql : kStatements)
-        m_slots.push_back(std::make_unique<CSqliteSlot>(m_database, sql));
+    OpenAny();
+}
+
+void CSqliteStorage::OpenAny() {
+    m_isUnguarded = false;
     try {
-        Open(path.c_str(), SQLITE_OPEN_READWRITE);
+        Open(m_path.c_str(), SQLITE_OPEN_READWRITE);
     } catch (const CStoreError& error) {
         // The log cannot be made beside a file in a directory that is not ours to write.
         const bool refused = error.Code() == MAPI_E_DISK_ERROR || error.Code() == MAPI_E_NO_ACCESS;
-        if (!refused || !IsEmptyFile(path + "-wal")) throw;
-        Open(ImmutableUri(path).c_str(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+        if (!refused) throw;
+        OpenUnguarded();
     }
 }
 
+// Taken for a file that nobody changes, without locks. That is wrong as soon as somebody opens it for
+// writing, who makes the log and its index before anything else: while they are there the file is not opened
+// like this, and every row that was read is used only if they still are not.
+void CSqliteStorage::OpenUnguarded() {
+    m_seen = Look();
+    Require(m_seen.log.cbSize == 0 && !m_seen.index.exists, MAPI_E_BUSY);
+    m_isUnguarded = true;
+    Open(ImmutableUri(m_path).c_str(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+}
+
+CSqliteStorage::Surroundings CSqliteStorage::Look() const {
+    return {StampOfFile(m_path), StampOfFile(m_path + "-wal"), StampOfFile(m_path + "-shm")};
+}
+
+void CSqliteStorage::CheckRead() {
+    if (m_isUnguarded) Require(Look() == m_seen, MAPI_E_BUSY);
+}
+
+// Call while no statement is in use.
+void CSqliteStorage::ReopenIfChanged() {
+    if (m_database && (!m_isUnguarded || Look() == m_seen)) return;
+    Close();
+    OpenAny();
+}
+
 void CSqliteStorage::Open(const char* name, int flags) {
-    const int code = sqlite3_open_v2(name, &m_database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    ISqliteReadGuard* const guard = m_isUnguarded ? this : nullptr;
+    for (const char* sql : kStatements)
+        m_slots.push_back(std::make_unique<CSqliteSlot>(m_database, sql, guard));
     try {
+        const int code = sqlite3_open_v2(name, &m_database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
         if (code != SQLITE_OK) ThrowSqlite(m_database, code);
         sqlite3_extended_result_codes(m_database, 1);
         sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
-        if (const int added = AddFunctions(m_database); added != SQLITE_OK) ThrowSqlite(m_database, added);
         CheckIdentity();
         if (!IsReadOnly()) Execute("PRAGMA journal_mode=WAL");
         Execute(
             "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=4000; PRAGMA cache_size=-2048;"
             "PRAGMA temp_store=MEMORY; PRAGMA trusted_schema=OFF");
         // A store of which no page can be read shows it now, not at the first message.
-        CSqliteUse(Slot(ReadCounters)).Step();
+        CSqliteUse(Slot(HoldAVersion)).Step();
+        ++m_openings;
     } catch (...) {
-        for (const auto& slot : m_slots)
-            slot->Close();
-        sqlite3_close(m_database);
-        m_database = nullptr;
+        Close();
         throw;
     }
 }
 
-CSqliteStorage::~CSqliteStorage() {
+void CSqliteStorage::Close() noexcept {
+    m_held.reset();
     m_slots.clear();
     sqlite3_close(m_database);
+    m_database = nullptr;
+}
+
+CSqliteStorage::~CSqliteStorage() {
+    Close();
 }
 
 void CSqliteStorage::Create(const std::string& path) {
     Require(!FileExists(path), MAPI_E_COLLISION);
+    // Made here and not by the database, which would let others read it; log and index take its rights.
+    Require(CreatePrivateFile(path), MAPI_E_DISK_ERROR);
     sqlite3* database = nullptr;
-    int code = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    int code = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
     const std::string sql =
         "PRAGMA page_size=8192; BEGIN; PRAGMA application_id=" + std::to_string(kApplicationId) +
-        "; PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";" + kSchema + kLookupSchema + "COMMIT";
-    if (code == SQLITE_OK) code = AddFunctions(database);
+        "; PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";" + kSchema + kNameIndex +
+        kLookupSchema + "COMMIT";
     if (code == SQLITE_OK) code = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
     if (code == SQLITE_OK)
         code = sqlite3_exec(database, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
@@ -151,9 +174,10 @@ void CSqliteStorage::CheckIdentity() {
     const unsigned version = Version();
     Require(version <= kSchemaVersion, MAPI_E_VERSION);
     Require(version >= 1, MAPI_E_CORRUPT_STORE);
-    // A file that cannot be written is read as it is: what the step adds only makes it faster.
+    // A file that cannot be written is read as it is: what the steps add only makes it faster.
     if (version < kSchemaVersion && !IsReadOnly()) BringUp();
-    m_hasLookups = Version() >= kSchemaVersion;
+    m_hasLookups = Version() >= 3;
+    m_hasNames = Version() >= 4;
 }
 
 unsigned CSqliteStorage::Version() {
@@ -168,15 +192,69 @@ void CSqliteStorage::BringUp() {
     Execute("BEGIN IMMEDIATE");
     try {
         // Another process may have done it while this one waited.
-        if (Version() < kSchemaVersion) {
-            Execute(kLookupSchema);
-            Execute(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
-        }
+        if (Version() < 3) Execute(kLookupSchema);
+        if (Version() < 4) AddColumns();
+        Execute(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
         Execute("COMMIT");
     } catch (...) {
         Rollback();
         throw;
     }
+}
+
+void CSqliteStorage::AddColumns() {
+    Execute(kColumnsOfVersion4);
+    WriteNames();
+    Execute(kNameIndex);
+    const std::string times = TimesOfOlderFile();
+    CSqliteSlot write(m_database, "UPDATE counter SET times = ?");
+    CSqliteUse(write).Blob(times).Run();
+}
+
+void CSqliteStorage::WriteNames() {
+    CSqliteSlot read(m_database, "SELECT id, block FROM folder");
+    CSqliteSlot write(m_database, "UPDATE folder SET name = ? WHERE id = ?");
+    std::vector<std::pair<ObjectId, std::string>> names;
+    {
+        CSqliteUse row(read);
+        while (row.Step())
+            if (const auto name = NameIn(row.BytesAt(1))) names.emplace_back(row.NumberAt(0), *name);
+    }
+    for (const auto& [id, name] : names)
+        CSqliteUse(write).Blob(name).Number(id).Run();
+}
+
+// Older programs kept the latest time alone. Where it is ahead of the clock, the items tell since when.
+std::string CSqliteStorage::TimesOfOlderFile() {
+    const std::uint64_t latest = OneNumber("SELECT time FROM counter");
+    if (latest == 0) return {};
+    const std::uint64_t made = std::min(OneNumber("SELECT coalesce(min(created), 0) FROM folder"), latest);
+    const std::uint64_t now = TicksOf(UtcNow()) + CGivenTimes::kPause;
+    std::vector<CGivenTimes::Span> spans = {{made, latest}};
+    if (latest > now && made < now) {
+        const std::string limit = std::to_string(now);
+        const auto before = OneNumber(
+            ("SELECT max((SELECT coalesce(max(modified), 0) FROM message WHERE modified <= " + limit +
+             "),"
+             " (SELECT coalesce(max(modified), 0) FROM folder WHERE modified <= " +
+             limit + "))")
+                .c_str());
+        const auto ahead = OneNumber(
+            ("SELECT min((SELECT coalesce(min(modified), time) FROM message WHERE modified > " + limit +
+             "),"
+             " (SELECT coalesce(min(modified), time) FROM folder WHERE modified > " +
+             limit + "), time) FROM counter")
+                .c_str());
+        spans = {{made, std::max(made, before)}, {ahead, latest}};
+    }
+    return std::string(CGivenTimes(std::move(spans)).Bytes());
+}
+
+std::uint64_t CSqliteStorage::OneNumber(const char* sql) {
+    CSqliteSlot slot(m_database, sql);
+    CSqliteUse row(slot);
+    Require(row.Step(), MAPI_E_CORRUPT_STORE);
+    return row.NumberAt(0);
 }
 
 void CSqliteStorage::Execute(const char* sql) {
@@ -185,7 +263,19 @@ void CSqliteStorage::Execute(const char* sql) {
 }
 
 CSqliteSlot& CSqliteStorage::Slot(StatementId id) {
+    if (id == Begin)
+        m_held.reset();  // the write is to begin with the latest version
+    else if (m_mayHold && !m_held && !InWrite()) {
+        ReopenIfChanged();
+        m_held.emplace(*m_slots[HoldAVersion]);
+        m_held->Step();
+    }
     return *m_slots[id];
+}
+
+void CSqliteStorage::ReleaseVersion() noexcept {
+    m_mayHold = false;
+    m_held.reset();
 }
 
 void CSqliteStorage::LimitPages(unsigned pages) {
@@ -193,7 +283,7 @@ void CSqliteStorage::LimitPages(unsigned pages) {
 }
 
 bool CSqliteStorage::IsReadOnly() const {
-    return sqlite3_db_readonly(m_database, "main") == 1;
+    return !m_database || sqlite3_db_readonly(m_database, "main") == 1;
 }
 
 // --- transactions ----------------------------------------------------------------------------------
@@ -204,7 +294,8 @@ void CSqliteStorage::BeginWrite(StoreCounters& counters) {
     try {
         CSqliteUse row(Slot(ReadCounters));
         Require(row.Step(), MAPI_E_CORRUPT_STORE);
-        counters = {row.NumberAt(0), row.NumberAt(1), row.NumberAt(2), row.NumberAt(3)};
+        counters = {row.NumberAt(0), row.NumberAt(1), row.NumberAt(2),
+                    CGivenTimes::FromBytes(row.BytesAt(3))};
         ReadPlaces();
     } catch (...) {
         Rollback();
@@ -218,9 +309,21 @@ void CSqliteStorage::Commit(const StoreCounters& counters) {
         .Number(counters.serial)
         .Number(counters.folder)
         .Number(counters.change)
-        .Number(counters.time)
+        .Number(counters.times.Latest())
+        .Blob(counters.times.Bytes())
         .Run();
     CSqliteUse(Slot(CommitIt)).Run();
+}
+
+// The log alone: what has left it for the file was synchronised on its way, and one call on the log costs a
+// fifth of a commit in the mode that synchronises each, which would besides need something to write.
+void CSqliteStorage::SyncToDisk() {
+    sqlite3_file* log = nullptr;
+    const int found = sqlite3_file_control(m_database, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    if (found != SQLITE_OK) ThrowSqlite(m_database, found);
+    if (!log || !log->pMethods) return;  // a file that is only read
+    const int synced = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL);
+    if (synced != SQLITE_OK) ThrowSqlite(nullptr, synced);
 }
 
 void CSqliteStorage::Rollback() noexcept {
@@ -233,7 +336,7 @@ void CSqliteStorage::Rollback() noexcept {
 }
 
 bool CSqliteStorage::InWrite() const {
-    return sqlite3_get_autocommit(m_database) == 0;
+    return m_database && sqlite3_get_autocommit(m_database) == 0;
 }
 
 void CSqliteStorage::SetSavepoint() {
@@ -253,8 +356,9 @@ void CSqliteStorage::RollbackToSavepoint() noexcept {
 }
 
 std::uint64_t CSqliteStorage::OutsideChanges() {
+    if (!m_held) ReopenIfChanged();
     CSqliteUse row(Slot(DataVersion));
-    return row.Step() ? row.NumberAt(0) : 0;
+    return row.Step() ? m_openings << 24 | row.NumberAt(0) : 0;
 }
 
 // --- facts and names -------------------------------------------------------------------------------
@@ -315,14 +419,16 @@ bool CSqliteStorage::ReadFolder(ObjectId id, FolderHead& head, std::string& bloc
 }
 
 void CSqliteStorage::WriteFolder(const FolderHead& head, std::string_view block) {
-    CSqliteUse(Slot(FolderWrite))
-        .Number(head.id)
+    const auto name = NameIn(block);
+    CSqliteUse write(Slot(FolderWrite));
+    write.Number(head.id)
         .Number(head.parent)
         .Number(head.created)
         .Number(head.modified)
         .Number(head.change)
-        .Blob(block)
-        .Run();
+        .Blob(block);
+    if (name) write.Blob(*name);
+    write.Run();
 }
 
 void CSqliteStorage::DeleteFolder(ObjectId id) {
@@ -344,8 +450,15 @@ std::uint64_t CSqliteStorage::CountFolders(ObjectId parent) {
 }
 
 ObjectId CSqliteStorage::FindFolder(ObjectId parent, std::string_view name) {
-    CSqliteUse row(Slot(FolderFind));
-    return row.Number(parent).Blob(name).Step() ? row.NumberAt(0) : 0;
+    if (m_hasNames) {
+        CSqliteUse row(Slot(FolderFind));
+        return row.Number(parent).Blob(name).Step() ? row.NumberAt(0) : 0;
+    }
+    ObjectId found = 0;
+    ScanFolders(parent, [&](const FolderHead& head, std::string_view block) {
+        if (found == 0 && NameIn(block) == name) found = head.id;
+    });
+    return found;
 }
 
 // --- messages --------------------------------------------------------------------------------------

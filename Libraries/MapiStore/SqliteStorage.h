@@ -1,13 +1,16 @@
 // A store in one SQLite file (write-ahead log, synchronous NORMAL: what is committed survives the
-// death of the process; a power failure may take the last transactions, never the order of them).
+// death of the process; a power failure may take the last transactions, never the order of them, and none
+// from before SyncToDisk).
 #pragma once
+#include <Platform/Files.h>
+
 #include "LookupPages.h"
 #include "SqliteStatement.h"
 #include "Storage.h"
 
 #include <map>
 
-class CSqliteStorage : public IObjectStorage {
+class CSqliteStorage : public IObjectStorage, private ISqliteReadGuard {
 public:
     // MAPI_E_NOT_FOUND if there is no file, MAPI_E_CORRUPT_STORE if it is something else,
     // MAPI_E_VERSION if a later program has made it.
@@ -23,10 +26,13 @@ public:
     void BeginWrite(StoreCounters& counters) override;
     void Commit(const StoreCounters& counters) override;
     void Rollback() noexcept override;
+    void SyncToDisk() override;
     bool InWrite() const override;
     void SetSavepoint() override;
     void ReleaseSavepoint() override;
     void RollbackToSavepoint() noexcept override;
+    void HoldVersion() noexcept override { m_mayHold = true; }
+    void ReleaseVersion() noexcept override;
     std::uint64_t OutsideChanges() override;
 
     std::optional<std::string> ReadFact(std::string_view name) override;
@@ -75,13 +81,36 @@ public:
     void WritePart(const PartHead& head, std::string_view block) override;
     void DeletePart(ObjectId id) override;
 
+    void Check(const std::function<void(const StoreDamage&)>& each, StoreCheckCounts& counts) override;
+    void Compact() override;
+    void BackUp(const std::string& file) override;
+
 private:
     enum StatementId : unsigned;
+    // What another process changes before it changes anything that can be read.
+    struct Surroundings {
+        FileStamp file, log, index;
+        bool operator==(const Surroundings&) const = default;
+    };
+    Surroundings Look() const;
+    void OpenAny();
+    void OpenUnguarded();
+    void ReopenIfChanged();
+    void CheckRead() override;
     void Open(const char* name, int flags);
     void Execute(const char* sql);
+    void Close() noexcept;
     void CheckIdentity();
     unsigned Version();
     void BringUp();
+    void AddLookups();
+    void AddColumns();
+    void WriteNames();
+    std::string TimesOfOlderFile();
+    std::uint64_t OneNumber(const char* sql);
+    void CheckLookups(const std::function<void(const StoreDamage&)>& each, StoreCheckCounts& counts);
+    void CheckLookup(std::uint64_t number, std::uint64_t place, PropId property,
+                     const std::function<void(const StoreDamage&)>& each);
     void DeletePartAt(ObjectId id, unsigned depth);
     void DeletePartsOf(ObjectId owner, unsigned depth);
     CSqliteSlot& Slot(StatementId id);
@@ -114,8 +143,15 @@ private:
     std::vector<std::pair<std::uint64_t, PropId>> LookupsOf(std::uint64_t place);
     void AbsorbTouched(std::uint64_t place);
 
-    bool m_hasLookups = false;                  // the file's tables are there
+    const std::string m_path;
+    bool m_hasLookups = false;   // the file's tables are there
+    bool m_hasNames = false;     // the column of folders' names is there
+    bool m_mayHold = false;      // between HoldVersion and ReleaseVersion
+    bool m_isUnguarded = false;  // opened as a file that nobody changes, which is watched then
+    Surroundings m_seen;         // when that was done
+    std::uint64_t m_openings = 0;
     std::map<std::uint64_t, Touched> m_places;  // those with lookups, while a transaction lasts
     sqlite3* m_database = nullptr;
     std::vector<std::unique_ptr<CSqliteSlot>> m_slots;
+    std::optional<CSqliteUse> m_held;  // a statement that stands on its row keeps the version
 };

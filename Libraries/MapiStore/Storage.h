@@ -5,7 +5,11 @@
 // MAPI_E_NOT_ENOUGH_DISK, MAPI_E_NO_ACCESS (read-only), MAPI_E_BUSY (another process held the file too
 // long), MAPI_E_CORRUPT_STORE, MAPI_E_DISK_ERROR, MAPI_E_NOT_ENOUGH_MEMORY.
 #pragma once
+#include <Platform/StoreExtensions.h>
+
+#include "GivenTimes.h"
 #include "LookupKey.h"
+#include "StoreError.h"
 #include "ValueBlock.h"
 
 #include <functional>
@@ -80,7 +84,7 @@ struct StoreCounters {
     std::uint64_t serial = 1;  // next serial number of a message or part
     std::uint64_t folder = 1;  // next folder number
     std::uint64_t change = 1;  // next change number
-    std::uint64_t time = 0;    // last time given out
+    CGivenTimes times;         // times given out
 };
 
 // A named property. `name` is UTF-8, used when kind is MNID_STRING.
@@ -95,6 +99,14 @@ struct PropertyName {
     }
 };
 
+// A fault that a check has found. `kind` as in StoreExtensions.h; `text` goes behind the name of the object,
+// which is 0 where it is none in particular.
+struct StoreDamage {
+    const char* kind;
+    ObjectId object;
+    std::string text;
+};
+
 class IObjectStorage {
 public:
     virtual ~IObjectStorage() = default;
@@ -106,10 +118,18 @@ public:
     virtual void BeginWrite(StoreCounters& counters) = 0;
     virtual void Commit(const StoreCounters& counters) = 0;
     virtual void Rollback() noexcept = 0;
+    // What is committed, through any connection, survives a loss of power afterwards. Outside transactions.
+    virtual void SyncToDisk() {}
     virtual bool InWrite() const = 0;  // false also after the database took the transaction back by itself
     virtual void SetSavepoint() = 0;
     virtual void ReleaseSavepoint() = 0;
     virtual void RollbackToSavepoint() noexcept = 0;
+
+    // From now on until ReleaseVersion everything that is read outside a write transaction is of one version
+    // of the file, that of the first read or of the last commit of this storage; without it each of the reads
+    // below is of one version by itself. A call that reads a row and then what belongs to it needs it.
+    virtual void HoldVersion() noexcept {}
+    virtual void ReleaseVersion() noexcept {}
 
     // A number that changes when another connection has committed something. Costs a microsecond.
     virtual std::uint64_t OutsideChanges() = 0;
@@ -187,4 +207,12 @@ public:
     virtual bool ReadPart(ObjectId id, PartHead& head, std::string& block) = 0;
     virtual void WritePart(const PartHead& head, std::string_view block) = 0;  // inserts or replaces
     virtual void DeletePart(ObjectId id) = 0;                                  // with everything below it
+
+    // The file as a whole: IStoreCare of StoreExtensions.h. Not inside a transaction.
+    virtual void Check(const std::function<void(const StoreDamage&)>& /*each*/,
+                       StoreCheckCounts& /*counts*/) {
+        throw CStoreError(MAPI_E_NO_SUPPORT);
+    }
+    virtual void Compact() { throw CStoreError(MAPI_E_NO_SUPPORT); }
+    virtual void BackUp(const std::string& /*file*/) { throw CStoreError(MAPI_E_NO_SUPPORT); }
 };

@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 constexpr unsigned kSavesPerCommit = 100;
 constexpr auto kGatheringTime = 50ms;
 constexpr std::size_t kMostMappings = 16;
+constexpr std::uint64_t kTellWatchers = ~std::uint64_t{0};  // as what they were told last: everything anew
 
 // The cores of this process by path: two sessions on one file share one.
 struct Registry {
@@ -96,7 +97,7 @@ CStoreCore::CStoreCore(const std::string& path) : m_path(path) {
     const auto uid = m_storage->ReadFact("uid");
     Require(uid && uid->size() == m_uid.bytes.size(), MAPI_E_CORRUPT_STORE);
     std::memcpy(m_uid.bytes.data(), uid->data(), uid->size());
-    m_longTermIds = m_storage->ReadFact("long-term").has_value();
+    m_habits = CStoreHabits::Read(*m_storage);
     m_namesSeen = m_watchersTold = m_storage->OutsideChanges();
 }
 
@@ -110,7 +111,7 @@ std::shared_ptr<CStoreCore> CStoreCore::OpenDetached(std::unique_ptr<IObjectStor
     return std::shared_ptr<CStoreCore>(new CStoreCore(std::move(storage), uid));
 }
 
-void CStoreCore::Create(const std::string& path, const std::string& displayName, bool longTermIds) {
+void CStoreCore::Create(const std::string& path, const std::string& displayName) {
     CSqliteStorage::Create(path);
     {
         // A core of a file that was removed under the same name may still be held by somebody.
@@ -125,7 +126,6 @@ void CStoreCore::Create(const std::string& path, const std::string& displayName,
             storage.BeginWrite(counters);
             storage.WriteFact("uid", {reinterpret_cast<const char*>(&uid), sizeof uid});
             storage.WriteFact("name", displayName);
-            if (longTermIds) storage.WriteFact("long-term", "1");
             storage.Commit(counters);
         }
         const auto core = Open(path);
@@ -165,22 +165,17 @@ void CStoreCore::SetDisplayName(const std::string& name) {
     Save([&] { m_storage->WriteFact("name", name); });
 }
 
-void CStoreCore::SetLongTermIds(bool on) {
-    if (on == m_longTermIds) return;
-    Save([&] {
-        if (on)
-            m_storage->WriteFact("long-term", "1");
-        else
-            m_storage->RemoveFact("long-term");
-    });
-    m_longTermIds = on;
+void CStoreCore::SetHabits(const CStoreHabits& habits) {
+    if (habits.Bits() == m_habits.Bits()) return;
+    Save([&] { habits.Write(*m_storage); });
+    m_habits = habits;
 }
 
 // --- lock, faults, events --------------------------------------------------------------------------
 
 void CStoreCore::Lock() {
     m_mutex.lock();
-    ++m_depth;
+    if (++m_depth == 1) m_storage->HoldVersion();
 }
 
 void CStoreCore::CountCall() {
@@ -203,7 +198,10 @@ void CStoreCore::LockAndCount() {
 
 std::vector<StoreEvent> CStoreCore::Unlock() {
     std::vector<StoreEvent> events;
-    if (--m_depth == 0) events.swap(m_events);
+    if (--m_depth == 0) {
+        events.swap(m_events);
+        m_storage->ReleaseVersion();
+    }
     m_mutex.unlock();
     return events;
 }
@@ -272,8 +270,9 @@ ObjectId CStoreCore::NextFolder() {
 }
 
 std::uint64_t CStoreCore::NextTime() {
-    m_counters.time = std::max(TicksOf(UtcNow()), m_counters.time + 1);
-    return m_counters.time;
+    const std::uint64_t now = TicksOf(UtcNow());
+    const std::uint64_t tick = m_habits.Tick();
+    return tick == 1 ? m_counters.times.Next(now) : now - now % tick;
 }
 
 void CStoreCore::BeginSave() {
@@ -282,7 +281,8 @@ void CStoreCore::BeginSave() {
         return;
     }
     RequireWritable();
-    TellLostBatch();
+    NoticeLoss();
+    if (m_untold > 0) throw m_loss;
     if (!m_storage->InWrite()) {
         m_gathered = 0;
         m_gatheredSince = std::chrono::steady_clock::now();
@@ -300,12 +300,21 @@ void CStoreCore::EndSave() {
     const ULONG save = ++m_saves;
     if (m_killAt != 0 && save == m_killAt) std::abort();
     if (m_batchDepth > 0) {
-        m_storage->ReleaseSavepoint();
+        try {
+            m_storage->ReleaseSavepoint();
+        } catch (...) {
+            LoseGathered();  // whether this save is in it or not, nobody could tell
+            throw;
+        }
         ++m_gathered;
-        const bool late = std::chrono::steady_clock::now() - m_gatheredSince >= kGatheringTime;
-        if (m_gathered < kSavesPerCommit && !late) return;
+        const ULONG most = m_savesPerCommit ? m_savesPerCommit : kSavesPerCommit;
+        if (m_gathered < most && !IsLate()) return;
     }
     CommitGathered();
+}
+
+bool CStoreCore::IsLate() const {
+    return m_savesPerCommit == 0 && std::chrono::steady_clock::now() - m_gatheredSince >= kGatheringTime;
 }
 
 void CStoreCore::AbandonSave() noexcept {
@@ -314,49 +323,125 @@ void CStoreCore::AbandonSave() noexcept {
         m_storage->RollbackToSavepoint();
     else
         m_storage->Rollback();
-    if (m_gathered > 0 && !m_storage->InWrite()) {
-        // The database has taken back more than this save.
-        m_lostBatch = MAPI_E_DISK_ERROR;
-        m_gathered = 0;
-    }
+    // The database may have taken back more than this save.
+    if (m_gathered > 0 && !m_storage->InWrite()) LoseGathered();
     m_counters = m_countersBeforeSave;
     m_events.resize(std::min(m_events.size(), m_eventsBeforeSave));
     m_names.Forget();
 }
 
-// Saves that were confirmed and could not be committed afterwards are told to the next one who saves.
-void CStoreCore::TellLostBatch() {
-    const HRESULT lost = std::exchange(m_lostBatch, S_OK);
-    if (FAILED(lost)) throw CStoreError(lost);
-}
-
-// A commit that fails takes back all that was gathered; the caller learns it from the code.
+// A commit that fails takes back all that was gathered.
 void CStoreCore::CommitGathered() {
+    NoticeLoss();
     if (!m_storage->InWrite()) return;
     try {
+        FailCommitOnRequest();
         m_storage->Commit(m_counters);
     } catch (...) {
-        m_storage->Rollback();
-        m_names.Forget();
-        m_events.clear();
+        LoseGathered();
         throw;
     }
     m_gathered = 0;
 }
 
-void CStoreCore::BeginBatch() {
+// Inside a catch block. Others may have built on saves that are gone now, and what was told of them to the
+// watchers is no longer true.
+void CStoreCore::LoseGathered() noexcept {
+    m_storage->Rollback();
+    m_gathered = 0;
+    m_names.Forget();
+    m_events.clear();
+    m_watchersTold = kTellWatchers;
+    if (m_holders == 0) return;  // the one who saves learns it from the code
+    m_loss = CurrentError();
+    ++m_losses;
+    m_untold = m_holders;
+}
+
+// A database may take the transaction back whatever call it fails in, also one that only reads.
+void CStoreCore::NoticeLoss() noexcept {
+    if (m_gathered == 0 || m_storage->InWrite()) return;
+    try {
+        throw CStoreError(MAPI_E_DISK_ERROR);
+    } catch (...) {
+        LoseGathered();
+    }
+}
+
+void CStoreCore::TellLoss(CBatchHolder& holder) {
+    if (BatchState(holder) == S_OK) return;
+    holder.told = m_losses;
+    --m_untold;
+    throw m_loss;
+}
+
+HRESULT CStoreCore::BatchState(const CBatchHolder& holder) const {
+    return holder.begun > 0 && holder.told != m_losses ? m_loss.Code() : S_OK;
+}
+
+void CStoreCore::BeginBatch(CBatchHolder& holder) {
     RequireWritable();
-    ++m_batchDepth;
     StartWatching();
+    ++m_batchDepth;
+    if (holder.begun++ > 0) return;
+    ++m_holders;
+    holder.told = m_losses;
 }
 
-void CStoreCore::FlushBatch() {
-    CommitGathered();
+void CStoreCore::FlushBatch(CBatchHolder& holder) {
+    try {
+        CommitGathered();
+    } catch (const CStoreError&) {
+        if (BatchState(holder) == S_OK) throw;
+    }
+    TellLoss(holder);
 }
 
-void CStoreCore::EndBatch() {
-    Require(m_batchDepth > 0, MAPI_E_CALL_FAILED);
-    if (--m_batchDepth == 0) FlushBatch();
+void CStoreCore::FlushToDisk(CBatchHolder& holder) {
+    FlushBatch(holder);
+    m_storage->SyncToDisk();
+    m_durableCommits = m_commits.load();
+}
+
+void CStoreCore::EndBatch(CBatchHolder& holder) {
+    Require(holder.begun > 0, MAPI_E_CALL_FAILED);
+    const bool commits = --m_batchDepth == 0;
+    try {
+        if (commits) CommitGathered();
+        TellLoss(holder);
+    } catch (...) {
+        LeaveBatch(holder);
+        throw;
+    }
+    LeaveBatch(holder);
+}
+
+void CStoreCore::LeaveBatch(CBatchHolder& holder) {
+    if (BatchState(holder) != S_OK) {  // it has just been thrown
+        holder.told = m_losses;
+        --m_untold;
+    }
+    if (--holder.begun == 0) --m_holders;
+}
+
+void CStoreCore::SetCommitFault(ULONG n, HRESULT hr, bool forGood) {
+    const std::lock_guard lock(m_mutex);
+    m_commits = m_durableCommits = 0;
+    m_commitFaultAt = n;
+    m_commitFaultCode = hr;
+    m_commitFaultForGood = forGood;
+}
+
+void CStoreCore::SetSavesPerCommit(ULONG saves) {
+    const std::lock_guard lock(m_mutex);
+    m_savesPerCommit = saves;
+}
+
+void CStoreCore::FailCommitOnRequest() {
+    const ULONG commit = ++m_commits;
+    if (m_commitFaultAt == 0 || commit < m_commitFaultAt) return;
+    if (commit > m_commitFaultAt && !m_commitFaultForGood) return;
+    throw CStoreError(m_commitFaultCode, WordsOfSqlite(m_commitFaultCode));
 }
 
 // --- other processes -------------------------------------------------------------------------------
@@ -413,14 +498,22 @@ void CStoreCore::Watch(std::weak_ptr<CStoreCore> weak, std::shared_ptr<WatchStat
     }
 }
 
+// Nobody waits for this commit: what it loses is kept for those whose saves they were.
+void CStoreCore::CommitAsOwnThread() {
+    const std::lock_guard lock(m_mutex);
+    try {
+        CommitGathered();
+    } catch (...) {
+    }
+}
+
 std::chrono::milliseconds CStoreCore::OnWatchTick() {
     bool outside = false;
     std::chrono::milliseconds pause = 300ms;
     try {
         const std::lock_guard lock(m_mutex);
         if (m_batchDepth > 0) {
-            const bool late = std::chrono::steady_clock::now() - m_gatheredSince >= kGatheringTime;
-            if (late) CommitGathered();
+            if (IsLate()) CommitAsOwnThread();
             pause = kGatheringTime / 2;
         }
         if (!m_storage->InWrite()) {
@@ -429,7 +522,7 @@ std::chrono::milliseconds CStoreCore::OnWatchTick() {
             m_watchersTold = now;
         }
     } catch (...) {
-        m_lostBatch = CodeOfCurrentException();
+        // The next tick looks again.
     }
     if (outside) Deliver({}, true);
     return pause;

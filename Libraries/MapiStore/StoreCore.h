@@ -5,6 +5,7 @@
 #include "Storage.h"
 #include "StoreError.h"
 #include "StoreEvents.h"
+#include "StoreHabits.h"
 
 #include <atomic>
 #include <chrono>
@@ -18,6 +19,12 @@
 struct NameMapping {
     std::uint64_t fromGeneration = 0, toGeneration = 0;
     std::vector<PropId> ids;
+};
+
+// What a store knows of one object that gathers saves.
+struct CBatchHolder {
+    unsigned begun = 0;  // batches begun and not ended
+    ULONG told = 0;      // losses of the store that it knows of
 };
 
 class CStoreCall;
@@ -34,12 +41,11 @@ public:
     // A core of no store: the ground that a message on a compound file stands on.
     static std::shared_ptr<CStoreCore> OpenDetached(std::unique_ptr<IObjectStorage> storage);
     // Creates the file with its standard folders. MAPI_E_COLLISION if something lies there.
-    static void Create(const std::string& path, const std::string& displayName, bool longTermIds);
+    static void Create(const std::string& path, const std::string& displayName);
     ~CStoreCore();
 
     const StoreUid& Uid() const { return m_uid; }
-    // Tables give short-term entry IDs beside the long-term ones.
-    bool HasLongTermIds() const { return m_longTermIds; }
+    const CStoreHabits& Habits() const { return m_habits; }
     const std::string& Path() const { return m_path; }
     bool IsReadOnly() const { return m_readOnly; }
 
@@ -49,7 +55,7 @@ public:
     CNameMap& Names() { return m_names; }
     std::string DisplayName();
     void SetDisplayName(const std::string& name);
-    void SetLongTermIds(bool on);
+    void SetHabits(const CStoreHabits& habits);
 
     // One save: body() inside a transaction. Outside a batch it is on disk afterwards, inside one it
     // is gathered. If body throws, nothing of it stays. Counts as a save for the kill on request.
@@ -76,12 +82,18 @@ public:
     std::uint64_t NextSerial() { return m_counters.serial++; }
     ObjectId NextFolder();
     std::uint64_t NextChange() { return m_counters.change++; }
-    // The clock's time, or a tick more than the last time given: no two are the same.
+    // The clock's time, or the next one that was not given yet: no two are the same (GivenTimes.h), unless
+    // the store's clock is coarse.
     std::uint64_t NextTime();
 
-    void BeginBatch();
-    void FlushBatch();
-    void EndBatch();
+    // See IStoreBatch. A loss that the holder has not been told of is thrown, once for each holder.
+    void BeginBatch(CBatchHolder& holder);
+    void FlushBatch(CBatchHolder& holder);
+    void FlushToDisk(CBatchHolder& holder);
+    void EndBatch(CBatchHolder& holder);
+    HRESULT BatchState(const CBatchHolder& holder) const;
+    // Commits what others have gathered.
+    void CommitGathered();
 
     // The event reaches the watchers when the outermost call is over. Dropped if the save fails.
     void Publish(const StoreEvent& event) { m_events.push_back(event); }
@@ -94,6 +106,11 @@ public:
     ULONG CallCount() const { return m_calls; }
     void SetKillAtSave(ULONG n);
     ULONG SaveCount() const { return m_saves; }
+    void SetCommitFault(ULONG n, HRESULT hr, bool forGood);
+    ULONG CommitCount() const { return m_commits; }
+    ULONG DurableCommitCount() const { return m_durableCommits; }
+    void SetSavesPerCommit(ULONG saves);
+    void CommitAsOwnThread();
 
 private:
     friend class CStoreCall;
@@ -110,8 +127,12 @@ private:
     void BeginSave();
     void EndSave();
     void AbandonSave() noexcept;
-    void CommitGathered();
-    void TellLostBatch();
+    bool IsLate() const;
+    void FailCommitOnRequest();
+    void LoseGathered() noexcept;
+    void NoticeLoss() noexcept;
+    void TellLoss(CBatchHolder& holder);
+    void LeaveBatch(CBatchHolder& holder);
     void ForgetNamesIfOutdated();
     void StartWatching();
     std::chrono::milliseconds OnWatchTick();  // on the watch thread; the time until the next
@@ -120,7 +141,7 @@ private:
 
     const std::string m_path;
     StoreUid m_uid{};
-    bool m_longTermIds = false;
+    CStoreHabits m_habits;
     bool m_readOnly = false;
 
     std::recursive_mutex m_mutex;  // guards all below
@@ -132,8 +153,11 @@ private:
     int m_depth = 0;      // nested calls
     int m_saveDepth = 0;  // nested saves
     int m_batchDepth = 0;
-    HRESULT m_lostBatch = S_OK;  // why gathered saves were lost behind the caller's back, until told
-    unsigned m_gathered = 0;     // saves in the open transaction
+    unsigned m_gathered = 0;  // saves in the open transaction
+    unsigned m_holders = 0;   // of batches
+    unsigned m_untold = 0;    // holders that do not know of the last loss yet: nothing is saved so long
+    ULONG m_losses = 0;
+    CStoreError m_loss{S_OK};  // why
     std::chrono::steady_clock::time_point m_gatheredSince{};
     std::uint64_t m_namesSeen = 0;     // OutsideChanges when the names were read
     std::uint64_t m_watchersTold = 0;  // OutsideChanges when the watchers were told last
@@ -149,6 +173,12 @@ private:
     void* m_interruptionContext = nullptr;
     std::atomic<ULONG> m_saves{0};
     ULONG m_killAt = 0;
+    std::atomic<ULONG> m_commits{0};
+    std::atomic<ULONG> m_durableCommits{0};
+    ULONG m_commitFaultAt = 0;
+    HRESULT m_commitFaultCode = S_OK;
+    bool m_commitFaultForGood = false;
+    ULONG m_savesPerCommit = 0;  // 0: by number and by the clock
 
     std::mutex m_watchersMutex;  // guards the list
     std::vector<std::weak_ptr<IStoreWatcher>> m_watchers;
