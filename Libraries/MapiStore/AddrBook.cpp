@@ -13,7 +13,7 @@ bool TakeText(std::string_view& bytes, bool wide, std::string& text) {
     if (!wide) {
         const std::size_t end = bytes.find('\0');
         if (end == std::string_view::npos) return false;
-        text = Utf8FromNarrow(std::string(bytes.substr(0, end)).c_str());
+        text = Utf8FromNarrow(bytes.substr(0, end));
         bytes.remove_prefix(end + 1);
         return true;
     }

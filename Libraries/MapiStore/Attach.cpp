@@ -55,15 +55,27 @@ void* CAttach::FindInterface(REFIID riid) {
 const std::string& CAttach::OldLarge() {
     if (m_saved) return m_saved->large;
     if (!m_large) {
-        m_large.emplace();
-        Core().Storage().ReadLarge(m_storedId, *m_large);
+        RequireStored();
+        std::string large;
+        Core().Storage().ReadLarge(m_storedId, large);
+        m_large = std::move(large);
     }
     return *m_large;
 }
 
 std::shared_ptr<const MessageSnapshot> CAttach::Embedded() {
-    if (!m_embedded) m_embedded = CMessageState::LoadEmbedded(Core(), m_storedId, m_parent->Depth());
+    if (!m_embedded) {
+        RequireStored();
+        m_embedded = CMessageState::LoadEmbedded(Core(), m_storedId, m_parent->Depth());
+    }
     return *m_embedded;
+}
+
+// What is stored of an attachment never changes; a save of it makes another part.
+void CAttach::RequireStored() {
+    PartHead head;
+    std::string block;
+    Require(Core().Storage().ReadPart(m_storedId, head, block), MAPI_E_OBJECT_CHANGED);
 }
 
 void CAttach::PutEmbedded(std::shared_ptr<const MessageSnapshot> message) {
@@ -162,7 +174,7 @@ void CAttach::Save(ULONG flags) {
         m_storedId = 0;
         m_new = m_embeddedChanged = false;
     }
-    if ((flags & KEEP_OPEN_READONLY) && !(flags & KEEP_OPEN_READWRITE)) SetReadOnly();
+    CloseAfterSave(flags);
 }
 
 void CAttach::CopyAll(const SPropTagArray* exclude, const SPropTagArray* include, IUnknown* target,

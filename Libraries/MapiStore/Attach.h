@@ -35,6 +35,7 @@ private:
     CAttach(CMessage& parent, bool writable)
         : CPropInterface(parent.SharedCore(), writable), m_parent(CRef<CMessage>::Share(&parent)) {}
     const std::string& OldLarge();
+    void RequireStored();
 
     CRef<CMessage> m_parent;
     CPropertyBag m_bag;

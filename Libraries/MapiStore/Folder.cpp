@@ -160,17 +160,6 @@ void CFolder::OpenObject(ULONG tag, REFIID iid, ULONG, ULONG flags, IUnknown** o
     *object = table;
 }
 
-// Properties only: contents and subfolders go with CopyMessages and CopyFolder.
-void CFolder::CopyAll(const SPropTagArray* exclude, const SPropTagArray* include, IUnknown* target,
-                      ULONG flags, std::vector<CopyProblem>& problems) {
-    { const CStoreCall counted(Core()); }
-    Require((flags & MAPI_MOVE) == 0, MAPI_E_NO_SUPPORT);
-    CRef<IMAPIFolder> other;
-    if (FAILED(target->QueryInterface(IID_IMAPIFolder, reinterpret_cast<void**>(other.Out()))))
-        throw CStoreError(MAPI_E_INTERFACE_NOT_SUPPORTED);
-    CopyAnyProperties(this, other.Get(), exclude, include, flags, problems);
-}
-
 // --- container -------------------------------------------------------------------------------------
 
 HRESULT CFolder::GetContentsTable(ULONG flags, LPMAPITABLE* table) {
@@ -199,6 +188,7 @@ void OpenById(const std::shared_ptr<CStoreCore>& core, ObjectId id, const IID* i
               bool storeWritable, ULONG* type, IUnknown** object) {
     Require((flags & MAPI_MODIFY) == 0 || storeWritable, MAPI_E_NO_ACCESS);
     const bool writable = storeWritable && (flags & (MAPI_MODIFY | MAPI_BEST_ACCESS));
+    id = core->Habits().Resolve(core->Storage(), id, 0);
     CRef<IUnknown> opened;
     ULONG kind = 0;
     if (IsMessageId(id)) {
@@ -232,6 +222,7 @@ HRESULT CFolder::OpenEntry(ULONG cb, LPENTRYID id, LPCIID iid, ULONG flags, ULON
             Require(ParseEntryId(cb, id, uid, number), MAPI_E_INVALID_ENTRYID);
             Require(uid == Core().Uid(), MAPI_E_UNKNOWN_ENTRYID);
         }
+        number = Core().Habits().Resolve(Core().Storage(), number, m_head.id);
         // A folder opened for writing gives access to the store's objects as the store itself does.
         OpenById(SharedCore(), number, iid, flags, !Core().IsReadOnly() && IsWritable(), type, object);
         return S_OK;

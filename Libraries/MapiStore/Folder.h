@@ -54,6 +54,7 @@ private:
     void Reload();
     void WriteBack(bool timeGiven);
     HRESULT CopyMessagesOwn(const ENTRYLIST& list, CFolder& target, bool move);
+    void CopyContainedTo(CFolder& target, const SPropTagArray* exclude, const SPropTagArray* include);
     HRESULT CopyMessagesForeign(const ENTRYLIST& list, IMAPIFolder* target, bool move);
     ObjectId MessageHere(const SBinary& entry) const;
 

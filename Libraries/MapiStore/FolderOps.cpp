@@ -69,7 +69,9 @@ ObjectId CFolder::MessageHere(const SBinary& entry) const {
     ObjectId number = 0;
     Require(ParseEntryId(entry.cb, EntryOf(entry), uid, number) && IsMessageId(number),
             MAPI_E_INVALID_ENTRYID);
-    Require(uid == Core().Uid() && FolderOf(number) == m_head.id, MAPI_E_NOT_FOUND);
+    Require(uid == Core().Uid(), MAPI_E_NOT_FOUND);
+    number = Core().Habits().Resolve(Core().Storage(), number, m_head.id);
+    Require(FolderOf(number) == m_head.id, MAPI_E_NOT_FOUND);
     return number;
 }
 
@@ -326,4 +328,50 @@ HRESULT CFolder::DeleteFolder(ULONG cb, LPENTRYID id, ULONG, LPMAPIPROGRESS, ULO
         });
         return S_OK;
     });
+}
+
+// --- copying a whole folder ------------------------------------------------------------------------
+
+namespace {
+
+bool Wants(ULONG tag, const SPropTagArray* exclude, const SPropTagArray* include) {
+    const auto id = static_cast<PropId>(PROP_ID(tag));
+    return include ? NamesId(include, id) : !NamesId(exclude, id);
+}
+
+}  // namespace
+
+void CFolder::CopyAll(const SPropTagArray* exclude, const SPropTagArray* include, IUnknown* target,
+                      ULONG flags, std::vector<CopyProblem>& problems) {
+    { const CStoreCall counted(Core()); }
+    Require((flags & MAPI_MOVE) == 0, MAPI_E_NO_SUPPORT);
+    CRef<IMAPIFolder> other;
+    if (FAILED(target->QueryInterface(IID_IMAPIFolder, reinterpret_cast<void**>(other.Out()))))
+        throw CStoreError(MAPI_E_INTERFACE_NOT_SUPPORTED);
+    const auto own = AsOwnFolder(target);
+    if (!own) {
+        // Into somebody else's store messages go with CopyMessages, folder by folder.
+        for (const ULONG contained :
+             {PR_CONTAINER_CONTENTS, PR_FOLDER_ASSOCIATED_CONTENTS, PR_CONTAINER_HIERARCHY})
+            Require(!Wants(contained, exclude, include), MAPI_E_NO_SUPPORT);
+        return CopyAnyProperties(this, other.Get(), exclude, include, flags, problems);
+    }
+    const CTwoStoreCall call(Core(), own->Core());
+    const bool isSameStore = &Core() == &own->Core();
+    Require(own->IsWritable() && !(isSameStore && own->Id() == Id()), MAPI_E_NO_ACCESS);
+    if (isSameStore && Wants(PR_CONTAINER_HIERARCHY, exclude, include))
+        Require(!IsWithin(Core(), own->Id(), Id()), MAPI_E_FOLDER_CYCLE);
+    // All of it or nothing: the properties are the first to be refused.
+    own->Core().Save([&] {
+        CopyAnyProperties(this, other.Get(), exclude, include, flags, problems);
+        CopyContainedTo(*own, exclude, include);
+    });
+}
+
+void CFolder::CopyContainedTo(CFolder& target, const SPropTagArray* exclude, const SPropTagArray* include) {
+    CStoreCore &from = Core(), &to = target.Core();
+    if (Wants(PR_CONTAINER_CONTENTS, exclude, include)) CopyContents(from, m_head.id, to, target.Id(), false);
+    if (Wants(PR_FOLDER_ASSOCIATED_CONTENTS, exclude, include))
+        CopyContents(from, m_head.id, to, target.Id(), true);
+    if (Wants(PR_CONTAINER_HIERARCHY, exclude, include)) CopySubfolders(from, m_head.id, to, target.Id());
 }

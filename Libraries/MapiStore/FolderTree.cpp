@@ -5,6 +5,7 @@
 #include "Message.h"
 #include "PropertyBag.h"
 #include "StoreError.h"
+#include "TextFold.h"
 
 namespace {
 
@@ -68,6 +69,7 @@ ObjectId CopyFolderRow(CStoreCore& from, ObjectId folder, CStoreCore& to, Object
     to.Storage().WriteFolder(copy, bag.Build({}).small);
     if (!mapped->large.empty()) to.Storage().WriteLarge(copy.id, mapped->large);
     to.Publish({fnevObjectCreated, MAPI_FOLDER, copy.id, parent, 0, 0});
+    if (&from == &to) to.Publish({fnevObjectCopied, MAPI_FOLDER, copy.id, parent, folder, head.parent});
     return copy.id;
 }
 
@@ -78,8 +80,7 @@ ObjectId CopyTreeAt(CStoreCore& from, ObjectId folder, CStoreCore& to, ObjectId 
     const auto children = deep ? ChildrenOf(from, folder) : std::vector<ObjectId>();
     const ObjectId copy = CopyFolderRow(from, folder, to, parent, name);
     for (const bool associated : {false, true})
-        for (const ObjectId message : MessagesOf(from, folder, associated))
-            CopyMessageRow(from, message, to, copy, associated);
+        CopyContents(from, folder, to, copy, associated);
     for (const ObjectId child : children)
         CopyTreeAt(from, child, to, copy, NameOfFolder(from, child), true, depth + 1);
     return copy;
@@ -88,7 +89,15 @@ ObjectId CopyTreeAt(CStoreCore& from, ObjectId folder, CStoreCore& to, ObjectId 
 }  // namespace
 
 ObjectId FindChild(CStoreCore& core, ObjectId parent, std::string_view name) {
-    return core.Storage().FindFolder(parent, name);
+    if (!core.Habits().Has(HABIT_NAMES_WITHOUT_CASE)) return core.Storage().FindFolder(parent, name);
+    std::u32string wanted, folded;
+    FoldUtf8(name, kFoldCase, wanted);
+    ObjectId found = 0;
+    core.Storage().ScanFolders(parent, [&](const FolderHead& head, std::string_view block) {
+        FoldUtf8(NameIn(block), kFoldCase, folded);
+        if (!found && folded == wanted) found = head.id;
+    });
+    return found;
 }
 
 std::string NameOfFolder(CStoreCore& core, ObjectId folder) {
@@ -164,6 +173,16 @@ void DeleteContents(CStoreCore& core, ObjectId folder, bool associated) {
         core.Publish({fnevObjectDeleted, MAPI_MESSAGE, message, folder, 0, 0});
 }
 
+void CopyContents(CStoreCore& from, ObjectId source, CStoreCore& to, ObjectId target, bool associated) {
+    for (const ObjectId message : MessagesOf(from, source, associated))
+        CopyMessageRow(from, message, to, target, associated);
+}
+
+void CopySubfolders(CStoreCore& from, ObjectId source, CStoreCore& to, ObjectId target) {
+    for (const ObjectId child : ChildrenOf(from, source))
+        CopyFolderTree(from, child, to, target, NameOfFolder(from, child), true);
+}
+
 ObjectId CopyMessageRow(CStoreCore& from, ObjectId message, CStoreCore& to, ObjectId folder,
                         bool associated) {
     MessageHead head;
@@ -174,19 +193,25 @@ ObjectId CopyMessageRow(CStoreCore& from, ObjectId message, CStoreCore& to, Obje
     copy.LoadSnapshot(*MapSnapshot(from, to, source.Snapshot()));
     head.id = MakeMessageId(folder, associated, to.NextSerial());
     head.change = to.NextChange();
+    if (to.Habits().Has(HABIT_COPIES_TOUCH)) head.modified = to.NextTime();
     const auto written = copy.WriteParts(head.id);
     head.hasLarge = written.hasLarge;
     head.size = written.size;
     to.Storage().InsertMessage(head, written.small);
+    // An event names its objects by entry IDs of one store.
     to.Publish({fnevObjectCreated, MAPI_MESSAGE, head.id, folder, 0, 0});
+    if (&from == &to)
+        to.Publish({fnevObjectCopied, MAPI_MESSAGE, head.id, folder, message, FolderOf(message)});
     return head.id;
 }
 
 ObjectId MoveMessageRow(CStoreCore& core, ObjectId message, ObjectId folder) {
     MessageHead head;
     Require(core.Storage().ReadMessageHead(message, head), MAPI_E_NOT_FOUND);
-    head.id = MakeMessageId(folder, IsAssociated(message), core.NextSerial());
+    head.id =
+        MakeMessageId(folder, IsAssociated(message), core.Habits().SerialOfMoved(message, core.NextSerial()));
     head.change = core.NextChange();
+    if (core.Habits().Has(HABIT_COPIES_TOUCH)) head.modified = core.NextTime();
     core.Storage().MoveMessage(message, head);
     core.Publish({fnevObjectMoved, MAPI_MESSAGE, head.id, folder, message, FolderOf(message)});
     return head.id;

@@ -2,13 +2,18 @@
 #pragma once
 #include "StoreCore.h"
 
-// The child of that name (compared byte for byte); 0 for none.
+// The child of that name (compared byte for byte, unless the store's names have no case); 0 for none.
 ObjectId FindChild(CStoreCore& core, ObjectId parent, std::string_view name);
 std::string NameOfFolder(CStoreCore& core, ObjectId folder);
 // True if `folder` is `ancestor` or lies below it. A hierarchy that does not end counts as below.
 bool IsWithin(CStoreCore& core, ObjectId folder, ObjectId ancestor);
 
 // All inside a save.
+// Copies of the messages of one folder into another.
+void CopyContents(CStoreCore& from, ObjectId source, CStoreCore& to, ObjectId target, bool associated);
+// Copies of the folders below one folder, with all that is in and below them. MAPI_E_COLLISION if a name is
+// taken.
+void CopySubfolders(CStoreCore& from, ObjectId source, CStoreCore& to, ObjectId target);
 // A new folder with the class of its parent. MAPI_E_COLLISION if the name is taken.
 ObjectId MakeFolder(CStoreCore& core, ObjectId parent, const std::string& name, const std::string& comment);
 // Gives the folder another parent and, unless empty, another name. MAPI_E_COLLISION.

@@ -93,7 +93,8 @@ void MapNamed(IMAPIProp* source, IMAPIProp* target, std::vector<TagPair>& tags) 
     }
 }
 
-std::vector<TagPair> TagsToCopy(IMAPIProp* source, IMAPIProp* target, const Choice& choice) {
+std::vector<TagPair> TagsToCopy(IMAPIProp* source, IMAPIProp* target, const Choice& choice,
+                                std::vector<CopyProblem>& problems) {
     SPropTagArray* raw = nullptr;
     const HRESULT hr = source->GetPropList(0, &raw);
     if (FAILED(hr)) throw CStoreError(hr);
@@ -104,8 +105,11 @@ std::vector<TagPair> TagsToCopy(IMAPIProp* source, IMAPIProp* target, const Choi
         // Text goes wide: nothing is lost to the code page.
         if (PROP_TYPE(tag) == PT_STRING8) tag = CHANGE_PROP_TYPE(tag, PT_UNICODE);
         if (PROP_TYPE(tag) == PT_MV_STRING8) tag = CHANGE_PROP_TYPE(tag, PT_MV_UNICODE);
-        if (choice.Wants(PROP_ID(tag)) && !StaysBehind(tag, choice.include != nullptr))
+        if (!choice.Wants(PROP_ID(tag))) continue;
+        if (!StaysBehind(tag, choice.include != nullptr))
             tags.push_back({tag, tag});
+        else if (choice.include && PROP_TYPE(tag) != PT_OBJECT)
+            problems.push_back({tag, MAPI_E_COMPUTED});  // asked for by name
     }
     MapNamed(source, target, tags);
     return tags;
@@ -142,7 +146,7 @@ bool AlreadyThere(IMAPIProp* target, ULONG tag) {
 // Reads all the tags in one call, writes what came in another, and the large ones by stream.
 void CopyProperties(IMAPIProp* source, IMAPIProp* target, const Choice& choice,
                     std::vector<CopyProblem>& problems) {
-    const auto tags = TagsToCopy(source, target, choice);
+    const auto tags = TagsToCopy(source, target, choice, problems);
     if (tags.empty()) return;
     std::vector<ULONG> asked(1, static_cast<ULONG>(tags.size()));
     for (const TagPair& pair : tags)

@@ -1,6 +1,7 @@
 // The published utilities on notifications: copies of them, and advise sinks made of a function or bound
 // to a thread.
 #include "MapiMemory.h"
+#include "Notifier.h"
 #include "StoreCall.h"
 #include "UnknownImpl.h"
 
@@ -231,6 +232,7 @@ STDAPI HrThisThreadAdviseSink(LPMAPIADVISESINK lpAdviseSink, LPMAPIADVISESINK* l
 
 STDAPI HrDispatchNotifications(ULONG) {
     return GuardedCall([] {
+        DispatchNotifications();
         for (Waiting& waiting : TheQueues().Take(std::this_thread::get_id()))
             waiting.sink->OnNotify(waiting.count, reinterpret_cast<LPNOTIFICATION>(waiting.block.get()));
         return S_OK;

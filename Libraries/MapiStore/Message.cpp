@@ -102,7 +102,7 @@ CRef<CMessage> CMessage::Open(const std::shared_ptr<CStoreCore>& core, ObjectId 
     message->m_folder = FolderOf(id);
     message->m_associated = IsAssociated(id);
     message->m_state.LoadStored(id, std::move(block), message->m_head.recipients != 0,
-                                message->m_head.attachments != 0);
+                                message->m_head.attachments != 0, message->m_head.change);
     return message;
 }
 
@@ -218,6 +218,7 @@ void CMessage::ListObjects(std::vector<ULONG>& tags) {
 
 SCODE CMessage::MaySet(PropId id) const {
     if (id == PROP_ID(PR_MESSAGE_FLAGS)) return IsSaved() ? MAPI_E_COMPUTED : S_OK;
+    if (!IsEmbedded() && Core().Habits().IsComputed(id)) return MAPI_E_COMPUTED;
     return IsComputedOfMessage(id) ? MAPI_E_COMPUTED : S_OK;
 }
 
@@ -264,7 +265,7 @@ void CMessage::Save(ULONG flags) {
         SaveEmbedded();
     else if (!IsSaved() || m_headChanged || m_state.IsChanged())
         SaveTop(flags);
-    if ((flags & KEEP_OPEN_READONLY) && !(flags & KEEP_OPEN_READWRITE)) SetReadOnly();
+    CloseAfterSave(flags);
 }
 
 void CMessage::SaveTop(ULONG flags) {
@@ -273,6 +274,7 @@ void CMessage::SaveTop(ULONG flags) {
     CMessageState::Written written;
     Core().Save([&] {
         const bool isNew = !IsSaved();
+        if (!isNew && (flags & FORCE_SAVE)) TakeOverChanges(head);
         if (isNew) head.id = MakeMessageId(m_folder, m_associated, Core().NextSerial());
         const std::uint64_t now = Core().NextTime();
         if (m_setCreated || isNew) head.created = m_setCreated.value_or(now);
@@ -292,10 +294,22 @@ void CMessage::SaveTop(ULONG flags) {
         Core().Publish(event);
     });
     m_head = head;
-    m_state.AfterWrite(head.id, std::move(written));
+    m_state.AfterWrite(head, std::move(written));
     m_headChanged = false;
     m_setCreated.reset();
     m_setModified.reset();
+}
+
+// Somebody has saved since this object was opened: what was changed here goes over what lies there now, whole
+// property by whole property.
+void CMessage::TakeOverChanges(MessageHead& head) {
+    std::string block;
+    MessageHead present;
+    Require(Core().Storage().ReadMessage(head.id, present, block), MAPI_E_OBJECT_DELETED);
+    if (present.change == m_head.change) return;
+    m_state.LoadBelow(present, std::move(block));
+    head = m_head = present;
+    FillIn();
 }
 
 void CMessage::WriteRow(MessageHead& head, CMessageState::Written& written, ULONG flags) {

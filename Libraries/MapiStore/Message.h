@@ -72,6 +72,7 @@ private:
     void FillIn();
     void SaveTop(ULONG flags);
     void SaveEmbedded();
+    void TakeOverChanges(MessageHead& head);
     void WriteRow(MessageHead& head, CMessageState::Written& written, ULONG flags);
     void OpenRecipientTable(ULONG flags, IMAPITable** table);
     void OpenAttachmentTable(ULONG flags, IMAPITable** table);
@@ -90,7 +91,7 @@ private:
     CRef<CAttach> m_owner;                                     // of an embedded message
     SaveSnapshot m_save;                                       // of a detached one
     std::function<void(IMessage*)> m_released;
-    unsigned m_depth = 0;                                      // of embedding
+    unsigned m_depth = 0;  // of embedding
 };
 
 // True for the properties of messages that only the store sets.

@@ -141,6 +141,13 @@ void CMessage::CopyPropsTo(CMessage& target, const SPropTagArray* exclude, const
                            ULONG flags, std::vector<CopyProblem>& problems) {
     const CCopyChoice choice(exclude, include);
     const bool keep = (flags & MAPI_NOREPLACE) != 0;
+    for (ULONG i = 0; include && i < include->cValues; ++i) {
+        const auto id = static_cast<PropId>(PROP_ID(include->aulPropTag[i]));
+        const bool isContained =
+            id == PROP_ID(PR_MESSAGE_RECIPIENTS) || id == PROP_ID(PR_MESSAGE_ATTACHMENTS);
+        if (!isContained && IsComputedOfMessage(id))
+            problems.push_back({include->aulPropTag[i], MAPI_E_COMPUTED});
+    }
     m_state.bag.ForEach([&](const CStoredValue& value) {
         const PropId id = value.Id();
         if (!choice.Wants(id) || IsComputedOfMessage(id)) return;
@@ -164,7 +171,11 @@ void CMessage::CopyPropsTo(CMessage& target, const SPropTagArray* exclude, const
     if (!IsEmbedded() && include) {
         for (const PropId id : {PROP_ID(PR_CREATION_TIME), PROP_ID(PR_LAST_MODIFICATION_TIME)}) {
             CStoredValue value;
-            if (choice.Wants(id) && FindTime(id, value)) target.SetStored(id, PT_SYSTIME, value.Bytes());
+            if (!choice.Wants(id) || !FindTime(id, value)) continue;
+            if (const SCODE code = target.MaySet(id); code != S_OK)
+                problems.push_back({PROP_TAG(PT_SYSTIME, id), code});
+            else
+                target.SetStored(id, PT_SYSTIME, value.Bytes());
         }
     }
     if (!target.IsSaved() && choice.Wants(PROP_ID(PR_MESSAGE_FLAGS)) && !keep) {

@@ -52,9 +52,10 @@ void WriteAttachment(CStoreCore& core, ObjectId owner, const AttachmentSnapshot&
 // --- loading ---------------------------------------------------------------------------------------
 
 void CMessageState::LoadStored(ObjectId owner, std::string block, bool mayHaveRecipients,
-                               bool mayHaveAttachments) {
+                               bool mayHaveAttachments, std::uint64_t change) {
     bag.Load(std::move(block));
     m_owner = owner;
+    m_change = change;
     m_mayHaveRecipients = mayHaveRecipients;
     m_mayHaveAttachments = mayHaveAttachments;
     m_large.reset();
@@ -62,6 +63,25 @@ void CMessageState::LoadStored(ObjectId owner, std::string block, bool mayHaveRe
     m_attachments.reset();
     m_removedParts.clear();
     m_recipientsChanged = m_attachmentsChanged = false;
+}
+
+void CMessageState::LoadBelow(const MessageHead& head, std::string block) {
+    Require(!m_attachmentsChanged, MAPI_E_OBJECT_CHANGED);
+    bag.LoadBelow(std::move(block));
+    m_change = head.change;
+    m_large.reset();
+    m_attachments.reset();
+    m_mayHaveAttachments = head.attachments != 0;
+    if (m_recipientsChanged) return;
+    m_recipients.reset();
+    m_mayHaveRecipients = head.recipients != 0;
+}
+
+void CMessageState::RequireSameVersion() {
+    if (m_owner == 0 || m_change == 0) return;
+    MessageHead head;
+    Require(m_core.Storage().ReadMessageHead(m_owner, head), MAPI_E_OBJECT_DELETED);
+    Require(head.change == m_change, MAPI_E_OBJECT_CHANGED);
 }
 
 void CMessageState::LoadSnapshot(const MessageSnapshot& snapshot) {
@@ -80,8 +100,10 @@ void CMessageState::LoadSnapshot(const MessageSnapshot& snapshot) {
 
 const std::string& CMessageState::OldLarge() {
     if (!m_large) {
-        m_large.emplace();
-        if (m_owner) m_core.Storage().ReadLarge(m_owner, *m_large);
+        RequireSameVersion();
+        std::string large;
+        if (m_owner) m_core.Storage().ReadLarge(m_owner, large);
+        m_large = std::move(large);
     }
     return *m_large;
 }
@@ -99,12 +121,13 @@ bool CMessageState::LoadLarge(PropId id, std::string& bytes) {
 
 const std::vector<std::string>& CMessageState::Recipients() {
     if (m_recipients) return *m_recipients;
-    m_recipients.emplace();
+    std::vector<std::string> recipients;
     std::string list;
+    if (m_mayHaveRecipients) RequireSameVersion();
     if (m_mayHaveRecipients && m_core.Storage().ReadRecipients(m_owner, list))
         for (const auto& block : SplitRecipients(list))
-            m_recipients->emplace_back(block);
-    return *m_recipients;
+            recipients.emplace_back(block);
+    return m_recipients.emplace(std::move(recipients));
 }
 
 void CMessageState::SetRecipients(std::vector<std::string> blocks) {
@@ -116,15 +139,16 @@ void CMessageState::SetRecipients(std::vector<std::string> blocks) {
 
 const std::vector<AttachmentSlot>& CMessageState::Attachments() {
     if (m_attachments) return *m_attachments;
-    m_attachments.emplace();
+    std::vector<AttachmentSlot> attachments;
     if (m_mayHaveAttachments && m_owner) {
-        m_core.Storage().ScanParts(m_owner, [this](const PartHead& head, std::string_view block) {
+        RequireSameVersion();
+        m_core.Storage().ScanParts(m_owner, [&](const PartHead& head, std::string_view block) {
             if (head.number == kEmbeddedNumber) return;
-            m_attachments->push_back({head.number, head.id, std::string(block), nullptr});
+            attachments.push_back({head.number, head.id, std::string(block), nullptr});
             m_nextNumber = std::max(m_nextNumber, head.number + 1);
         });
     }
-    return *m_attachments;
+    return m_attachments.emplace(std::move(attachments));
 }
 
 std::uint32_t CMessageState::NextAttachmentNumber() {
@@ -231,8 +255,20 @@ void CMessageState::WriteAttachments(ObjectId owner) {
     }
 }
 
+void CMessageState::RewriteBody() {
+    CStoredValue body;
+    if (!m_core.Habits().Has(HABIT_BODIES_REWRITTEN) || !bag.Find(PROP_ID(PR_BODY), body)) return;
+    std::string whole, rewritten;
+    if (!body.IsLarge())
+        whole = body.Bytes();
+    else if (!LoadLarge(PROP_ID(PR_BODY), whole))
+        return;
+    if (m_core.Habits().RewriteBody(whole, rewritten)) bag.SetText(PROP_ID(PR_BODY), rewritten);
+}
+
 CMessageState::Written CMessageState::WriteParts(ObjectId owner) {
     Written written;
+    RewriteBody();
     if (m_recipientsChanged) UpdateDisplayLists();
     const bool largeChanged = bag.LargeChanged();
     auto blocks = bag.Build(largeChanged && bag.KeepsLargeOfBlock() ? std::string_view(OldLarge())
@@ -262,8 +298,9 @@ CMessageState::Written CMessageState::WriteParts(ObjectId owner) {
     return written;
 }
 
-void CMessageState::AfterWrite(ObjectId owner, Written written) {
+void CMessageState::AfterWrite(const MessageHead& head, Written written) {
     const std::uint32_t next = m_nextNumber;
-    LoadStored(owner, std::move(written.small), written.recipients != 0, written.attachments != 0);
+    LoadStored(head.id, std::move(written.small), written.recipients != 0, written.attachments != 0,
+               head.change);
     m_nextNumber = next;  // numbers of attachments are not given twice while the message is open
 }

@@ -38,8 +38,15 @@ class CMessageState {
 public:
     explicit CMessageState(CStoreCore& core) : m_core(core) {}
 
-    // The contents of a stored message or part; recipients and attachments are read when asked for.
-    void LoadStored(ObjectId owner, std::string block, bool mayHaveRecipients, bool mayHaveAttachments);
+    // The contents of a stored message or part; large values, recipients and attachments are read when asked
+    // for. `change`: the message's change number, 0 for a part. Where somebody has saved since, what belongs
+    // to the block is not there any more: every later read then throws MAPI_E_OBJECT_CHANGED or
+    // MAPI_E_OBJECT_DELETED.
+    void LoadStored(ObjectId owner, std::string block, bool mayHaveRecipients, bool mayHaveAttachments,
+                    std::uint64_t change = 0);
+    // The same with what was changed here laid over it. Throws MAPI_E_OBJECT_CHANGED where the attachments
+    // were changed.
+    void LoadBelow(const MessageHead& head, std::string block);
     void LoadSnapshot(const MessageSnapshot& snapshot);
 
     CPropertyBag bag;
@@ -70,7 +77,7 @@ public:
     // display lists, writes large values, recipients and attachments of `owner`. Inside a save.
     Written WriteParts(ObjectId owner);
     // After the save that wrote them has held: starts again from what is stored now.
-    void AfterWrite(ObjectId owner, Written written);
+    void AfterWrite(const MessageHead& head, Written written);
     // The whole, read from the store where it is not in memory.
     std::shared_ptr<const MessageSnapshot> Snapshot(unsigned depth = 0);
 
@@ -82,11 +89,14 @@ public:
 
 private:
     const std::string& OldLarge();
+    void RequireSameVersion();
     void UpdateDisplayLists();
+    void RewriteBody();
     void WriteAttachments(ObjectId owner);
 
     CStoreCore& m_core;
-    ObjectId m_owner = 0;  // where it is stored; 0 if it is not
+    ObjectId m_owner = 0;        // where it is stored; 0 if it is not
+    std::uint64_t m_change = 0;  // of the message when the block was read; 0 for a part
     bool m_mayHaveRecipients = false;
     bool m_mayHaveAttachments = false;
     std::optional<std::string> m_large;

@@ -1,8 +1,11 @@
 #include "MsgStore.h"
 
+#include <Platform/Files.h>
+
 #include <algorithm>
 
 #include "Folder.h"
+#include "FolderTree.h"
 #include "MapiMemory.h"
 #include "Tables.h"
 #include "WellKnown.h"
@@ -106,20 +109,15 @@ bool SameEntry(ULONG cb1, const ENTRYID* id1, ULONG cb2, const ENTRYID* id2) {
 }
 
 CMsgStore::~CMsgStore() {
-    if (m_batches == 0) return;
-    const CStoreLock lock(Core());
-    while (m_batches-- > 0) {
-        GuardedCall([&] {
-            Core().EndBatch();
-            return S_OK;
-        });
-    }
+    while (m_batch.begun > 0)
+        EndBatch();
 }
 
 void* CMsgStore::FindInterface(REFIID riid) {
     if (riid == IID_IUnknown || riid == IID_IMAPIProp || riid == IID_IMsgStore)
         return static_cast<IMsgStore*>(this);
     if (riid == IID_IStoreBatch) return static_cast<IStoreBatch*>(this);
+    if (riid == IID_IStoreCare) return static_cast<IStoreCare*>(this);
     if (riid == IID_IStoreFaults) return static_cast<IStoreFaults*>(this);
     return nullptr;
 }
@@ -262,6 +260,7 @@ HRESULT CMsgStore::Advise(ULONG cb, LPENTRYID id, ULONG mask, LPMAPIADVISESINK s
         if (cb != 0) {
             Require(ParseEntryId(cb, id, uid, number), MAPI_E_INVALID_ENTRYID);
             Require(uid == Core().Uid(), MAPI_E_UNKNOWN_ENTRYID);
+            number = Core().Habits().Resolve(Core().Storage(), number, 0);
         }
         *connection = AdviseObject(SharedCore(), number, mask, sink);
         return S_OK;
@@ -369,34 +368,110 @@ HRESULT CMsgStore::GetReceiveFolderTable(ULONG flags, LPMAPITABLE* table) {
 HRESULT CMsgStore::StoreLogoff(ULONG* flags) {
     return Guarded([&] {
         if (flags) *flags = LOGOFF_COMPLETE;
-        Core().FlushBatch();
+        Core().CommitGathered();
+        return S_OK;
+    });
+}
+
+// Batches are no calls of the published interfaces, so nobody's faults count them.
+template <class Body>
+static HRESULT OnBatch(CStoreCore& core, const Body& body) {
+    const CStoreLock lock(core);
+    return GuardedCall([&] {
+        body();
         return S_OK;
     });
 }
 
 HRESULT CMsgStore::BeginBatch() {
-    const CStoreLock lock(Core());
-    return GuardedCall([&] {
-        Core().BeginBatch();
-        ++m_batches;
-        return S_OK;
-    });
+    return OnBatch(Core(), [&] { Core().BeginBatch(m_batch); });
 }
 
 HRESULT CMsgStore::FlushBatch() {
+    return OnBatch(Core(), [&] { Core().FlushBatch(m_batch); });
+}
+
+HRESULT CMsgStore::FlushToDisk() {
+    return OnBatch(Core(), [&] { Core().FlushToDisk(m_batch); });
+}
+
+HRESULT CMsgStore::EndBatch() {
+    return OnBatch(Core(), [&] { Core().EndBatch(m_batch); });
+}
+
+HRESULT CMsgStore::BatchState() {
     const CStoreLock lock(Core());
-    return GuardedCall([&] {
-        Core().FlushBatch();
+    return Core().BatchState(m_batch);
+}
+
+// --- the file --------------------------------------------------------------------------------------
+
+namespace {
+
+// How a person knows an object; with its number where nothing else can be read of it.
+std::string NameOfObject(CStoreCore& core, ObjectId id) {
+    try {
+        if (IsFolderId(id)) {
+            std::string path;
+            FolderHead head;
+            std::string block;
+            ObjectId folder = id;
+            for (unsigned depth = 0; folder > kIpmFolder && depth < 100; ++depth, folder = head.parent) {
+                if (!core.Storage().ReadFolder(folder, head, block)) break;
+                path = "\\" + NameOfFolder(core, folder) + path;
+            }
+            return "the folder \"" + (path.empty() ? std::string("\\") : path) + "\"";
+        }
+        MessageHead head;
+        std::string block;
+        CStoredValue subject;
+        if (IsMessageId(id) && core.Storage().ReadMessage(id, head, block) &&
+            CValueBlock(block).Find(PROP_ID(PR_SUBJECT), subject))
+            return "the message \"" + std::string(subject.Bytes()) + "\" in " +
+                   NameOfObject(core, FolderOf(id));
+    } catch (const CStoreError&) {
+        // It is damaged, which is why it is named.
+    }
+    return "the object " + std::to_string(id);
+}
+
+}  // namespace
+
+HRESULT CMsgStore::Check(Damage* damage, void* context, StoreCheckCounts* counts) {
+    return Guarded([&] {
+        Require(damage && counts, MAPI_E_INVALID_PARAMETER);
+        Core().CommitGathered();
+        // Told when the check is over: naming an object reads the store.
+        std::vector<StoreDamage> found;
+        Core().Storage().Check([&found](const StoreDamage& one) { found.push_back(one); }, *counts);
+        for (const StoreDamage& one : found) {
+            const std::string text =
+                one.object ? NameOfObject(Core(), one.object) + " " + one.text : one.text;
+            damage(context, one.kind, text.c_str());
+        }
         return S_OK;
     });
 }
 
-HRESULT CMsgStore::EndBatch() {
-    const CStoreLock lock(Core());
-    return GuardedCall([&] {
-        Require(m_batches > 0, MAPI_E_CALL_FAILED);
-        --m_batches;
-        Core().EndBatch();
+HRESULT CMsgStore::Compact(ULONGLONG* before, ULONGLONG* after) {
+    return Guarded([&] {
+        Require(before && after, MAPI_E_INVALID_PARAMETER);
+        const auto size = [this] {
+            return StampOfFile(Core().Path()).cbSize + StampOfFile(Core().Path() + "-wal").cbSize;
+        };
+        Core().CommitGathered();
+        *before = size();
+        Core().Storage().Compact();
+        *after = size();
+        return S_OK;
+    });
+}
+
+HRESULT CMsgStore::BackUp(const char* file) {
+    return Guarded([&] {
+        Require(file && *file, MAPI_E_INVALID_PARAMETER);
+        Core().CommitGathered();
+        Core().Storage().BackUp(file);
         return S_OK;
     });
 }

@@ -1,11 +1,11 @@
-// IMsgStore, with the two interfaces of StoreExtensions.h.
+// IMsgStore, with the interfaces of StoreExtensions.h.
 #pragma once
 #include <Platform/StoreExtensions.h>
 
 #include "PropObject.h"
 #include "PropertyBag.h"
 
-class CMsgStore : public CPropInterface<IMsgStore, IStoreBatch, IStoreFaults> {
+class CMsgStore : public CPropInterface<IMsgStore, IStoreBatch, IStoreFaults, IStoreCare> {
 public:
     // `isDefault`: it is the default store of the session's profile.
     CMsgStore(const std::shared_ptr<CStoreCore>& core, bool writable, bool isDefault)
@@ -34,9 +34,22 @@ public:
     HRESULT STDMETHODCALLTYPE BeginBatch() override;
     HRESULT STDMETHODCALLTYPE FlushBatch() override;
     HRESULT STDMETHODCALLTYPE EndBatch() override;
+    HRESULT STDMETHODCALLTYPE FlushToDisk() override;
+    HRESULT STDMETHODCALLTYPE BatchState() override;
+
+    HRESULT STDMETHODCALLTYPE Check(Damage* damage, void* context, StoreCheckCounts* counts) override;
+    HRESULT STDMETHODCALLTYPE Compact(ULONGLONG* before, ULONGLONG* after) override;
+    HRESULT STDMETHODCALLTYPE BackUp(const char* file) override;
 
     void STDMETHODCALLTYPE SetFault(ULONG n, HRESULT hr, BOOL forGood) override;
     ULONG STDMETHODCALLTYPE CallCount() override { return Core().CallCount(); }
+    void STDMETHODCALLTYPE SetCommitFault(ULONG n, HRESULT hr, BOOL forGood) override {
+        Core().SetCommitFault(n, hr, forGood != FALSE);
+    }
+    ULONG STDMETHODCALLTYPE CommitCount() override { return Core().CommitCount(); }
+    ULONG STDMETHODCALLTYPE DurableCommitCount() override { return Core().DurableCommitCount(); }
+    void STDMETHODCALLTYPE SetSavesPerCommit(ULONG saves) override { Core().SetSavesPerCommit(saves); }
+    void STDMETHODCALLTYPE CommitAsOwnThread() override { Core().CommitAsOwnThread(); }
     void STDMETHODCALLTYPE SetKillAtSave(ULONG n) override { Core().SetKillAtSave(n); }
     ULONG STDMETHODCALLTYPE SaveCount() override { return Core().SaveCount(); }
     void STDMETHODCALLTYPE SetInterruption(ULONG n, Interruption* body, void* context) override {
@@ -63,8 +76,8 @@ private:
     void LoadBag(bool again);
 
     bool m_isDefault;
-    unsigned m_batches = 0;  // begun here and not ended
-    CPropertyBag m_bag;      // what callers have set on the store
+    CBatchHolder m_batch;
+    CPropertyBag m_bag;  // what callers have set on the store
     std::string m_large;
     bool m_loaded = false;
     std::string m_name;

@@ -103,7 +103,7 @@ std::vector<StoreEvent> CObjectWatch::Differences(const Objects& now) const {
 ENTRYID* CObjectWatch::EntryOf(CStoreCore& core, ObjectId id, ULONG& cb) {
     cb = 0;
     if (id == 0) return nullptr;
-    m_entries.push_back(MakeEntryId(core.Uid(), id));
+    m_entries.push_back(MakeEntryId(core.Uid(), core.Habits().Shown(id)));
     cb = sizeof(StoreEntryId);
     return reinterpret_cast<ENTRYID*>(&m_entries.back());
 }

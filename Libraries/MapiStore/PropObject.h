@@ -63,7 +63,8 @@ protected:
         return m_core ? GuardedCall(*m_core, body) : GuardedCall(body);
     }
     void RequireWritable() const { Require(m_writable, MAPI_E_NO_ACCESS); }
-    void SetReadOnly() { m_writable = false; }
+    // What SaveChanges leaves open, as its flags ask: without KEEP_OPEN_READWRITE nothing more is written.
+    void CloseAfterSave(ULONG flags) { m_writable = m_writable && (flags & KEEP_OPEN_READWRITE); }
 
 private:
     friend class CPropStream;
@@ -82,10 +83,8 @@ class CPropInterface : public CUnknownImpl<Interfaces...>, public CPropObject {
 public:
     using CPropObject::CPropObject;
 
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
-        if (!error) return MAPI_E_INVALID_PARAMETER;
-        *error = nullptr;
-        return S_OK;
+    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hr, ULONG flags, LPMAPIERROR* error) override {
+        return GiveLastError(hr, flags, error);
     }
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override {
         return Guarded([&] {

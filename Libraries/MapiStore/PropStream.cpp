@@ -38,8 +38,7 @@ private:
     std::string StoredText() const {
         std::string text = PROP_TYPE(m_tag) == PT_UNICODE ? Utf8FromUtf16Bytes(m_bytes) : m_bytes;
         if (!text.empty() && text.back() == 0) text.pop_back();
-        if (PROP_TYPE(m_tag) == PT_UNICODE || text.find('\0') != std::string::npos) return text;
-        return Utf8FromNarrow(text.c_str());
+        return PROP_TYPE(m_tag) == PT_UNICODE ? text : Utf8FromNarrow(text);
     }
 
     std::shared_ptr<CStoreCore> m_core;

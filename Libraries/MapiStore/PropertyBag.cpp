@@ -13,6 +13,14 @@ void CPropertyBag::Load(std::string block) {
     m_bytes.clear();
     m_cbLive = 0;
     m_cleared = false;
+    SetBlock(std::move(block));
+}
+
+void CPropertyBag::LoadBelow(std::string block) {
+    SetBlock(std::move(block));
+}
+
+void CPropertyBag::SetBlock(std::string block) {
     m_blockHasLarge = false;
     m_view = CValueBlock();
     m_block = std::move(block);

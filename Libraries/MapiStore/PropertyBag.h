@@ -12,6 +12,9 @@ public:
     // Starts again from a block; throws MAPI_E_CORRUPT_DATA for damaged bytes, the bag is empty then.
     void Load(std::string block);
 
+    // The same with the changes since the last load kept, over the new block.
+    void LoadBelow(std::string block);
+
     // True if the property is there. Small values and those set since view the bag (valid until the
     // next change); large ones of the block come back with IsLarge().
     bool Find(PropId id, CStoredValue& value) const;
@@ -58,6 +61,7 @@ private:
         return std::string_view(m_bytes).substr(change.offset, change.size);
     }
     void Compact();
+    void SetBlock(std::string block);
 
     std::string m_block;
     CValueBlock m_view;             // of m_block

@@ -88,11 +88,10 @@ void AppendSingle(const SPropValue& value, std::string& bytes) {
     switch (PROP_TYPE(value.ulPropTag)) {
         case PT_STRING8:
             Require(value.Value.lpszA, MAPI_E_INVALID_PARAMETER);
-#ifdef _WIN32
-            bytes += Utf8FromNarrow(value.Value.lpszA);
-#else
-            bytes += value.Value.lpszA;
-#endif
+            if (IsSameNarrow(value.Value.lpszA))
+                bytes += value.Value.lpszA;
+            else
+                bytes += Utf8FromNarrow(value.Value.lpszA);
             break;
         case PT_UNICODE:
             Require(value.Value.lpszW, MAPI_E_INVALID_PARAMETER);
@@ -133,11 +132,7 @@ std::string_view CutBinary(std::string_view bytes, bool cell) {
 std::size_t RoomForText(std::string_view utf8, PropType given, bool cell) {
     utf8 = CutText(utf8, cell);
     if (given == PT_UNICODE) return Aligned((WideFromUtf8(utf8).size() + 1) * sizeof(WCHAR));
-#ifdef _WIN32
-    return Aligned(NarrowFromUtf8(utf8).size() + 1);
-#else
-    return Aligned(utf8.size() + 1);
-#endif
+    return Aligned((IsSameNarrow(utf8) ? utf8.size() : NarrowFromUtf8(utf8).size()) + 1);
 }
 
 char* TakeRoom(char*& room, std::size_t cb) {
@@ -154,10 +149,8 @@ void GiveText(std::string_view utf8, PropType given, bool cell, char*& room) {
                     (wide.size() + 1) * sizeof(WCHAR));
         return;
     }
-#ifdef _WIN32
-    const std::string narrow = NarrowFromUtf8(utf8);
-    utf8 = narrow;
-#endif
+    std::string narrow;
+    if (!IsSameNarrow(utf8)) utf8 = narrow = NarrowFromUtf8(utf8);
     char* at = TakeRoom(room, utf8.size() + 1);
     if (!utf8.empty()) std::memcpy(at, utf8.data(), utf8.size());
     at[utf8.size()] = 0;

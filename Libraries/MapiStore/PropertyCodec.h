@@ -1,5 +1,7 @@
 // Between SPropValue and the stored form of ValueBlock.h.
 #pragma once
+#include <Platform/Utf8.h>
+
 #include "ValueBlock.h"
 
 #include <optional>
@@ -38,13 +40,11 @@ inline void GiveError(ULONG tag, SCODE code, SPropValue& out) {
     out.Value.err = code;
 }
 
-// Text between the two widths of the published interfaces and the UTF-8 of the store. On systems
-// whose 8-bit code page is not UTF-8 the narrow forms convert. Wide bytes are UTF-16LE.
-std::string Utf8FromNarrow(const char* text);
-std::string Utf8FromWide(const WCHAR* text);
+// Text between the 8-bit form of the published interfaces and the UTF-8 of the store (Platform/Utf8.h has
+// the wide one). Where the code page is not UTF-8 the 8-bit form converts, and what it lacks becomes '?'.
+std::string Utf8FromNarrow(std::string_view text);
 std::string NarrowFromUtf8(std::string_view utf8);
-std::wstring WideFromUtf8(std::string_view utf8);
-std::string Utf16BytesFromUtf8(std::string_view utf8);
-std::string Utf8FromUtf16Bytes(std::string_view bytes);
+// Whether a text is the same in both.
+bool IsSameNarrow(std::string_view utf8);
 // An LPTSTR argument: wide when `flags` has MAPI_UNICODE. Null gives the empty text.
 std::string Utf8FromArgument(const void* text, ULONG flags);

@@ -87,11 +87,11 @@ private:
 
 class CRelation final : public COfProperty {
 public:
-    CRelation(PropId id, ULONG relop, Constant constant)
-        : COfProperty(id), m_relop(relop), m_constant(std::move(constant)) {}
+    CRelation(PropId id, ULONG relop, Constant constant, bool absentFits)
+        : COfProperty(id), m_relop(relop), m_constant(std::move(constant)), m_absentFits(absentFits) {}
     bool Matches(const IRow& row) const override {
         const CLoadedValue value(row, m_id);
-        if (!value) return false;
+        if (!value) return m_absentFits;
         CStoredValue wanted;
         m_constant.View(m_id, wanted);
         const auto holds = [&](const CStoredValue& one) {
@@ -104,6 +104,7 @@ public:
 private:
     ULONG m_relop;
     Constant m_constant;
+    bool m_absentFits;
 };
 
 class CCompareProps final : public IRestrictionNode {
@@ -312,7 +313,7 @@ private:
                 BoundsOfContent(pattern, r.ulFuzzyLevel)};
     }
 
-    static Built Relation(const SPropertyRestriction& r) {
+    Built Relation(const SPropertyRestriction& r) {
         CheckRelation(r.relop);
         Constant constant = ConstantOf(r.ulPropTag, r.lpProp);
         CStoredValue wanted;
@@ -320,7 +321,8 @@ private:
         // A constant of several elements is compared as a whole, which no key tells.
         RestrictionBounds bounds;
         if (!(constant.type & MV_FLAG)) bounds = BoundsOfRelation(r.relop, wanted);
-        return {std::make_unique<CRelation>(IdOf(r.ulPropTag), r.relop, std::move(constant)),
+        return {std::make_unique<CRelation>(IdOf(r.ulPropTag), r.relop, std::move(constant),
+                                            m_owner.m_absentFits),
                 std::move(bounds)};
     }
 
@@ -367,10 +369,10 @@ private:
     CRestriction& m_owner;
 };
 
-CRestriction::CRestriction(const SRestriction& restriction) {
+CRestriction::CRestriction(const SRestriction& restriction, bool absentFits) : m_absentFits(absentFits) {
     Built built = CBuilder(*this).Build(restriction, 0);
     m_root = std::move(built.node);
-    m_bounds = std::move(built.bounds);
+    if (!absentFits) m_bounds = std::move(built.bounds);  // keys tell nothing of what is absent
 }
 
 std::vector<PropId> CRestriction::Ids() const {

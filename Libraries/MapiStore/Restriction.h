@@ -22,9 +22,12 @@ public:
     //                             unknown relation or fuzzy level
     //   MAPI_E_TOO_COMPLEX        a kind, type or regular expression that no row can answer, value and
     //                             property of different types, more than kMaxDepth levels
-    explicit CRestriction(const SRestriction& restriction);
+    //
+    // `absentFits`: see HABIT_ABSENT_FITS.
+    explicit CRestriction(const SRestriction& restriction, bool absentFits = false);
 
-    // A property that is not there fulfils no relation (so its negation by RES_NOT does); a relation on
+    // A property that is not there fulfils no relation (so its negation by RES_NOT does), or with
+    // `absentFits` each; a relation on
     // a multi-valued property with a single value holds when it holds for any element.
     bool Matches(const IRow& row) const { return m_root->Matches(row); }
 
@@ -43,4 +46,5 @@ private:
     std::unique_ptr<IRestrictionNode> m_root;
     RestrictionBounds m_bounds;
     bool m_hasSubRows = false;
+    bool m_absentFits = false;
 };

@@ -9,7 +9,7 @@
 namespace {
 
 void OwnEntryId(CStoreCore& core, ObjectId number, bool shortTerm, PropId id, CStoredValue& value) {
-    const StoreEntryId entry = MakeEntryId(core.Uid(), number, shortTerm);
+    const StoreEntryId entry = MakeEntryId(core.Uid(), core.Habits().Shown(number), shortTerm);
     value.Own(id, PT_BINARY, &entry, sizeof entry);
 }
 
@@ -24,10 +24,10 @@ void OwnRecordKey(CStoreCore& core, ObjectId number, PropId id, CStoredValue& va
 bool ComputedOfStore(CStoreCore& core, ObjectId number, bool inTable, PropId id, CStoredValue& value) {
     switch (id) {
         case PROP_ID(PR_ENTRYID):
-            OwnEntryId(core, number, inTable && core.HasLongTermIds(), id, value);
+            OwnEntryId(core, number, inTable && core.Habits().Has(HABIT_SHORT_TERM_TABLES), id, value);
             return true;
         case PROP_ID(PR_LONGTERM_ENTRYID_FROM_TABLE):
-            if (!inTable || !core.HasLongTermIds()) return false;
+            if (!inTable || !core.Habits().Has(HABIT_SHORT_TERM_TABLES)) return false;
             OwnEntryId(core, number, false, id, value);
             return true;
         case PROP_ID(PR_INSTANCE_KEY):

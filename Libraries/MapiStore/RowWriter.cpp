@@ -8,11 +8,7 @@ namespace {
 // True for the short texts and binaries that most cells are: their bytes go in as they are stored.
 bool IsPlain(const CStoredValue& value, PropType given) {
     if (given == PT_BINARY) return value.Bytes().size() <= kCellBytes;
-#ifdef _WIN32
-    return false;  // stored text is in another code page
-#else
-    return given == PT_STRING8 && value.Bytes().size() <= kCellCharacters;
-#endif
+    return given == PT_STRING8 && value.Bytes().size() <= kCellCharacters && IsSameNarrow(value.Bytes());
 }
 
 }  // namespace

@@ -35,10 +35,8 @@ void* CTable::FindInterface(REFIID riid) {
     return nullptr;
 }
 
-HRESULT CTable::GetLastError(HRESULT, ULONG, LPMAPIERROR* lppMAPIError) {
-    if (!lppMAPIError) return MAPI_E_INVALID_PARAMETER;
-    *lppMAPIError = nullptr;
-    return S_OK;
+HRESULT CTable::GetLastError(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) {
+    return GiveLastError(hResult, ulFlags, lppMAPIError);
 }
 
 // --- notifications ----------------------------------------------------------------------------------

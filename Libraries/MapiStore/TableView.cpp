@@ -77,8 +77,13 @@ void CTableView::Restart() {
     ++m_setting;
 }
 
+bool CTableView::AbsentFits() const {
+    const CStoreCore* core = m_source->Core();
+    return core && core->Habits().Has(HABIT_ABSENT_FITS);
+}
+
 void CTableView::Restrict(const SRestriction* restriction) {
-    auto compiled = restriction ? std::make_unique<CRestriction>(*restriction) : nullptr;
+    auto compiled = restriction ? std::make_unique<CRestriction>(*restriction, AbsentFits()) : nullptr;
     m_restriction = std::move(compiled);
     Restart();
 }
@@ -247,7 +252,7 @@ std::size_t CTableView::FindBackward(const CRestriction& wanted, std::size_t fro
 }
 
 bool CTableView::Find(const SRestriction& restriction, BOOKMARK origin, bool backward, bool& moved) {
-    const CRestriction wanted(restriction);
+    const CRestriction wanted(restriction, AbsentFits());
     const std::size_t before = m_position;
     const std::size_t from = Resolve(origin, moved);
     const std::size_t found = backward ? FindBackward(wanted, from) : FindForward(wanted, from);
@@ -264,6 +269,8 @@ SRow CTableView::WriteRow(const IRow& row, RowKey key, CRootArena& arena) {
 
 LPSRowSet CTableView::QueryRows(LONG count, bool advance) {
     Require(count != 0, MAPI_E_INVALID_PARAMETER);
+    if (const CStoreCore* core = m_source->Core(); core && count > 0)
+        count = static_cast<LONG>(core->Habits().RowsOf(static_cast<std::size_t>(count)));
     if (count > 0 && m_position == 0) {
         if (!m_order.IsFresh(*m_source)) m_order.Forget();
         if (!m_order.IsLoaded() && static_cast<std::size_t>(count) >= kReadAllAtOnce) {

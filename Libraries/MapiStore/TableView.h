@@ -60,6 +60,7 @@ private:
     }
     void Refresh();
     void Restart();
+    bool AbsentFits() const;
     std::size_t Resolve(BOOKMARK origin, bool& moved);
     std::size_t FindForward(const CRestriction& wanted, std::size_t from);
     std::size_t FindBackward(const CRestriction& wanted, std::size_t from);

@@ -26,6 +26,9 @@ enum WellKnownFolder : ObjectId {
 inline constexpr GUID kStoreProvider = {
     0x4f7c1e52, 0x8d0b, 0x4b6e, {0x9e, 0x6a, 0x3c, 0x2d, 0x1a, 0x5b, 0x7f, 0x10}};
 
-inline constexpr ULONG kStoreSupportMask =
-    STORE_ENTRYID_UNIQUE | STORE_SEARCH_OK | STORE_MODIFY_OK | STORE_CREATE_OK | STORE_ATTACH_OK |
-    STORE_OLE_OK | STORE_NOTIFY_OK | STORE_MV_PROPS_OK | STORE_RTF_OK | STORE_RESTRICTION_OK | STORE_SORT_OK;
+// Not among them, because a caller would rely on it: search folders (STORE_SEARCH_OK), objects of attachments
+// as IStorage (STORE_OLE_OK), body and RTF that the store keeps in step by itself (STORE_RTF_OK; RTFSync does
+// that), a row for each value of a multi-valued column (STORE_MV_PROPS_OK).
+inline constexpr ULONG kStoreSupportMask = STORE_ENTRYID_UNIQUE | STORE_MODIFY_OK | STORE_CREATE_OK |
+                                           STORE_ATTACH_OK | STORE_NOTIFY_OK | STORE_RESTRICTION_OK |
+                                           STORE_SORT_OK | STORE_UNICODE_OK;
