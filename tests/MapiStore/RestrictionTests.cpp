@@ -319,9 +319,10 @@ protected:
                 ChangeSubject(ids[at], random.Text());
         }
     }
+    CBatchHolder m_batch;
     void Gather(bool begin) {
         const CQuietCall call(*core);
-        begin ? core->BeginBatch() : core->EndBatch();
+        begin ? core->BeginBatch(m_batch) : core->EndBatch(m_batch);
     }
     // The numbers of the rows that the table shows, and those that match when each is looked at.
     std::vector<ObjectId> Shown(const SRestriction& plain) {

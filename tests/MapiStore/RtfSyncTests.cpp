@@ -2,6 +2,7 @@
 #include <MapiStore/Lzfu.h>
 #include <MapiStore/RtfText.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <support/StoreFixture.h>
 
 namespace {
@@ -81,7 +82,7 @@ TEST_F(RtfSync, TextWrittenIsTextReadInBothForms) {
 TEST_F(RtfSync, BodyFollowsTheRtf) {
     WriteRtf("{\\rtf1\\ansi one\\par two \\u8364?}", 0);
     EXPECT_TRUE(Sync(RTF_SYNC_RTF_CHANGED));
-    EXPECT_EQ(NarrowFromWide(L"one\r\ntwo \u20ac"), Body());
+    EXPECT_EQ(Utf8FromWide(L"one\r\ntwo \u20ac"), Body());
     EXPECT_FALSE(Sync(RTF_SYNC_RTF_CHANGED));
     LPSPropValue inSync = nullptr;
     EXPECT_EQ(S_OK, HrGetOneProp(message.Get(), PR_RTF_IN_SYNC, &inSync));

@@ -187,6 +187,44 @@ TEST_F(StoreFolder, EmptyingSparesHiddenMessagesUnlessAsked) {
     EXPECT_EQ(SubjectsIn(left.Get(), MAPI_ASSOCIATED), "");
 }
 
+// CopyTo of a folder: everything in and below it, but for what the caller leaves out.
+TEST_F(StoreFolder, CopyToTakesTheWholeFolderOrWhatIsAskedFor) {
+    SavedMessage(left.Get(), "M");
+    TestRef<IMessage> hidden;
+    ASSERT_EQ(left->CreateMessage(nullptr, MAPI_ASSOCIATED, hidden.Out()), S_OK);
+    ASSERT_EQ(SetText(hidden.Get(), PR_SUBJECT_A, "H"), S_OK);
+    ASSERT_EQ(hidden->SaveChanges(0), S_OK);
+    ASSERT_EQ(SetText(left.Get(), PR_COMMENT_A, "why"), S_OK);
+    const auto below = MakeFolder(MakeFolder(left.Get(), "Below").Get(), "Deep");
+    SavedMessage(below.Get(), "D");
+    const auto copyTo = [&](IMAPIFolder* target, std::vector<ULONG> exclude) {
+        exclude.insert(exclude.begin(), static_cast<ULONG>(exclude.size()));
+        return left->CopyTo(0, nullptr, reinterpret_cast<LPSPropTagArray>(exclude.data()), 0, nullptr,
+                            &IID_IMAPIFolder, target, 0, nullptr);
+    };
+    const auto look = [&](IMAPIFolder* folder) {
+        return SubjectsIn(folder) + "|" + SubjectsIn(folder, MAPI_ASSOCIATED) + "|" + Names(folder) + "|" +
+               TextOf(folder, PR_COMMENT_A);
+    };
+    for (const auto& target : {MakeFolder(Ipm(leftStore.Get()).Get(), "Whole"), right}) {
+        ASSERT_EQ(copyTo(target.Get(), {PR_DISPLAY_NAME_A}), S_OK);
+        EXPECT_EQ(look(target.Get()), "M|H|Below|why");
+        EXPECT_EQ(SubjectsIn(MakeFolder(MakeFolder(target.Get(), "Below").Get(), "Deep").Get()), "D");
+        EXPECT_EQ(copyTo(target.Get(), {PR_DISPLAY_NAME_A}), MAPI_E_COLLISION);
+        EXPECT_EQ(look(target.Get()), "M|H|Below|why") << "all or nothing";
+    }
+    const auto part = MakeFolder(Ipm(leftStore.Get()).Get(), "Part");
+    ASSERT_EQ(copyTo(part.Get(), {PR_DISPLAY_NAME_A, PR_CONTAINER_CONTENTS, PR_FOLDER_ASSOCIATED_CONTENTS,
+                                  PR_CONTAINER_HIERARCHY}),
+              S_OK);
+    EXPECT_EQ(look(part.Get()), "|||why");
+    SPropTagArray include = {1, {PR_CONTAINER_CONTENTS}};
+    ASSERT_EQ(left->CopyProps(&include, 0, nullptr, &IID_IMAPIFolder, part.Get(), 0, nullptr), S_OK);
+    EXPECT_EQ(look(part.Get()), "M|||why");
+    EXPECT_EQ(copyTo(below.Get(), {PR_DISPLAY_NAME_A}), MAPI_E_FOLDER_CYCLE);
+    EXPECT_EQ(copyTo(left.Get(), {PR_DISPLAY_NAME_A}), MAPI_E_NO_ACCESS);
+}
+
 TEST_F(StoreFolder, StatusAndReadFlagsBelongToTheFolder) {
     const std::string id = IdOf(SavedMessage(left.Get(), "M").Get());
     ULONG old = 99, now = 0;

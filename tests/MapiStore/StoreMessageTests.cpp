@@ -1,6 +1,7 @@
 // Messages: properties, saving, recipients, attachments, copying.
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 
 #include <array>
 
@@ -116,7 +117,7 @@ TEST_F(StoreMessage, TextGoesInEitherWidthAndOtherTypesAreNotFound) {
     const std::wstring subject =
         L"Gr\u00FC\u00DF"
         L"e";
-    auto message = NewMessage(left.Get(), NarrowFromWide(subject));
+    auto message = NewMessage(left.Get(), Utf8FromWide(subject));
     LPSPropValue value = nullptr;
     ASSERT_EQ(HrGetOneProp(message.Get(), PR_SUBJECT_W, &value), S_OK);
     EXPECT_EQ(std::wstring(value->Value.lpszW), subject);
@@ -198,10 +199,14 @@ TEST_F(StoreMessage, ChangedOrDeletedBySomebodyElse) {
 }
 
 TEST_F(StoreMessage, KeptOpenForReadingOnly) {
-    auto message = NewMessage(left.Get(), "RO");
-    ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READONLY), S_OK);
-    EXPECT_EQ(TextOf(message.Get(), PR_SUBJECT_A), "RO");
-    EXPECT_EQ(SetText(message.Get(), PR_SUBJECT_A, "x"), MAPI_E_NO_ACCESS);
+    TestRef<IMessage> message;
+    for (const ULONG flags : {ULONG{KEEP_OPEN_READONLY}, ULONG{0}, ULONG{FORCE_SAVE}}) {
+        message = NewMessage(left.Get(), "RO");
+        ASSERT_EQ(message->SaveChanges(flags), S_OK);
+        EXPECT_EQ(TextOf(message.Get(), PR_SUBJECT_A), "RO");
+        EXPECT_EQ(SetText(message.Get(), PR_SUBJECT_A, "x"), MAPI_E_NO_ACCESS);
+        EXPECT_EQ(message->SaveChanges(flags), MAPI_E_NO_ACCESS);
+    }
     std::string id = IdOf(message.Get());
     TestRef<IMessage> plain;
     ULONG type = 0;
@@ -375,6 +380,15 @@ TEST_F(StoreMessage, CopyToLeavesOutWhatIsExcluded) {
     EXPECT_EQ(TextOf(target.Get(), PR_SUBJECT_A), "kept");
     ASSERT_EQ(source->CopyProps(&include, 0, nullptr, &IID_IMessage, target.Get(), 0, nullptr), S_OK);
     EXPECT_EQ(TextOf(target.Get(), PR_SUBJECT_A), "Subject");
+    SizedSPropTagArray(2, computed) = {2, {PR_SUBJECT_A, PR_MESSAGE_SIZE}};
+    LPSPropProblemArray problems = nullptr;
+    ASSERT_EQ(source->CopyProps(reinterpret_cast<LPSPropTagArray>(&computed), 0, nullptr, &IID_IMessage,
+                                target.Get(), 0, &problems),
+              S_OK);
+    ASSERT_TRUE(problems && problems->cProblem == 1);
+    EXPECT_EQ(problems->aProblem[0].ulIndex, 1u);
+    EXPECT_EQ(problems->aProblem[0].scode, MAPI_E_COMPUTED);
+    MAPIFreeBuffer(problems);
     EXPECT_EQ(CopyAll(source.Get(), source.Get()), MAPI_E_NO_ACCESS);
 }
 

@@ -1,65 +1,13 @@
 // Profiles, sessions, several of them at once, faults, batches, and files that are not as they should be.
 #include <Platform/Clock.h>
-#include <sqlite3.h>
-#include <support/StoreFixture.h>
+
+#include "SessionFixture.h"
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <thread>
-
-namespace {
-
-char* Mutable(const std::string& text) {
-    return const_cast<char*>(text.c_str());
-}
-
-class StoreSession : public TwoStores {
-protected:
-    std::string FileOf(const char* name) {
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(DataDirectory()))
-            if (entry.path().filename() == name) return entry.path().string();
-        return {};
-    }
-    // Everything closed, so that a test may change the files.
-    void LogOffAll() {
-        left.Reset();
-        right.Reset();
-        leftStore.Reset();
-        rightStore.Reset();
-        session->Logoff(0, 0, 0);
-        session.Reset();
-    }
-    HRESULT OpenFirst() {
-        session = Profile().LogOn();
-        TestRef<IMAPITable> table;
-        EXPECT_EQ(session->GetMsgStoresTable(0, table.Out()), S_OK);
-        const TestRows rows(table.Get(), {PR_ENTRYID});
-        const SBinary& id = rows.Cell(0, 0).Value.bin;
-        return session->OpenMsgStore(0, id.cb, reinterpret_cast<LPENTRYID>(id.lpb), nullptr, MAPI_BEST_ACCESS,
-                                     leftStore.Out());
-    }
-    TestRef<IStoreBatch> BatchOf(IMsgStore* store) {
-        TestRef<IStoreBatch> batch;
-        EXPECT_EQ(store->QueryInterface(IID_IStoreBatch, reinterpret_cast<void**>(batch.Out())), S_OK);
-        return batch;
-    }
-    TestRef<IStoreFaults> FaultsOf(IMsgStore* store) {
-        TestRef<IStoreFaults> faults;
-        EXPECT_EQ(store->QueryInterface(IID_IStoreFaults, reinterpret_cast<void**>(faults.Out())), S_OK);
-        return faults;
-    }
-    void Sql(const std::string& file, const char* statement) {
-        sqlite3* database = nullptr;
-        ASSERT_EQ(sqlite3_open(file.c_str(), &database), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(database, statement, nullptr, nullptr, nullptr), SQLITE_OK)
-            << sqlite3_errmsg(database);
-        sqlite3_close(database);
-    }
-};
-
-}  // namespace
 
 TEST_F(StoreSession, UnknownProfilesDoNotLogOn) {
     IMAPISession* none = nullptr;
@@ -275,6 +223,40 @@ TEST_F(StoreSession, BatchesGatherAndFailedSavesTakeBackOnlyThemselves) {
     EXPECT_FALSE(HasProp(OpenTestMessage(leftStore.Get(), BytesOf(kept.Get(), PR_ENTRYID)).Get(), PR_BODY_A));
 }
 
+TEST_F(StoreSession, SavesThatACommitLosesAreToldToEachWhoGathersAndNothingIsBuiltOnThem) {
+    const auto faults = FaultsOf(leftStore.Get());
+    const auto second = OpenTestStore(session.Get(), "Store 1");
+    const auto trySave = [&] { return NewMessage(left.Get(), "Later")->SaveChanges(0); };
+    for (const bool onOwnThread : {false, true}) {
+        auto mine = BatchOf(leftStore.Get()), other = BatchOf(second.Get());
+        ASSERT_EQ(mine->BeginBatch(), S_OK);
+        ASSERT_EQ(other->BeginBatch(), S_OK);
+        SavedMessage(left.Get(), "Kept");
+        ASSERT_EQ(mine->FlushBatch(), S_OK);
+        faults->SetCommitFault(1, MAPI_E_NOT_ENOUGH_DISK, FALSE);
+        SavedMessage(left.Get(), "Lost");
+        EXPECT_EQ(mine->BatchState(), S_OK);
+        const HRESULT first = onOwnThread ? S_OK : mine->FlushBatch();
+        for (int i = 0; i < 500 && other->BatchState() == S_OK; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_EQ(trySave(), MAPI_E_NOT_ENOUGH_DISK) << "built on what is lost";
+        EXPECT_EQ(onOwnThread ? mine->FlushToDisk() : first, MAPI_E_NOT_ENOUGH_DISK);
+        EXPECT_EQ(mine->FlushBatch(), S_OK) << "told twice";
+        EXPECT_EQ(trySave(), MAPI_E_NOT_ENOUGH_DISK) << "while one does not know";
+        EXPECT_EQ(other->EndBatch(), MAPI_E_NOT_ENOUGH_DISK);
+        LPMAPIERROR why = nullptr;
+        ASSERT_EQ(second->GetLastError(MAPI_E_NOT_ENOUGH_DISK, 0, &why), S_OK);
+        ASSERT_NE(why, nullptr);
+        EXPECT_STREQ(reinterpret_cast<const char*>(why->lpszError), "database or disk is full");
+        MAPIFreeBuffer(why);
+        EXPECT_EQ(trySave(), S_OK);
+        EXPECT_EQ(mine->EndBatch(), S_OK);
+        EXPECT_EQ(SubjectsIn(left.Get()), "Kept Later");
+        for (const char* subject : {"Kept", "Later"})
+            EXPECT_EQ(DeleteBySubject(left.Get(), subject), S_OK);
+    }
+}
+
 TEST_F(StoreSession, GatheredSavesReachTheDiskWithinTheirTime) {
     auto batch = BatchOf(leftStore.Get());
     ASSERT_EQ(batch->BeginBatch(), S_OK);
@@ -306,7 +288,7 @@ TEST_F(StoreSession, FilesThatAreNoStoreOrOfALaterProgram) {
     for (const char* older : {"DROP TABLE lookup; DROP TABLE lookup_key; DROP TABLE lookup_touched;"
                               "DROP TABLE lookup_page; PRAGMA user_version=1",
                               "DROP TABLE lookup_page; PRAGMA user_version=2", "PRAGMA user_version=1"}) {
-        Sql(file, older);
+        Sql(file, (std::string(kToVersion3) + older).c_str());
         EXPECT_EQ(OpenFirst(), S_OK);
         leftStore.Reset();
         session.Reset();
@@ -354,43 +336,50 @@ TEST_F(StoreSession, DamagedBlocksAreReportedNotFollowed) {
     }
 }
 
-#ifndef _WIN32
-#include <sys/wait.h>
-#include <unistd.h>
+// What MAPI asks of a program that has several threads, or no message loop.
+TEST(MapiThreads, EveryThreadComesToMapiAndNotificationsGoWhereTheFirstOneSaid) {
+    for (const bool apart : {false, true}) {
+        MAPIINIT_0 init{MAPI_INIT_VERSION, apart ? MAPI_MULTITHREAD_NOTIFICATIONS : 0u};
+        ASSERT_EQ(MAPIInitialize(&init), S_OK);
+        {
+            TestProfile profile("threads", 1);
+            const auto session = profile.LogOn();
+            const auto store = OpenTestStore(session.Get(), "Store 1");
+            const auto folder = OpenReceiveFolder(store.Get());
+            static std::atomic<unsigned> heard;
+            heard = 0;
+            LPMAPIADVISESINK sink = nullptr;
+            const auto callback = [](LPVOID, ULONG count, LPNOTIFICATION) -> __LONG32 {
+                heard += count;
+                return 0;
+            };
+            ASSERT_EQ(HrAllocAdviseSink(+callback, nullptr, &sink), S_OK);
+            ULONG connection = 0;
+            ASSERT_EQ(store->Advise(0, nullptr, fnevObjectCreated, sink, &connection), S_OK);
+            sink->Release();
+            SavedMessage(folder.Get(), "A");
+            for (int i = 0; i < 30 && heard == 0; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            EXPECT_EQ(heard > 0, apart);
+            HrDispatchNotifications(0);
+            EXPECT_GT(heard, 0u);
+            store->Unadvise(connection);
 
-namespace {
-
-// By a question to the store, without regard to case.
-ULONG RowsOfSubject(IMAPIFolder* folder, const std::string& subject) {
-    SPropValue value{};
-    value.ulPropTag = PR_SUBJECT_A;
-    value.Value.lpszA = Mutable(subject);
-    SRestriction equal{};
-    equal.rt = RES_CONTENT;
-    equal.res.resContent = {FL_FULLSTRING | FL_IGNORECASE, PR_SUBJECT_A, &value};
-    TestRef<IMAPITable> table;
-    EXPECT_EQ(folder->GetContentsTable(0, table.Out()), S_OK);
-    EXPECT_EQ(table->Restrict(&equal, 0), S_OK);
-    ULONG count = 0;
-    EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
-    return count;
-}
-
-// Runs `body` in a process of its own that ends without clean-up; answers its exit status.
-template <class Body>
-int InAnotherProcess(Body&& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        body();
-        _exit(0);
+            HRESULT unannounced = S_OK;
+            const std::string id = BytesOf(store.Get(), PR_STORE_ENTRYID);
+            std::thread([&] {
+                TestRef<IMsgStore> opened;
+                unannounced = session->OpenMsgStore(0, static_cast<ULONG>(id.size()),
+                                                    reinterpret_cast<LPENTRYID>(const_cast<char*>(id.data())),
+                                                    nullptr, 0, opened.Out());
+            }).join();
+            EXPECT_EQ(unannounced, MAPI_E_NOT_INITIALIZED);
+        }
+        MAPIUninitialize();
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status;
 }
 
-}  // namespace
-
+#ifndef _WIN32
 // Also those of the first version, in which nothing can be looked up and nothing can be added for it.
 TEST_F(StoreSession, FilesThatOnlyOthersMayWriteAreRead) {
     constexpr int enoughForALookup = 600;
@@ -404,6 +393,7 @@ TEST_F(StoreSession, FilesThatOnlyOthersMayWriteAreRead) {
     LogOffAll();
     const std::string file = FileOf("store1.vst");
     const auto directory = std::filesystem::path(file).parent_path();
+    LetOthersPass(directory);
     const auto body = [&] {
         if (geteuid() == 0 && setuid(65534) != 0) _exit(9);  // rights do not bind the root user
         if (OpenFirst() != S_OK) _exit(1);
@@ -420,6 +410,7 @@ TEST_F(StoreSession, FilesThatOnlyOthersMayWriteAreRead) {
     for (const char* version : {"SELECT 1",
                                 "DROP TABLE lookup; DROP TABLE lookup_key; DROP TABLE lookup_page;"
                                 "DROP TABLE lookup_touched; PRAGMA user_version=1"}) {
+        if (*version == 'D') Sql(file, kToVersion3);
         Sql(file, version);
         std::filesystem::permissions(file, std::filesystem::perms(0444));
         std::filesystem::permissions(directory / "profile", std::filesystem::perms(0444));

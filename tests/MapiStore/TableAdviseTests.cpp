@@ -1,4 +1,5 @@
 // Notifications of tables and stores, and what reaches whom on which thread.
+#include <MapiStore/FolderTree.h>
 #include <MapiStore/SqliteStorage.h>
 
 #include <algorithm>
@@ -63,7 +64,8 @@ private:
         }
         return "object " + std::to_string(notification.ulEventType) + " type " +
                std::to_string(notification.info.obj.ulObjType) +
-               (notification.info.obj.cbEntryID == sizeof(StoreEntryId) ? " id" : "");
+               (notification.info.obj.cbEntryID == sizeof(StoreEntryId) ? " id" : "") +
+               (notification.info.obj.cbOldID == sizeof(StoreEntryId) ? " old" : "");
     }
     std::mutex m_mutex;
     std::condition_variable m_changed;
@@ -185,6 +187,16 @@ TEST_F(AdviseFixture, StoreTellsOfItsObjects) {
     EXPECT_EQ((Told{"object 4 type 5 id", "object 8 type 5 id"}), sink.Wait(2));
     UnadviseObject(all);
     EXPECT_THROW(UnadviseObject(all), CStoreError);
+
+    sink.Forget();
+    const ULONG copies = AdviseObject(core, 0, fnevObjectCopied, &sink);
+    const ObjectId original = AddSubject("copied");
+    {
+        const CStoreCall call(*core);
+        core->Save([&] { CopyMessageRow(*core, original, *core, kOutboxFolder, false); });
+    }
+    EXPECT_EQ(Told{"object 64 type 5 id old"}, sink.Wait(1));
+    UnadviseObject(copies);
 
     sink.Forget();
     const ULONG folder = AdviseObject(core, kOutboxFolder, fnevObjectCreated, &sink);

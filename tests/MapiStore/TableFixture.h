@@ -53,7 +53,7 @@ protected:
         static int number = 0;
         m_path = JoinPath(DataDirectory(), "tables" + std::to_string(number++) + ".store");
         RemoveFile(m_path);
-        CStoreCore::Create(m_path, "Tables", false);
+        CStoreCore::Create(m_path, "Tables");
         core = CStoreCore::Open(m_path);
     }
 

@@ -1,4 +1,5 @@
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 
 #include "TableFixture.h"
 
@@ -100,7 +101,7 @@ TEST_F(TableFixture, SortsByManyKeysWithoutRegardToCase) {
     const auto table = Contents();
     CSortList order{{PR_SUBJECT_A, TABLE_SORT_ASCEND}, {PR_IMPORTANCE, TABLE_SORT_DESCEND}};
     EXPECT_EQ(S_OK, table->SortTable(order, TBL_BATCH));
-    const Texts expected{"(none)", "Alpha", "alpha", "BETA", "beta", NarrowFromWide(L"\u00dcber")};
+    const Texts expected{"(none)", "Alpha", "alpha", "BETA", "beta", Utf8FromWide(L"\u00dcber")};
     EXPECT_EQ(expected, Subjects(*table));
     EXPECT_EQ(S_OK, table->SeekRow(BOOKMARK_BEGINNING, 2, nullptr));
     EXPECT_EQ((Texts{"alpha", "BETA"}), Subjects(*table, 2));
@@ -158,7 +159,7 @@ TEST_F(TableFixture, CellsAreCutAndMissingOnesAreErrors) {
     ASSERT_EQ(1u, rows->cRows);
     const SPropValue* cells = rows->aRow[0].lpProps;
     ASSERT_EQ(PR_SUBJECT_A, cells[0].ulPropTag);
-    EXPECT_EQ(NarrowFromWide(std::wstring(255, L'\u00e4')), cells[0].Value.lpszA);
+    EXPECT_EQ(Utf8FromWide(std::wstring(255, L'\u00e4')), cells[0].Value.lpszA);
     ASSERT_EQ(PR_SUBJECT_W, cells[1].ulPropTag);
     EXPECT_EQ(std::wstring(255, L'\u00e4'), cells[1].Value.lpszW);
     EXPECT_EQ(510u, cells[2].Value.bin.cb);

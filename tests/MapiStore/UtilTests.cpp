@@ -2,6 +2,7 @@
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
 #include <Platform/MapiHeaders.h>
+#include <Platform/Utf8.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -53,7 +54,7 @@ TEST(Util, PropertiesCompareByValue) {
     EXPECT_FALSE(FPropCompareProp(&one, RELOP_GE, &two));
     EXPECT_FALSE(FPropCompareProp(&one, RELOP_RE, &one));
     EXPECT_LT(LPropCompareProp(&one, &two), 0);
-    const std::string text = NarrowFromWide(L"\u00e4x");
+    const std::string text = Utf8FromWide(L"\u00e4x");
     SPropValue narrow = Text(PR_SUBJECT_A, text.c_str());
     wide.ulPropTag = PR_SUBJECT_W;
     wide.Value.lpszW = const_cast<wchar_t*>(L"\u00e4x");
