@@ -11,7 +11,11 @@ public:
     explicit IAttachPtr(IAttach* object) : m_object(object) {}  // adds a reference
 
     IMAPIProp* RawProp() const override { return m_object.Get(); }
-    void Attach(IAttach* object) { m_object.Attach(object); }  // takes the caller's reference
+    // Takes the caller's reference.
+    void Attach(IAttach* object) {
+        m_object.Attach(object);
+        SetText(TextForm::Unknown);
+    }
     IAttach* Detach() { return m_object.Detach(); }
     IAttach** Out() { return m_object.Out(); }
     void Free() { m_object.Free(); }

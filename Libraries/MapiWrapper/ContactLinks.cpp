@@ -51,20 +51,28 @@ bool OpenLinkStream(const CGenMapiPropPtr& message, ULONG tag, CComPtr<IStream>&
     return true;
 }
 
+// False at the end of a stream that should go on; a read that fails throws. The two are not the same: links
+// that were not read must not be written back as if there were no more.
+bool Came(HRESULT hr) {
+    if (hr == static_cast<HRESULT>(MAPI_E_CORRUPT_DATA)) return false;
+    THROW_ON_FAILURE(hr);
+    return true;
+}
+
 bool SkipHeader(IStream* stream) {
     ULONG word = 0;
-    return ReadWord(stream, word) >= 0 && ReadWord(stream, word) >= 0;
+    return Came(ReadWord(stream, word)) && Came(ReadWord(stream, word));
 }
 
 bool ReadLink(IStream* entries, IStream* keys, CContactLink& link) {
     std::string key;
     std::string entryId;
     ULONG size = 0;
-    if (ReadBlobBytes(keys, key) < 0 || ReadWord(entries, size) < 0) return false;
+    if (!Came(ReadBlobBytes(keys, key)) || !Came(ReadWord(entries, size))) return false;
     for (ULONG& word : link.words) {
-        if (ReadWord(entries, word) < 0) return false;
+        if (!Came(ReadWord(entries, word))) return false;
     }
-    if (ReadBlobBytes(entries, entryId) < 0 || ReadWord(entries, link.closing) < 0) return false;
+    if (!Came(ReadBlobBytes(entries, entryId)) || !Came(ReadWord(entries, link.closing))) return false;
     link.searchKey = key.size() > kLongestSearchKey ? ZeroKey() : BinaryOf(key);
     link.entryId = BinaryOf(entryId);
     return true;
@@ -98,7 +106,8 @@ void WriteLink(const CContactLink& link, IStream* entries, IStream* keys) {
     THROW_ON_FAILURE(WriteBlob(keys, WrittenKey(link)));
 }
 
-void WriteNames(const CContactLinks& links, IMAPIProp* raw, const CLinkTags& tags, std::string& joined) {
+void WriteNames(const CContactLinks& links, CGenMapiPropPtr& message, const CLinkTags& tags,
+                std::string& joined) {
     std::vector<char*> names;
     for (const CContactLink& link : links) {
         if (!names.empty()) joined += "; ";
@@ -109,30 +118,34 @@ void WriteNames(const CContactLinks& links, IMAPIProp* raw, const CLinkTags& tag
     value.ulPropTag = tags.names;
     value.Value.MVszA.cValues = static_cast<ULONG>(names.size());
     value.Value.MVszA.lppszA = names.data();
-    THROW_ON_FAILURE_FOR(HrSetOneProp(raw, &value), raw);
+    THROW_ON_FAILURE_FOR(message.SetPropsHr(&value, 1), message.RawProp());
 }
 
 }  // namespace
 
-void ReadContactLinks(CContactLinks& links, const CGenMapiPropPtr& message) {
+bool ReadContactLinks(CContactLinks& links, const CGenMapiPropPtr& message) {
     IMAPIProp* raw = NotNull(message.RawProp(), "ReadContactLinks");
     const CLinkTags tags(message, 0);
-    if (tags.names == 0 || tags.entries == 0 || tags.keys == 0) return;
+    if (tags.names == 0 || tags.entries == 0 || tags.keys == 0) return true;
     CMapiPropValue names;
-    const HRESULT hr = HrGetOneProp(raw, tags.names, names.Out());
-    if (hr == static_cast<HRESULT>(MAPI_E_NOT_FOUND)) return;
+    const HRESULT hr = GetOneText(raw, tags.names, message.Text(), names.Out());
+    if (hr == static_cast<HRESULT>(MAPI_E_NOT_FOUND)) return true;
     THROW_ON_FAILURE_FOR(hr, raw);
+    if (names.Type() != PT_MV_STRING8) return false;
+    const SLPSTRArray& texts = names.Get()->Value.MVszA;
+    if (texts.cValues == 0) return true;
     CComPtr<IStream> entries;
     CComPtr<IStream> keys;
-    if (!OpenLinkStream(message, tags.entries, entries) || !OpenLinkStream(message, tags.keys, keys)) return;
-    if (names.Type() != PT_MV_STRING8 || !SkipHeader(entries.Get()) || !SkipHeader(keys.Get())) return;
-    const SLPSTRArray& texts = names.Get()->Value.MVszA;
+    if (!OpenLinkStream(message, tags.entries, entries) || !OpenLinkStream(message, tags.keys, keys))
+        return false;
+    if (!SkipHeader(entries.Get()) || !SkipHeader(keys.Get())) return false;
     for (ULONG i = 0; i < texts.cValues; ++i) {
         CContactLink link;
         link.name = texts.lppszA[i] ? texts.lppszA[i] : "";
-        if (!ReadLink(entries.Get(), keys.Get(), link)) return;
+        if (!ReadLink(entries.Get(), keys.Get(), link)) return false;
         links.push_back(std::move(link));
     }
+    return true;
 }
 
 void WriteContactLinks(const CContactLinks& links, CGenMapiPropPtr& message) {
@@ -147,7 +160,7 @@ void WriteContactLinks(const CContactLinks& links, CGenMapiPropPtr& message) {
     for (const CContactLink& link : links)
         WriteLink(link, entries.Get(), keys.Get());
     std::string joined;
-    WriteNames(links, raw, tags, joined);
+    WriteNames(links, message, tags, joined);
     message.SetStrProp(tags.joined, joined.c_str());
     THROW_ON_FAILURE_FOR(entries->Commit(0), raw);
     THROW_ON_FAILURE_FOR(keys->Commit(0), raw);

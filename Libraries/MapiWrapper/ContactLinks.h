@@ -14,9 +14,10 @@ struct CContactLink {
 };
 using CContactLinks = std::list<CContactLink>;
 
-// Appends the links of `message`. A message without links is no failure. Throws otherwise. Damaged
-// streams end the reading with the links read so far.
-void ReadContactLinks(CContactLinks& links, const CGenMapiPropPtr& message);
+// Appends the links of `message`; true if these are all, also where it has none. False where its streams
+// hold fewer than it names: damaged ones end the reading with the links so far. Throws where one cannot
+// be read.
+bool ReadContactLinks(CContactLinks& links, const CGenMapiPropPtr& message);
 // Replaces the links of `message`, which is not saved. Throws.
 void WriteContactLinks(const CContactLinks& links, CGenMapiPropPtr& message);
 // Appends a link to a message (a contact). Throws.

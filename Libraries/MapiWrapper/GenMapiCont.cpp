@@ -7,7 +7,7 @@ namespace {
 
 // Reads the entry ID in `tag` and opens it with `opener` (a session or a store).
 template <class Opener>
-IMAPIPropPtr OpenNamed(IMAPIProp* raw, ULONG tag, Opener* opener, const char* context) {
+IMAPIPropPtr OpenNamed(IMAPIProp* raw, ULONG tag, Opener* opener, TextForm text, const char* context) {
     NotNull(raw, context);
     NotNull(opener, context);
     CMapiPropValue value;
@@ -16,11 +16,14 @@ IMAPIPropPtr OpenNamed(IMAPIProp* raw, ULONG tag, Opener* opener, const char* co
     IMAPIPropPtr object;
     ULONG type = 0;
     THROW_ON_FAILURE_FOR(OpenObject(opener, value.Binary(), nullptr, MAPI_BEST_ACCESS, &type, object), raw);
+    object.SetText(text);
     return object;
 }
 
-IMAPITablePtr CheckedTable(HRESULT hr, IMAPITablePtr table, const char* context, IUnknown* object) {
+IMAPITablePtr CheckedTable(HRESULT hr, IMAPITablePtr table, TextForm text, const char* context,
+                           IUnknown* object) {
     if (FAILED_HR(hr, context) != 0) throw CMAPIException(hr, context, object);
+    table.SetText(text);
     return table;
 }
 
@@ -31,21 +34,21 @@ IMAPITablePtr CGenMapiContPtr::_rawContentsTable() const {
     IMAPIContainer* raw = RawContainer();
     if (!raw) return table;
     const HRESULT hr = raw->GetContentsTable(0, table.Out());
-    return CheckedTable(hr, std::move(table), "CGenMapiContPtr::_rawContentsTable", raw);
+    return CheckedTable(hr, std::move(table), ContainerText(), "CGenMapiContPtr::_rawContentsTable", raw);
 }
 
 IMAPITablePtr CGenMapiContPtr::_rawAssociatedTable() const {
     IMAPITablePtr table;
     IMAPIContainer* raw = RequireContainer("CGenMapiContPtr::_rawAssociatedTable");
     const HRESULT hr = raw->GetContentsTable(MAPI_ASSOCIATED, table.Out());
-    return CheckedTable(hr, std::move(table), "CGenMapiContPtr::_rawAssociatedTable", raw);
+    return CheckedTable(hr, std::move(table), ContainerText(), "CGenMapiContPtr::_rawAssociatedTable", raw);
 }
 
 IMAPITablePtr CGenMapiContPtr::_rawHierrarchyTable() const {
     IMAPITablePtr table;
     IMAPIContainer* raw = RequireContainer("CGenMapiContPtr::_rawHierrarchyTable");
     const HRESULT hr = raw->GetHierarchyTable(0, table.Out());
-    return CheckedTable(hr, std::move(table), "CGenMapiContPtr::_rawHierrarchyTable", raw);
+    return CheckedTable(hr, std::move(table), ContainerText(), "CGenMapiContPtr::_rawHierrarchyTable", raw);
 }
 
 IMAPIPropPtr CGenMapiContPtr::OpenChecked(const SBinary& entryId, LPCIID iid, ULONG flags, ULONG* type,
@@ -54,6 +57,7 @@ IMAPIPropPtr CGenMapiContPtr::OpenChecked(const SBinary& entryId, LPCIID iid, UL
     IMAPIPropPtr object;
     const HRESULT hr = OpenObject(raw, entryId, iid, flags, type, object);
     if (hr < 0) throw CMAPIException(hr, context, raw);
+    object.SetText(ContainerText());
     return object;
 }
 
@@ -93,16 +97,16 @@ IMAPIPropPtr CGenMapiContPtr::OpenEntryv(const CMapiPropValue& entryId) const {
 }
 
 IMAPIFolderPtr CGenMapiContPtr::Parent(IMAPISession* session) const {
-    return OpenNamed(RawContainer(), PR_PARENT_ENTRYID, session, "CGenMapiContPtr::Parent")
+    return OpenNamed(RawContainer(), PR_PARENT_ENTRYID, session, ContainerText(), "CGenMapiContPtr::Parent")
         .As<IMAPIFolderPtr>();
 }
 
 IMAPIFolderPtr CGenMapiContPtr::Parent(IMsgStore* store) const {
-    return OpenNamed(RawContainer(), PR_PARENT_ENTRYID, store, "CGenMapiContPtr::Parent")
+    return OpenNamed(RawContainer(), PR_PARENT_ENTRYID, store, ContainerText(), "CGenMapiContPtr::Parent")
         .As<IMAPIFolderPtr>();
 }
 
 IMsgStorePtr CGenMapiContPtr::MsgStore(IMAPISession* session) const {
-    return OpenNamed(RawContainer(), PR_STORE_ENTRYID, session, "CGenMapiContPtr::MsgStore")
+    return OpenNamed(RawContainer(), PR_STORE_ENTRYID, session, ContainerText(), "CGenMapiContPtr::MsgStore")
         .As<IMsgStorePtr>();
 }

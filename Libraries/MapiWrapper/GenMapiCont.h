@@ -17,6 +17,9 @@ public:
     // The wrapped object without a reference for the caller; null for an empty wrapper.
     virtual IMAPIContainer* RawContainer() const = 0;
 
+    // The form of text that its tables take over.
+    virtual TextForm ContainerText() const = 0;
+
     // "CGenMapiContPtr::_rawContentsTable"; an empty wrapper gives an empty table.
     IMAPITablePtr _rawContentsTable() const;
     IMAPITablePtr _rawAssociatedTable() const;  // "CGenMapiContPtr::_rawAssociatedTable"

@@ -1,7 +1,8 @@
 #include <MapiWrapper/GenMapiProp.h>
+#include <MapiWrapper/StreamTools.h>
 #include <MapiWrapper/TagArray.h>
-#include <MapiWrapper/TextConvert.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -10,6 +11,11 @@ namespace {
 // Room of the batch buffer; one entry stays free.
 constexpr ULONG kBatchRoom = 50;
 constexpr HRESULT kNoObject = 1;
+constexpr ULONG kTextPortion = 0x10000;
+
+bool IsUnspecified(ULONG tag) {
+    return PROP_TYPE(tag) == PT_UNSPECIFIED;
+}
 
 SPropValue LongValue(ULONG tag, LONG value) {
     SPropValue v{};
@@ -45,6 +51,8 @@ ULONG TagOfName(IMAPIProp* raw, MAPINAMEID& name, ULONG flags) {
     }
     const ULONG tag = tags->aulPropTag[0];
     MAPIFreeBuffer(tags);
+    if (PROP_TYPE(tag) == PT_ERROR || PROP_ID(tag) == 0)
+        throw CMAPIException(MAPI_E_NOT_FOUND, "CGenMapiPropPtr::GetIDFromName", raw);
     return tag;
 }
 
@@ -73,10 +81,11 @@ CGenMapiPropPtr::~CGenMapiPropPtr() {
 }
 
 CGenMapiPropPtr::CGenMapiPropPtr(const CGenMapiPropPtr& other)
-    : m_cachedBody(other.m_cachedBody), m_batch(other.m_batch) {}
+    : m_cachedBody(other.m_cachedBody), m_text(other.m_text), m_batch(other.m_batch) {}
 
 CGenMapiPropPtr::CGenMapiPropPtr(CGenMapiPropPtr&& other) noexcept
     : m_cachedBody(std::move(other.m_cachedBody)),
+      m_text(other.m_text),
       m_writeBuffer(std::exchange(other.m_writeBuffer, nullptr)),
       m_writeCount(std::exchange(other.m_writeCount, 0)),
       m_batch(other.m_batch) {}
@@ -85,6 +94,7 @@ CGenMapiPropPtr& CGenMapiPropPtr::operator=(const CGenMapiPropPtr& other) {
     if (this != &other) {
         DropGathered();
         m_cachedBody = other.m_cachedBody;
+        m_text = other.m_text;
         m_batch = other.m_batch;
     }
     return *this;
@@ -94,6 +104,7 @@ CGenMapiPropPtr& CGenMapiPropPtr::operator=(CGenMapiPropPtr&& other) noexcept {
     if (this != &other) {
         DropGathered();
         m_cachedBody = std::move(other.m_cachedBody);
+        m_text = other.m_text;
         m_writeBuffer = std::exchange(other.m_writeBuffer, nullptr);
         m_writeCount = std::exchange(other.m_writeCount, 0);
         m_batch = other.m_batch;
@@ -124,7 +135,7 @@ HRESULT CGenMapiPropPtr::Gather(const SPropValue* value) {
 void CGenMapiPropPtr::SaveProps() {
     if (m_writeCount == 0) return;
     try {
-        THROW_ON_FAILURE_FOR(Require("SaveProps")->SetProps(m_writeCount, m_writeBuffer, nullptr), RawProp());
+        THROW_ON_FAILURE_FOR(SetPropsHr(m_writeBuffer, m_writeCount), RawProp());
     } catch (const CMAPIException& e) {
         ReportException(CMAPIException(e), "SaveProps");
     } catch (...) {
@@ -136,7 +147,9 @@ void CGenMapiPropPtr::SaveProps() {
 
 HRESULT CGenMapiPropPtr::SetOneProp(const SPropValue* value) {
     if (m_batch) return Gather(value);
-    return HrSetOneProp(Require("CGenMapiPropPtr::SetOneProp"), const_cast<SPropValue*>(value));
+    IMAPIProp* raw = Require("CGenMapiPropPtr::SetOneProp");
+    CStoreText text(Text());
+    return HrSetOneProp(raw, text.Values(value, 1));
 }
 
 HRESULT CGenMapiPropPtr::GetOneProp(ULONG tag, CMapiPropValue& out) const {
@@ -149,7 +162,7 @@ HRESULT CGenMapiPropPtr::GetOneProp(ULONG tag, CMapiPropValue& out) const {
         }
     }
     IMAPIProp* raw = RawProp();
-    return raw ? HrGetOneProp(raw, tag, out.Out()) : kNoObject;
+    return raw ? GetOneText(raw, tag, Text(), out.Out()) : kNoObject;
 }
 
 void CGenMapiPropPtr::SaveChanges(ULONG flags) {
@@ -174,13 +187,17 @@ HRESULT CGenMapiPropPtr::GetPropsHr(ULONG flags, CMapiPropValues& out, const std
     out.Free();
     IMAPIProp* raw = RawProp();
     if (!raw) return static_cast<HRESULT>(MAPI_E_INVALID_OBJECT);
-    CTagArray array(tags);
+    CTagArray array(tags, Text());
     ULONG count = 0;
     SPropValue* values = nullptr;
+    const bool open = tags.empty() || std::any_of(tags.begin(), tags.end(), IsUnspecified);
+    if (open && Text() == TextForm::Wide) flags |= MAPI_UNICODE;
     const HRESULT hr = raw->GetProps(array.Get(), flags, &count, &values);
     if (hr < 0) return hr;
     out.Attach(values, count);
-    return hr;
+    const HRESULT taken = TakeTexts(values, count, tags, Text(), values);
+    if (taken < 0) out.Free();
+    return taken < 0 ? taken : hr;
 }
 
 LONG CGenMapiPropPtr::GetLongProp(ULONG tag) const {
@@ -219,6 +236,28 @@ HRESULT CGenMapiPropPtr::OpenStream(ULONG tag, ULONG options, ULONG flags, CComP
     return hr >= 0 && !out ? static_cast<HRESULT>(E_FAIL) : hr;
 }
 
+HRESULT CGenMapiPropPtr::ReadTextStream(ULONG tag, ULONG options, ULONG flags, std::string& text) const {
+    text.clear();
+    CComPtr<IStream> stream;
+    HRESULT hr = OpenStream(TagForStore(tag, Text()), options, flags, stream);
+    if (hr < 0) return hr;
+    std::string bytes;
+    hr = ReadToEnd(stream.Get(), bytes, kTextPortion);
+    if (hr >= 0) text = TextFromStream(bytes, Text());
+    return hr;
+}
+
+HRESULT CGenMapiPropPtr::WriteTextStream(ULONG tag, ULONG options, const std::string& text, bool end) {
+    CComPtr<IStream> stream;
+    HRESULT hr = OpenStream(TagForStore(tag, Text()), options, MAPI_MODIFY | MAPI_CREATE, stream);
+    if (hr < 0) return hr;
+    const std::string bytes = TextForStream(text, Text(), end);
+    if (bytes.size() > kStreamLimit) return static_cast<HRESULT>(MAPI_E_TOO_BIG);
+    const ULONG cb = static_cast<ULONG>(bytes.size());
+    hr = WriteAll(stream.Get(), bytes.data(), cb, cb);
+    return hr < 0 ? hr : stream->Commit(0);
+}
+
 CComPtr<IStream> CGenMapiPropPtr::OpenPropertyStream(ULONG tag) const {
     CComPtr<IStream> stream;
     THROW_ON_FAILURE_FOR(OpenStream(tag, kStreamReadWriteMode, MAPI_MODIFY, stream), RawProp());
@@ -228,7 +267,7 @@ CComPtr<IStream> CGenMapiPropPtr::OpenPropertyStream(ULONG tag) const {
 HRESULT HrGetProp(IMAPIProp* raw, ULONG tag, CVariant& out) {
     out = CVariant();
     CMapiPropValue value;
-    const HRESULT hr = HrGetOneProp(NotNull(raw, "HrGetProp"), tag, value.Out());
+    const HRESULT hr = GetOneText(NotNull(raw, "HrGetProp"), tag, TextFormOf(raw), value.Out());
     if (SUCCEEDED_HR(hr, "HrGetProp")) out = CVariant(value.Text());
     return hr;
 }
@@ -266,6 +305,12 @@ void CGenMapiPropPtr::SetLongProp(ULONG tag, LONG value) {
 void CGenMapiPropPtr::SetLongProp(IMAPIProp* raw, ULONG tag, LONG value) {
     SPropValue v = LongValue(tag, value);
     ThrowWith(HrSetOneProp(NotNull(raw, "SetLongProp"), &v), "CGenMapiPropPtr::SetLongProp", nullptr);
+}
+
+HRESULT CGenMapiPropPtr::SetPropsHr(const SPropValue* values, ULONG count, SPropProblemArray** problems) {
+    IMAPIProp* raw = Require("CGenMapiPropPtr::SetProps");
+    CStoreText text(Text());
+    return raw->SetProps(count, text.Values(values, count), problems);
 }
 
 void CGenMapiPropPtr::SetStrProp(ULONG tag, const char* text) {

@@ -3,11 +3,14 @@
 // A plain Get... throws CMAPIException on a negative HRESULT of the read, and only then: a value of
 // another type is no error and gives the default. A Get...Or0, Get...OrEmpty or Get...Or(default) never
 // throws. Set... throws. Operations on an empty wrapper throw CNullAccess unless they never throw.
+//
+// Text is UTF-8 under the type PT_STRING8 everywhere here, whatever the store is asked for (StoreText.h).
 #pragma once
 #include <MapiWrapper/ComPtr.h>
 #include <MapiWrapper/MapiBinary.h>
 #include <MapiWrapper/MapiException.h>
 #include <MapiWrapper/PropValue.h>
+#include <MapiWrapper/StoreText.h>
 #include <Platform/MapiHeaders.h>
 
 #include <string>
@@ -31,6 +34,16 @@ public:
     // Flushes gathered values, then commits the object. Throws.
     virtual void SaveChanges(ULONG flags = 0);
 
+    // In which form the store of this object takes text. Wrappers take it from the one that they were opened
+    // through; otherwise the object is asked once. Never throws.
+    TextForm Text() const {
+        if (m_text == TextForm::Unknown) m_text = TextFormOf(RawProp());
+        return m_text;
+    }
+    void SetText(TextForm text) const { m_text = text; }
+    // What is known of it so far, for a wrapper of the same store.
+    TextForm KnownText() const { return m_text; }
+
     bool IsValid() const { return RawProp() != nullptr; }
     explicit operator bool() const { return IsValid(); }
 
@@ -53,12 +66,16 @@ public:
     LONG GetLongProp(ULONG tag) const;               // throws "CGenMapiPropPtr::GetLongProp"
     LONG GetLongPropOr0(ULONG tag) const;            // never throws
     std::string GetStrProp(ULONG tag) const;         // PT_STRING8 only; throws "GetStrProp"
-    std::string GetStrPropOrEmpty(ULONG tag) const;  // PT_STRING8, PT_UNICODE narrowed; never throws
+    std::string GetStrPropOrEmpty(ULONG tag) const;  // PT_STRING8, PT_UNICODE; never throws
     CMapiBinary GetBinProp(ULONG tag) const;         // empty for a result of another tag; throws
     // Interface option 2, MAPI_MODIFY. Throws.
     CComPtr<IStream> OpenPropertyStream(ULONG tag) const;
-    // The store's code; with S_OK and no stream E_FAIL. Never throws but on an empty wrapper.
+    // The store's code; with S_OK and no stream E_FAIL. Never throws but on an empty wrapper. The bytes of a
+    // text are in the store's form: see ReadTextStream.
     HRESULT OpenStream(ULONG tag, ULONG options, ULONG flags, CComPtr<IStream>& out) const;
+    // A text property whatever its size. The code of the stream, also that of a read that failed: `text` is
+    // then empty, since what came before is not the text and would be cut for good where it is written back.
+    HRESULT ReadTextStream(ULONG tag, ULONG options, ULONG flags, std::string& text) const;
 
     // --- writing ------------------------------------------------------------------------------------
     void SetProp(ULONG tag, LONG value);            // all throw "CGenMapiPropPtr::SetProp"
@@ -67,15 +84,20 @@ public:
     void SetProp(ULONG tag, const FILETIME& value);
     void SetLongProp(ULONG tag, LONG value);  // throws "CGenMapiPropPtr::SetLongProp"
     static void SetLongProp(IMAPIProp* raw, ULONG tag, LONG value);
+    // Writes a text of any size as a stream; `end` with its terminating zero. The code of what failed first.
+    HRESULT WriteTextStream(ULONG tag, ULONG options, const std::string& text, bool end);
+    // IMAPIProp::SetProps past the batch; problems are the caller's to free. The store's code.
+    HRESULT SetPropsHr(const SPropValue* values, ULONG count, SPropProblemArray** problems = nullptr);
     // Null text does nothing and does not touch the object.
-    void SetStrProp(ULONG tag, const char* text);  // as PT_STRING8
+    void SetStrProp(ULONG tag, const char* text);
     void SetStrProp(ULONG tag, const std::string& text) { SetStrProp(tag, text.c_str()); }
-    void SetWideProp(ULONG tag, const wchar_t* text);  // as PT_UNICODE
+    void SetWideProp(ULONG tag, const wchar_t* text);
 
     // --- named properties ---------------------------------------------------------------------------
     // The tag of a name in this object's store, with `type` as its type. One call of the store each
     // time: who asks often keeps the tag, or uses CNamedTags. Throws; MAPI_E_NOT_FOUND with the context
-    // "CGenMapiPropPtr::GetIDFromName" where the store answers without a tag.
+    // "CGenMapiPropPtr::GetIDFromName" where the store answers without a tag, or with an error in its
+    // place (MAPI_W_ERRORS_RETURNED): a name that it does not know, or could not create.
     ULONG GetIDFromName(const GUID& guid, LONG id, ULONG type, ULONG flags = MAPI_CREATE) const;
     ULONG GetIDFromName(const GUID& guid, const wchar_t* name, ULONG type, ULONG flags = MAPI_CREATE) const;
     // For a raw object: `type` is added to the tag that the store gave, whose type is not cleared first.
@@ -110,6 +132,7 @@ private:
     HRESULT Gather(const SPropValue* value);
     void DropGathered();
 
+    mutable TextForm m_text = TextForm::Unknown;
     SPropValue* m_writeBuffer = nullptr;
     ULONG m_writeCount = 0;
     bool m_batch = false;

@@ -38,7 +38,10 @@ IMessagePtr FindOrCreateHidden(const IMAPIFolderPtr& folder, const std::string& 
                                const std::string& messageClass, bool create) {
     const IMAPITablePtr table = folder._rawAssociatedTable();
     CSubjectAndClass restriction(subject, messageClass);
-    if (table->FindRow(restriction.Get(), BOOKMARK_BEGINNING, 0) >= 0) {
+    const HRESULT found = table.FindRow(restriction.Get(), BOOKMARK_BEGINNING);
+    // A search that failed says nothing about what is there, and a second message would hide the first.
+    if (found != MAPI_E_NOT_FOUND) THROW_ON_FAILURE_FOR(found, table.Get());
+    if (found >= 0) {
         CMapiRowSet rows;
         THROW_ON_FAILURE_FOR(table.SetColumnsAndQuery(rows, 1, 0, {PR_ENTRYID}), table.Get());
         return folder.OpenEntryv(rows.Cell(0, 0)).As<IMessagePtr>();

@@ -1,5 +1,7 @@
 // Logging on to MAPI and off again.
 #include <MapiWrapper/MapiSession.h>
+#include <MapiWrapper/MapiThread.h>
+#include <MapiWrapper/StoreText.h>
 #include <Platform/Registry.h>
 
 namespace {
@@ -19,17 +21,17 @@ HRESULT LogonMapi(CMapiSession& session) {
 }
 
 HRESULT LogonMapi(const std::string& profile, CMapiSession& session) {
-    HRESULT hr = MAPIInitialize(nullptr);
-    if (hr < 0) return hr;
+    CMapiThread mapi;
+    if (FAILED(mapi.Hr())) return mapi.Hr();
     CComPtr<IMAPISession> raw;
-    char password[1] = {0};
-    hr = MAPILogonEx(0, reinterpret_cast<LPTSTR>(const_cast<char*>(profile.c_str())),
-                     reinterpret_cast<LPTSTR>(password), MAPI_USE_DEFAULT, raw.Out());
-    if (hr < 0) {
-        raw.Free();
-        MAPIUninitialize();
-        return hr;
-    }
+    CStoreText text(TextFormOfSystem());
+    // Without the flags a session that some program shares would be taken, whatever its profile.
+    const FLAGS named = MAPI_NEW_SESSION | MAPI_EXPLICIT_PROFILE;
+    const FLAGS flags = MAPI_EXTENDED | (profile.empty() ? MAPI_USE_DEFAULT : named);
+    const HRESULT hr =
+        MAPILogonEx(0, text.Argument(profile), text.Argument({}), flags | text.Flag(), raw.Out());
+    if (FAILED(hr)) return hr;
+    mapi.Keep();
     session.Free();
     session.Attach(raw.Detach());
     return S_OK;

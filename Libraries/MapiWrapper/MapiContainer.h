@@ -12,7 +12,12 @@ public:
 
     IMAPIProp* RawProp() const override { return m_object.Get(); }
     IMAPIContainer* RawContainer() const override { return m_object.Get(); }
-    void Attach(IMAPIContainer* object) { m_object.Attach(object); }  // takes the caller's reference
+    TextForm ContainerText() const override { return Text(); }
+    // Takes the caller's reference.
+    void Attach(IMAPIContainer* object) {
+        m_object.Attach(object);
+        SetText(TextForm::Unknown);
+    }
     IMAPIContainer* Detach() { return m_object.Detach(); }
     IMAPIContainer* Get() const { return m_object.Get(); }
     IMAPIContainer* operator->() const { return NotNull(m_object.Get(), "IMAPIContainerPtr"); }

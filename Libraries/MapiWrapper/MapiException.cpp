@@ -1,7 +1,10 @@
 #include <MapiWrapper/ComPtr.h>
 #include <MapiWrapper/MapiException.h>
+#include <MapiWrapper/StoreText.h>
+#include <Platform/CodePage.h>
 #include <Platform/Machine.h>
 #include <Platform/UserInterface.h>
+#include <Platform/Utf8.h>
 
 #include <algorithm>
 #include <atomic>
@@ -48,28 +51,47 @@ std::string NameOr(HRESULT hr, const std::string& unknown) {
     return message.empty() || message.size() > kMessageRoom ? unknown : message;
 }
 
-std::string Describe(HRESULT hr, const MAPIERROR& error) {
-    const auto text = [](LPTSTR t) { return t ? reinterpret_cast<const char*>(t) : ""; };
-    return ErrorName(hr) + "\nErr=" + text(error.lpszError) + "\nComponent=" + text(error.lpszComponent) +
+std::string TextOf(LPTSTR text, bool wide) {
+    if (!text) return {};
+    if (wide) return Utf8FromWide(reinterpret_cast<const wchar_t*>(text));
+    return Utf8FromCodePage(reinterpret_cast<const char*>(text), AnsiCodePage());
+}
+
+std::string Describe(HRESULT hr, const MAPIERROR& error, bool wide) {
+    return ErrorName(hr) + "\nErr=" + TextOf(error.lpszError, wide) +
+           "\nComponent=" + TextOf(error.lpszComponent, wide) +
            "\nContext=" + std::to_string(static_cast<int>(error.ulContext)) +
            ",LowLevel=" + std::to_string(static_cast<int>(error.ulLowLevelError));
 }
 
+std::string WordsOf(HRESULT, const MAPIERROR& error, bool wide) {
+    return TextOf(error.lpszError, wide);
+}
+
+bool TellsOfTheDisk(HRESULT hr) {
+    return hr == MAPI_E_NOT_ENOUGH_DISK || hr == MAPI_E_DISK_ERROR || hr == MAPI_E_CORRUPT_STORE;
+}
+
+using Teller = std::string(HRESULT hr, const MAPIERROR& error, bool wide);
+
 template <class Interface>
-void AskForError(IUnknown* object, const IID& iid, HRESULT hr, std::string& text) {
+void AskForError(IUnknown* object, const IID& iid, HRESULT hr, Teller* tell, std::string& text) {
     CComPtr<Interface> asked;
     if (object->QueryInterface(iid, reinterpret_cast<void**>(asked.Out())) < 0 || !asked) return;
     MAPIERROR* error = nullptr;
-    if (asked->GetLastError(hr, 0, &error) < 0 || !error) return;
-    text = Describe(hr, *error);
+    const bool wide =
+        TextFormOfSystem() == TextForm::Wide && asked->GetLastError(hr, MAPI_UNICODE, &error) >= 0 && error;
+    if (!wide && (asked->GetLastError(hr, 0, &error) < 0 || !error)) return;
+    text = tell(hr, *error, wide);
     MAPIFreeBuffer(error);
 }
 
-std::string AskForErrors(IUnknown* object, HRESULT hr) {
+std::string AskForErrors(IUnknown* object, HRESULT hr, Teller* tell) {
     std::string text;
     try {
-        AskForError<IMAPITable>(object, IID_IMAPITable, hr, text);
-        AskForError<IMAPIProp>(object, IID_IMAPIProp, hr, text);
+        AskForError<IMAPITable>(object, IID_IMAPITable, hr, tell, text);
+        AskForError<IMAPIProp>(object, IID_IMAPIProp, hr, tell, text);
+        if (tell == WordsOf) AskForError<IMAPISession>(object, IID_IMAPISession, hr, tell, text);
     } catch (...) {
         text.clear();
     }
@@ -82,7 +104,9 @@ std::atomic<ReportHook> s_hook{nullptr};
 
 CMAPIException::CMAPIException(HRESULT hr, const char* context, IUnknown* object)
     : m_object(object), m_hr(hr), m_context(context ? context : "") {
-    if (hr == static_cast<HRESULT>(MAPI_E_EXTENDED_ERROR) && object) m_extended = AskForErrors(object, hr);
+    if (!object) return;
+    if (hr == static_cast<HRESULT>(MAPI_E_EXTENDED_ERROR)) m_extended = AskForErrors(object, hr, Describe);
+    if (TellsOfTheDisk(hr)) m_reason = AskForErrors(object, hr, WordsOf);
 }
 
 std::string CMAPIException::GetErrorText() const {
@@ -138,6 +162,7 @@ void ReportException(const CMAPIException& exception, const char* text) {
     }
     std::string body = text ? text : "";
     if (!exception.Context().empty()) body += "\r\nin " + exception.Context();
+    if (!exception.Reason().empty()) body += "\r\n" + exception.Reason();
     ShowMessageBox(body, exception.GetErrorText(), 0);
 }
 

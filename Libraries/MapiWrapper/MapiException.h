@@ -12,8 +12,9 @@
 class CMAPIException {
 public:
     // `context` names the operation ("CGenMapiPropPtr::GetProps"), null for none. `object` is what the
-    // call was made on, null for none; no reference is taken. With MAPI_E_EXTENDED_ERROR the object is
-    // asked for its extended text here, while it is surely alive.
+    // call was made on, null for none; no reference is taken. With MAPI_E_EXTENDED_ERROR and the codes of a
+    // disk that does not take or give what it should the object is asked for its own words here, while it
+    // is surely alive.
     CMAPIException(HRESULT hr, const char* context, IUnknown* object);
 
     HRESULT Hr() const { return m_hr; }
@@ -26,12 +27,15 @@ public:
     // "%s\nErr=%s\nComponent=%s\nContext=%d,LowLevel=%d" where the object had told more, otherwise
     // empty. Diagnosis only; no report shows it.
     const std::string& ExtendedText() const { return m_extended; }
+    // What the store's database says of a disk that is full or broken, otherwise empty.
+    const std::string& Reason() const { return m_reason; }
 
 private:
     IUnknown* m_object;
     HRESULT m_hr;
     std::string m_context;
     std::string m_extended;
+    std::string m_reason;
 };
 
 // Use of something that is not there: an operation on an empty wrapper, an open that succeeds without
@@ -82,8 +86,9 @@ using ReportHook = void (*)(const char* text, const CMAPIException& exception);
 // Installs a hook (null: none, as at the start) and returns the former one.
 ReportHook SetReportHook(ReportHook hook);
 
-// Shows `text` (null counts as empty), followed by "\r\nin " and the context if there is one, in a
-// message box whose caption is the error's name. With a hook installed only the hook is called.
+// Shows `text` (null counts as empty), followed by "\r\nin " and the context if there is one and by the
+// reason on a line of its own, in a message box whose caption is the error's name. With a hook installed only
+// the hook is called.
 void ReportException(const CMAPIException& exception, const char* text = nullptr);
 
 // Where the engine notes a failure that it has already traced; does nothing.

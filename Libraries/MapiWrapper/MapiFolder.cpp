@@ -6,6 +6,7 @@ IMessagePtr IMAPIFolderPtr::CreateMessage(LPCIID iid, ULONG flags) const {
     IMessagePtr message;
     const HRESULT hr = raw->CreateMessage(iid, flags, message.Out());
     if (hr < 0) throw CMAPIException(hr, "IMAPIFolderPtr::CreateMessage", raw);
+    message.SetText(Text());
     return message;
 }
 
@@ -13,12 +14,14 @@ IMAPIFolderPtr IMAPIFolderPtr::CreateFolder(ULONG folderType, const std::string&
                                             const std::string& comment, ULONG flags) const {
     IMAPIFolder* raw = NotNull(m_object.Get(), "IMAPIFolderPtr::CreateFolder");
     IMAPIFolderPtr folder;
-    const auto text = [](const std::string& t) {
-        return reinterpret_cast<LPTSTR>(const_cast<char*>(t.c_str()));
-    };
-    const HRESULT hr =
-        raw->CreateFolder(folderType, text(name), text(comment), nullptr, flags, folder.m_object.Out());
+    // Two names of which nothing is left but question marks would become one folder.
+    if (!CanKeepText(name, Text()))
+        throw CMAPIException(MAPI_E_BAD_CHARWIDTH, "IMAPIFolderPtr::CreateFolder", raw);
+    CStoreText text(Text());
+    const HRESULT hr = raw->CreateFolder(folderType, text.Argument(name), text.Argument(comment), nullptr,
+                                         flags | text.Flag(), folder.m_object.Out());
     if (hr < 0) throw CMAPIException(hr, "IMAPIFolderPtr::CreateFolder", raw);
+    folder.SetText(Text());
     return folder;
 }
 

@@ -16,15 +16,20 @@ public:
 
     IMAPIProp* RawProp() const override { return m_object.Get(); }
     IMAPIContainer* RawContainer() const override { return m_object.Get(); }
-    void Attach(IMAPIFolder* object) { m_object.Attach(object); }  // takes the caller's reference
+    TextForm ContainerText() const override { return Text(); }
+    // Takes the caller's reference.
+    void Attach(IMAPIFolder* object) {
+        m_object.Attach(object);
+        SetText(TextForm::Unknown);
+    }
     IMAPIFolder* Detach() { return m_object.Detach(); }
     IMAPIFolder* Get() const { return m_object.Get(); }
     IMAPIFolder* operator->() const { return NotNull(m_object.Get(), "IMAPIFolderPtr"); }
 
     // Not saved yet. Throws "IMAPIFolderPtr::CreateMessage".
     IMessagePtr CreateMessage(LPCIID iid, ULONG flags) const;
-    // `name` and `comment` in 8-bit text; flags such as OPEN_IF_EXISTS. Throws
-    // "IMAPIFolderPtr::CreateFolder".
+    // Flags such as OPEN_IF_EXISTS. Throws "IMAPIFolderPtr::CreateFolder"; MAPI_E_BAD_CHARWIDTH where the
+    // store has only 8-bit text and the name letters that it lacks.
     IMAPIFolderPtr CreateFolder(ULONG folderType, const std::string& name, const std::string& comment,
                                 ULONG flags) const;
 

@@ -8,11 +8,14 @@ public:
     // Adds a reference.
     explicit IMAPIPropPtr(IMAPIProp* object) : m_object(object) {}
     // Shares the object of another wrapper.
-    IMAPIPropPtr(const CGenMapiPropPtr& other) : m_object(other.RawProp()) {}
+    IMAPIPropPtr(const CGenMapiPropPtr& other) : CGenMapiPropPtr(other), m_object(other.RawProp()) {}
 
     IMAPIProp* RawProp() const override { return m_object.Get(); }
     // Takes the caller's reference.
-    void Attach(IMAPIProp* object) { m_object.Attach(object); }
+    void Attach(IMAPIProp* object) {
+        m_object.Attach(object);
+        SetText(TextForm::Unknown);
+    }
     IMAPIProp* Detach() { return m_object.Detach(); }
     IMAPIProp* Get() const { return m_object.Get(); }
     IMAPIProp* operator->() const { return NotNull(m_object.Get(), "IMAPIPropPtr"); }
@@ -26,6 +29,7 @@ public:
         void* other = nullptr;
         if (m_object->QueryInterface(Wrapper::InterfaceId(), &other) >= 0 && other)
             wrapper.Attach(static_cast<typename Wrapper::Interface*>(other));
+        wrapper.SetText(KnownText());
         return wrapper;
     }
 

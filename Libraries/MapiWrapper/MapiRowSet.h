@@ -41,7 +41,7 @@ public:
     }
 
     // The first row whose cell has this text, or -1. The first use of a column builds its index: PT_LONG
-    // in decimal, PT_STRING8, PT_UNICODE narrowed, PT_BINARY in upper-case hexadecimal; cells of other
+    // in decimal, PT_STRING8, PT_UNICODE in UTF-8, PT_BINARY in upper-case hexadecimal; cells of other
     // types are not found. Constant time afterwards. The number of columns is that of the first row.
     int FindRow(ULONG column, const std::string& text) const;
     int FindRowBinary(ULONG column, const SBinary& bin) const;

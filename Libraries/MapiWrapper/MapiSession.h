@@ -59,9 +59,11 @@ std::string GetFolderPath(const CMapiSession& session, const IMAPIFolderPtr& fol
 std::string GetFolderPathOf(const CMapiSession& session, const IMAPIFolderPtr& folder);
 
 // --- logon -----------------------------------------------------------------------------------------
-// MAPIInitialize, then MAPILogonEx with the default profile allowed, under the profile named by the
-// value "Profil" of Software\Ostrand\Tarn. S_OK, or the failing code with `session` untouched and MAPI
-// left. Whoever gets S_OK calls LogoffMapi once.
+// MAPIInitialize, then MAPILogonEx: with a name a session of its own on that profile, without one the session
+// that is shared on the machine or one on the default profile. The first form takes the name from the value
+// "Profil" of Software\Ostrand\Tarn. S_OK, or the failing code with `session` untouched and MAPI left.
+// Whoever gets S_OK calls LogoffMapi once, on the same thread; other threads that use the session have a
+// CMapiThread each.
 HRESULT LogonMapi(CMapiSession& session);
 HRESULT LogonMapi(const std::string& profile, CMapiSession& session);
 // Logs off, drops the session and leaves MAPI.

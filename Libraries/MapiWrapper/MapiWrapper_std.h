@@ -1,5 +1,5 @@
 // Second chief header of the MAPI access layer: what it offers over standard types alone, without any
-// wrapper of an interface: hexadecimal and GUID text, conversion between 8-bit and wide text, lists
+// wrapper of an interface: hexadecimal and GUID text, text on its way to a store, lists
 // in a text, byte strings, and the primitives of streams.
 #pragma once
 #include <MapiWrapper/ComPtr.h>

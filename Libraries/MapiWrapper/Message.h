@@ -19,36 +19,43 @@ public:
     explicit IMessagePtr(IMessage* object) : m_object(object) {}  // adds a reference
 
     IMAPIProp* RawProp() const override { return m_object.Get(); }
-    void Attach(IMessage* object) { m_object.Attach(object); }  // takes the caller's reference
+    // Takes the caller's reference.
+    void Attach(IMessage* object) {
+        m_object.Attach(object);
+        SetText(TextForm::Unknown);
+    }
     IMessage* Detach() { return m_object.Detach(); }
     IMessage** Out() { return m_object.Out(); }
     IMessage* Get() const { return m_object.Get(); }
     IMessage* operator->() const { return NotNull(m_object.Get(), "IMessagePtr"); }
 
     // --- bodies and streams (MessageBody.cpp) -------------------------------------------------------
-    // The plain body, whatever its size; empty if it cannot be read. Never throws. In batch mode it is
-    // read once.
+    // The plain body, whatever its size; empty if it cannot be read to its end. Never throws. In batch
+    // mode it is read once.
     std::string GetBody() const;
     // Any string property, whatever its size; never throws.
     std::string GetLongText(ULONG tag) const;
+    // The same for who writes the text back: empty only where the message has none. Throws where it
+    // cannot be read to its end.
+    std::string ReadText(ULONG tag) const;
     // Writes the text with its terminating zero as a stream. Throws only where the stream does not open
     // and the property cannot be set either.
     void SetBody(const std::string& text);
-    void SetBodyW(const std::wstring& text);
     // The uncompressed RTF. Throws.
     std::string GetRtf() const;
-    // Does nothing where the stream does not open. With `sync` the other bodies follow (RTFSync).
+    // Does nothing where the stream does not open; throws where one that is open does not take the text.
+    // With `sync` the other bodies follow (RTFSync).
     void SetRtf(const std::string& text, bool sync);
     // The HTML property, or what lies behind "\fromhtml1" in the RTF, or empty. Throws where the RTF
     // cannot be read.
     std::string GetHtml() const;
-    // Stores HTML inside the RTF body; does nothing where the stream does not open.
+    // Stores HTML inside the RTF body; like SetRtf where the stream fails.
     void SetHtml(const std::string& html);
     // PR_SUBJECT_A; if that cannot be read PR_DISPLAY_NAME_A; never throws.
     std::string GetTitle() const;
     // All bytes of a property opened as a stream, read cbPortion at a time. Throws where it does not open.
     std::string ReadStream(ULONG tag, ULONG cbPortion) const;
-    // Throws where the stream does not open.
+    // A text, without a terminating zero. Throws where the stream does not open.
     void WriteStream(ULONG tag, const std::string& text);
 
     // --- recipients (MessageRecipients.cpp) ---------------------------------------------------------

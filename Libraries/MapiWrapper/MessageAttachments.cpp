@@ -55,12 +55,12 @@ struct CAttachNames {
 };
 
 // Pictures are marked at once, so that they count as shown attachments even if the rest fails.
-void MarkPicture(IAttach* attach, const std::string& extension) {
+void MarkPicture(IAttachPtr& attach, const std::string& extension) {
     const bool jpg = EqualNoCase(extension, ".jpg");
     if (!jpg && !EqualNoCase(extension, ".gif")) return;
     SPropValue values[3] = {TextValue(PR_ATTACH_MIME_TAG_A, jpg ? "image/jpg" : "image/gif"),
                             LongValue(PR_ATTACHMENT_HIDDEN, 0), LongValue(PR_ATTACHMENT_FLAGS, 0)};
-    attach->SetProps(3, values, nullptr);
+    attach.SetPropsHr(values, 3);
 }
 
 HRESULT FirstProblem(const SPropProblemArray* problems) {
@@ -70,7 +70,7 @@ HRESULT FirstProblem(const SPropProblemArray* problems) {
     return S_OK;
 }
 
-HRESULT SetNames(IAttach* attach, const CAttachNames& names, LONG method) {
+HRESULT SetNames(IAttachPtr& attach, const CAttachNames& names, LONG method) {
     SPropValue values[kCount];
     values[kFileName] = TextValue(PR_ATTACH_FILENAME_A, names.name.c_str());
     values[kLongName] = TextValue(PR_ATTACH_LONG_FILENAME_A, names.name.c_str());
@@ -84,7 +84,7 @@ HRESULT SetNames(IAttach* attach, const CAttachNames& names, LONG method) {
     values[kTag].Value.bin = SBinary{sizeof s_mimeTag, s_mimeTag};
     values[kFlags] = LongValue(PR_ATTACH_FLAGS, 1);
     SPropProblemArray* problems = nullptr;
-    HRESULT hr = attach->SetProps(kCount, values, &problems);
+    HRESULT hr = attach.SetPropsHr(values, kCount, &problems);
     if (hr >= 0) hr = FirstProblem(problems);
     if (problems) MAPIFreeBuffer(problems);
     return hr;
@@ -104,11 +104,13 @@ HRESULT IMessagePtr::AddAttachment(const char* path, LONG method, IAttachPtr& ou
     IMessage* raw = NotNull(m_object.Get(), "IMessagePtr::AddAttachment");
     ULONG number = 0;
     HRESULT hr = raw->CreateAttach(&IID_IAttachment, 0, &number, out.Out());
-    if (hr < 0 || !path) return hr;
-    IAttach* attach = NotNull(out.Get(), "IMessage::CreateAttach");
+    if (hr < 0) return hr;
+    out.SetText(Text());
+    if (!path) return hr;
+    NotNull(out.Get(), "IMessage::CreateAttach");
     const CAttachNames names(path);
-    MarkPicture(attach, names.extension);
-    hr = SetNames(attach, names, method);
+    MarkPicture(out, names.extension);
+    hr = SetNames(out, names, method);
     if (hr < 0) return hr;
     const SPropValue flags = LongValue(PR_ATTACH_FLAGS, 1);
     SetOneProp(&flags);

@@ -2,36 +2,16 @@
 #include <MapiWrapper/ExchangeTags.h>
 #include <MapiWrapper/Message.h>
 #include <MapiWrapper/StreamTools.h>
-#include <MapiWrapper/TextConvert.h>
 
 #include <cstring>
 
 namespace {
 
-constexpr ULONG kBodyPortion = 65536;
+constexpr ULONG kReadPortion = 65536;
 constexpr ULONG kRtfReadPortion = 20000;
 constexpr ULONG kRtfWritePortion = 1024;
 constexpr ULONG kCreateStream = MAPI_MODIFY | MAPI_CREATE;
 const char kFromHtml[] = "\\fromhtml1";
-
-// Reads a text stream piece by piece. A piece ends at a zero byte, since writers store the terminator.
-std::string ReadPieces(IStream* stream) {
-    std::string text;
-    std::string piece(kBodyPortion, '\0');
-    while (text.size() < kStreamLimit) {
-        ULONG read = 0;
-        if (stream->Read(piece.data(), kBodyPortion, &read) < 0 || read == 0 || read > kBodyPortion) break;
-        text.append(piece, 0, strnlen(piece.data(), read));
-    }
-    return text;
-}
-
-// False where anything of it fails, so that the caller can fall back to setting the property.
-bool WriteWhole(IStream* stream, const void* bytes, size_t cb) {
-    return cb <= kStreamLimit &&
-           WriteAll(stream, bytes, static_cast<ULONG>(cb), static_cast<ULONG>(cb)) >= 0 &&
-           stream->Commit(0) >= 0;
-}
 
 // The compressed RTF of a message opened for writing: text goes into `wrapped`.
 struct CRtfWriter {
@@ -44,12 +24,12 @@ struct CRtfWriter {
                wrapped;
     }
     void Write(const char* text, size_t cb) {
-        WriteAll(wrapped.Get(), text, static_cast<ULONG>(cb), kRtfWritePortion);
+        THROW_ON_FAILURE(WriteAll(wrapped.Get(), text, static_cast<ULONG>(cb), kRtfWritePortion));
     }
     // The wrapped stream goes first: its end is what completes the raw one.
     void Close() {
-        wrapped->Commit(0);
-        raw->Commit(0);
+        THROW_ON_FAILURE(wrapped->Commit(0));
+        THROW_ON_FAILURE(raw->Commit(0));
         wrapped.Free();
         raw.Free();
     }
@@ -83,40 +63,34 @@ std::string RtfOfHtml(const std::string& html) {
 std::string IMessagePtr::GetBody() const {
     if (Batch() && !m_cachedBody.empty()) return m_cachedBody;
     std::string body;
-    CComPtr<IStream> stream;
-    if (m_object && OpenStream(PR_BODY_A, kStreamReadWriteMode, MAPI_MODIFY, stream) >= 0)
-        body = ReadPieces(stream.Get());
-    else
+    if (!m_object || ReadTextStream(PR_BODY_A, kStreamReadWriteMode, MAPI_MODIFY, body) < 0)
         body = GetStrPropOrEmpty(PR_BODY_A);
     if (Batch()) m_cachedBody = body;
     return body;
 }
 
 std::string IMessagePtr::GetLongText(ULONG tag) const {
-    CComPtr<IStream> stream;
-    if (m_object && OpenStream(tag, 0, 0, stream) >= 0) return ReadPieces(stream.Get());
+    std::string text;
+    if (m_object && ReadTextStream(tag, 0, 0, text) >= 0) return text;
     return GetStrPropOrEmpty(tag);
+}
+
+std::string IMessagePtr::ReadText(ULONG tag) const {
+    CMapiPropValue value;
+    const HRESULT hr = GetOneProp(tag, value);
+    if (hr == MAPI_E_NOT_FOUND) return {};
+    if (hr >= 0) return value.Str();
+    if (hr != MAPI_E_NOT_ENOUGH_MEMORY) THROW_ON_FAILURE_FOR(hr, RawProp());
+    // Too long for a single value.
+    std::string text;
+    THROW_ON_FAILURE_FOR(ReadTextStream(tag, 0, 0, text), RawProp());
+    return text;
 }
 
 void IMessagePtr::SetBody(const std::string& text) {
     if (Batch()) m_cachedBody = text;
-    CComPtr<IStream> stream;
-    if (OpenStream(PR_BODY_A, kStreamReadWriteMode, kCreateStream, stream) >= 0 &&
-        WriteWhole(stream.Get(), text.c_str(), std::strlen(text.c_str()) + 1))
-        return;
-    stream.Free();
+    if (WriteTextStream(PR_BODY_A, kStreamReadWriteMode, text, true) >= 0) return;
     SetStrProp(PR_BODY_A, text.c_str());
-}
-
-void IMessagePtr::SetBodyW(const std::wstring& text) {
-    std::string bytes = Utf16Bytes(text.c_str());
-    bytes.append(2, '\0');
-    CComPtr<IStream> stream;
-    if (OpenStream(PR_BODY_W, kStreamReadWriteMode, kCreateStream, stream) >= 0 &&
-        WriteWhole(stream.Get(), bytes.data(), bytes.size()))
-        return;
-    stream.Free();
-    SetWideProp(PR_BODY_W, text.c_str());
 }
 
 std::string IMessagePtr::GetRtf() const {
@@ -164,15 +138,11 @@ std::string IMessagePtr::GetTitle() const {
 std::string IMessagePtr::ReadStream(ULONG tag, ULONG cbPortion) const {
     const CComPtr<IStream> stream = OpenPropertyStream(tag);
     std::string bytes;
-    THROW_ON_FAILURE_FOR(ReadToEnd(stream.Get(), bytes, cbPortion ? cbPortion : kBodyPortion),
+    THROW_ON_FAILURE_FOR(ReadToEnd(stream.Get(), bytes, cbPortion ? cbPortion : kReadPortion),
                          m_object.Get());
     return bytes;
 }
 
 void IMessagePtr::WriteStream(ULONG tag, const std::string& text) {
-    CComPtr<IStream> stream;
-    THROW_ON_FAILURE_FOR(OpenStream(tag, 0, kCreateStream, stream), m_object.Get());
-    THROW_ON_FAILURE_FOR(WriteAll(stream.Get(), text.c_str(), static_cast<ULONG>(std::strlen(text.c_str()))),
-                         m_object.Get());
-    THROW_ON_FAILURE_FOR(stream->Commit(0), m_object.Get());
+    THROW_ON_FAILURE_FOR(WriteTextStream(tag, 0, text, false), m_object.Get());
 }

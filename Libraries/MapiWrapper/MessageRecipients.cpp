@@ -22,6 +22,7 @@ std::unique_ptr<CRecipient> RecipientOfRow(const CMapiRowSet& rows, ULONG row) {
 // An address list of one entry, freed with the values that stand in it at the end.
 class CSingleAddress {
 public:
+    explicit CSingleAddress(TextForm form) : m_form(form), m_text(form) {}
     ~CSingleAddress() {
         if (m_list) FreePadrlist(m_list);
         if (m_entryId) MAPIFreeBuffer(m_entryId);
@@ -43,16 +44,16 @@ public:
     ADRLIST* List() { return m_list; }
     SPropValue& Value(int index) { return m_list->aEntries[0].rgPropVals[index]; }
     void SetText(int index, ULONG tag, const std::string& text) {
-        Value(index).ulPropTag = tag;
-        Value(index).Value.lpszA = const_cast<char*>(text.c_str());
+        Value(index).ulPropTag = TagForStore(tag, m_form);
+        Value(index).Value.lpszA = reinterpret_cast<char*>(m_text.Argument(text));
     }
     HRESULT CreateOneOff(IAddrBook* book, bool sendRich) {
         SPropValue& value = Value(kEntryId);
         value.ulPropTag = PR_ENTRYID;
         const auto text = [this](int i) { return reinterpret_cast<LPTSTR>(Value(i).Value.lpszA); };
-        const HRESULT hr =
-            book->CreateOneOff(text(kName), text(kAddrType), text(kAddress),
-                               sendRich ? 0 : MAPI_SEND_NO_RICH_INFO, &value.Value.bin.cb, &m_entryId);
+        const HRESULT hr = book->CreateOneOff(text(kName), text(kAddrType), text(kAddress),
+                                              m_text.Flag() | (sendRich ? 0 : MAPI_SEND_NO_RICH_INFO),
+                                              &value.Value.bin.cb, &m_entryId);
         value.Value.bin.lpb = reinterpret_cast<BYTE*>(m_entryId);
         if (!m_entryId) value.Value.bin.cb = 0;
         return hr;
@@ -65,7 +66,11 @@ public:
         if (Value(kEncoding).ulPropTag == PR_SEND_INTERNET_ENCODING) Value(kEncoding).Value.l = 0;
     }
 
+    HRESULT Resolve(IAddrBook* book) { return book->ResolveName(0, m_text.Flag(), nullptr, m_list); }
+
 private:
+    TextForm m_form;
+    CStoreText m_text;
     ADRLIST* m_list = nullptr;
     ENTRYID* m_entryId = nullptr;
 };
@@ -78,6 +83,7 @@ CRecipients IMessagePtr::rawGetRecipients() const {
         IMAPITablePtr table;
         IMessage* raw = NotNull(m_object.Get(), "IMessagePtr::rawGetRecipients");
         THROW_ON_FAILURE_FOR(raw->GetRecipientTable(0, table.Out()), raw);
+        table.SetText(Text());
         const CMapiRowSet rows = table.QueryRows(
             {PR_DISPLAY_NAME_A, PR_ADDRTYPE_A, PR_EMAIL_ADDRESS_A, PR_ENTRYID, PR_RECIPIENT_TYPE});
         for (ULONG row = 0; row < rows.Count(); ++row)
@@ -97,7 +103,7 @@ HRESULT IMessagePtr::AddRecipient(IMAPISession* session, const std::string& disp
     HRESULT hr = session->OpenAddressBook(0, nullptr, AB_NO_DIALOG, book.Out());
     if (hr < 0) return hr;
     NotNull(book.Get(), "IMAPISession::OpenAddressBook");
-    CSingleAddress entry;
+    CSingleAddress entry(Text());
     hr = entry.Allocate();
     if (hr < 0) return hr;
     entry.SetText(kName, PR_DISPLAY_NAME_A, displayName);
@@ -109,7 +115,7 @@ HRESULT IMessagePtr::AddRecipient(IMAPISession* session, const std::string& disp
     entry.Value(kEncoding).ulPropTag = PR_SEND_INTERNET_ENCODING;
     hr = entry.CreateOneOff(book.Get(), sendRich);
     if (hr < 0) return hr;
-    hr = book->ResolveName(0, 0, nullptr, entry.List());
+    hr = entry.Resolve(book.Get());
     if (hr < 0) return hr;
     entry.ClearSendOptions();
     return raw->ModifyRecipients(MODRECIP_ADD, entry.List());

@@ -23,8 +23,9 @@ IMAPIFolderPtr IMsgStorePtr::GetReceiveFolder(const std::string& messageClass) c
     IMsgStore* raw = NotNull(m_object.Get(), "IMsgStorePtr::GetReceiveFolder");
     ULONG cb = 0;
     ENTRYID* entryId = nullptr;
-    const auto text = reinterpret_cast<LPTSTR>(const_cast<char*>(messageClass.c_str()));
-    THROW_ON_FAILURE_FOR(raw->GetReceiveFolder(text, 0, &cb, &entryId, nullptr), raw);
+    CStoreText text(Text());
+    THROW_ON_FAILURE_FOR(
+        raw->GetReceiveFolder(text.Argument(messageClass), text.Flag(), &cb, &entryId, nullptr), raw);
     CMapiBinary copy;
     copy.Assign(entryId, cb);
     if (entryId) MAPIFreeBuffer(entryId);
@@ -35,6 +36,7 @@ IMAPITablePtr IMsgStorePtr::GetReceiveFolderTable() const {
     IMsgStore* raw = NotNull(m_object.Get(), "IMsgStorePtr::GetReceiveFolderTable");
     IMAPITablePtr table;
     THROW_ON_FAILURE_FOR(raw->GetReceiveFolderTable(0, table.Out()), raw);
+    table.SetText(Text());
     return table;
 }
 
@@ -42,6 +44,7 @@ IMAPIPropPtr IMsgStorePtr::OpenEntry(const SBinary& entryId, LPCIID iid, ULONG f
     IMsgStore* raw = NotNull(m_object.Get(), "IMsgStorePtr::OpenEntry");
     IMAPIPropPtr object;
     THROW_ON_FAILURE_FOR(OpenObject(raw, entryId, iid, flags, type, object), raw);
+    object.SetText(Text());
     return object;
 }
 

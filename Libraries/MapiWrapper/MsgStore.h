@@ -15,7 +15,11 @@ public:
     explicit IMsgStorePtr(IMsgStore* object) : m_object(object) {}  // adds a reference
 
     IMAPIProp* RawProp() const override { return m_object.Get(); }
-    void Attach(IMsgStore* object) { m_object.Attach(object); }  // takes the caller's reference
+    // Takes the caller's reference.
+    void Attach(IMsgStore* object) {
+        m_object.Attach(object);
+        SetText(TextForm::Unknown);
+    }
     IMsgStore* Detach() { return m_object.Detach(); }
     IMsgStore* Get() const { return m_object.Get(); }
     IMsgStore* operator->() const { return NotNull(m_object.Get(), "IMsgStorePtr"); }

@@ -39,5 +39,8 @@ void CNamedTags::Resolve(IMAPIProp* raw, ULONG flags) {
         m_names[i].tag = known ? PROP_TAG(m_names[i].type, PROP_ID(tag)) : 0;
     }
     MAPIFreeBuffer(tags);
+    for (const CName& name : m_names)
+        if ((flags & MAPI_CREATE) && name.tag == 0)
+            throw CMAPIException(MAPI_E_NOT_FOUND, "CGenMapiPropPtr::GetIDFromName", raw);
     m_resolved = true;
 }

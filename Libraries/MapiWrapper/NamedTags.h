@@ -14,8 +14,9 @@ public:
     size_t Add(LONG id, ULONG type, const GUID& guid);
 
     // One GetIDsFromNames. Throws CMAPIException on a negative result, and MAPI_E_NOT_FOUND with the
-    // context "CGenMapiPropPtr::GetIDFromName" where the store answers without tags. With MAPI_CREATE
-    // every tag is resolved afterwards; with 0 those unknown to the store stay 0.
+    // context "CGenMapiPropPtr::GetIDFromName" where the store answers without tags, or with MAPI_CREATE
+    // without one of them: what is read under no tag looks absent on every item. With 0 those unknown
+    // to the store stay 0.
     void Resolve(IMAPIProp* raw, ULONG flags = MAPI_CREATE);
     void Resolve(const CGenMapiPropPtr& object, ULONG flags = MAPI_CREATE) {
         Resolve(object.RawProp(), flags);

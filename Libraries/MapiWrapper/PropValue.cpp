@@ -92,7 +92,7 @@ bool CMapiPropValue::Bool() const {
 
 std::string CMapiPropValue::Str() const {
     if (Type() == PT_STRING8 && m_value->Value.lpszA) return m_value->Value.lpszA;
-    if (Type() == PT_UNICODE) return WideToAnsi(m_value->Value.lpszW);
+    if (Type() == PT_UNICODE) return Utf8FromWide(m_value->Value.lpszW);
     return {};
 }
 

@@ -44,7 +44,7 @@ public:
     FILETIME Time() const { return Type() == PT_SYSTIME ? m_value->Value.ft : FILETIME{0, 0}; }
     // view of PT_BINARY, otherwise {0, null}
     SBinary Binary() const { return Type() == PT_BINARY ? m_value->Value.bin : SBinary{0, nullptr}; }
-    std::string Str() const;   // PT_STRING8, or PT_UNICODE narrowed, otherwise empty
+    std::string Str() const;   // PT_STRING8, or PT_UNICODE in UTF-8, otherwise empty
     std::string Text() const;  // any type, as ValueText
 
 private:

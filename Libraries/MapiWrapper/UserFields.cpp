@@ -98,7 +98,7 @@ ULONG CUserFields::Resolve(IMAPIProp* raw, const std::string& name) const {
     if (row->tag != 0) return row->tag;
     ULONG tag;
     if (!row->stringName.empty())
-        tag = CGenMapiPropPtr::GetIDFromName(raw, row->guid, AnsiToWide(row->stringName).c_str(),
+        tag = CGenMapiPropPtr::GetIDFromName(raw, row->guid, WideFromUtf8(row->stringName).c_str(),
                                              PT_UNSPECIFIED);
     else
         tag = CGenMapiPropPtr::GetIDFromName(raw, row->guid, static_cast<LONG>(row->id), PT_UNSPECIFIED);

@@ -118,7 +118,7 @@ HRESULT TextToValue(const CVariant& variant, SPropValue& value, void* parent) {
         case PT_STRING8:
             return SetText(text, value.Value.lpszA, parent);
         case PT_UNICODE:
-            return SetWide(AnsiToWide(text), value.Value.lpszW, parent);
+            return SetWide(WideFromUtf8(text), value.Value.lpszW, parent);
         case PT_SYSTIME: {
             FILETIME ft;
             if (variant.ToDate(date) && FileTimeFromDate(date, ft)) value.Value.ft = ft;
@@ -185,7 +185,7 @@ CVariant ValueVariant(const SPropValue* value) {
         case PT_STRING8:
             return CVariant(v.lpszA ? v.lpszA : "");
         case PT_UNICODE:
-            return CVariant(WideToAnsi(v.lpszW));
+            return CVariant(Utf8FromWide(v.lpszW));
         case PT_BINARY:
             return CVariant(HexFromBinary(v.bin));
         case PT_MV_LONG:

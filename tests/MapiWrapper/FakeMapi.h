@@ -4,6 +4,7 @@
 #include <MapiWrapper/MapiWrapper.h>
 #include <MapiWrapper/MapiWrapper_std.h>
 #include <gtest/gtest.h>
+#include <support/Letters.h>
 
 #include <algorithm>
 #include <cstring>
@@ -29,6 +30,7 @@ protected:
     ~NoFakeOutlives() override { EXPECT_EQ(g_liveFakes, m_before); }
 
 private:
+    const CCodePageChoice m_sameText{Utf8CodePage};  // fakes keep 8-bit text, as it is given
     const int m_before = g_liveFakes;
 };
 
@@ -194,11 +196,14 @@ public:
     int lastErrorCalls = 0;
 
     bool Offers(const IID& iid) const override { return iid == IID_IMAPIProp; }
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
+    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG flags, LPMAPIERROR* error) override {
         ++lastErrorCalls;
+        const auto words = [flags](const char* narrow, const wchar_t* wide) {
+            return flags & MAPI_UNICODE ? reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(wide))
+                                        : reinterpret_cast<LPTSTR>(const_cast<char*>(narrow));
+        };
         *error = NewBlock<MAPIERROR>(sizeof(MAPIERROR));
-        **error = MAPIERROR{0, reinterpret_cast<LPTSTR>(const_cast<char*>("disk on fire")),
-                            reinterpret_cast<LPTSTR>(const_cast<char*>("store")), 7, 3};
+        **error = MAPIERROR{0, words("disk on fire", L"disk on fire"), words("store", L"store"), 7, 3};
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override {

@@ -23,8 +23,6 @@ TEST_F(Messages, TheBodyIsWrittenWithItsEndAndReadPieceByPiece) {
     m_fake->streams[PR_BODY_A].bytes = std::string(200000, 'x');
     EXPECT_EQ(m_message.GetBody().size(), 200000u);
     EXPECT_EQ(m_message.GetLongText(PR_BODY_A).size(), 200000u);
-    m_message.SetBodyW(L"h\u00E9");
-    EXPECT_EQ(m_fake->streams[PR_BODY_W].bytes, std::string("h\0\xE9\0\0\0", 6));
 }
 
 TEST_F(Messages, WithoutAStreamTheBodyIsAProperty) {
@@ -50,6 +48,46 @@ TEST_F(Messages, BatchModeKeepsTheBody) {
     EXPECT_EQ(m_message.GetBody(), "kept");
     m_message.SetBatch(false);
     EXPECT_EQ(m_message.GetBody(), "changed below");
+}
+
+// A store that has nothing but 8-bit text is asked for nothing else, and keeps what its code page has.
+TEST_F(Messages, AStoreWithoutWideTextIsConverted) {
+    const CCodePageChoice western;
+    m_fake->values[PR_STORE_SUPPORT_MASK] = Number(PR_STORE_SUPPORT_MASK, STORE_MODIFY_OK);
+    m_message.SetStrProp(PR_SUBJECT_A, "Größe");
+    EXPECT_STREQ(m_fake->values[PR_SUBJECT_A].Get()->Value.lpszA,
+                 "Gr\xF6\xDF"
+                 "e");
+    EXPECT_EQ(m_message.GetStrProp(PR_SUBJECT_A), "Größe");
+    EXPECT_EQ(m_message.GetProps({PR_SUBJECT_A, PR_SUBJECT_W})[1].Str(), "Größe");
+    m_message.SetWideProp(PR_SUBJECT_W, L"\u00DF Ж");
+    EXPECT_EQ(m_message.GetTitle(), "ß ?");
+    m_message.SetBody("Größe");
+    EXPECT_EQ(m_fake->streams[PR_BODY_A].bytes, std::string("Gr\xF6\xDF"
+                                                            "e\0",
+                                                            6));
+    EXPECT_EQ(m_message.GetBody(), "Größe");
+    EXPECT_EQ(m_fake->getCalls, 4) << "asked once what it takes";
+
+    const auto fits = [](const std::string& text) {
+        CFakeTable::CRow row;
+        row[PR_SUBJECT_A] = Text(PR_SUBJECT_A,
+                                 "Gr\xF6\xDF"
+                                 "e");
+        IMAPITablePtr table;
+        table.Attach(new CFakeTable({row}));
+        table.SetText(TextForm::Narrow);
+        SPropValue value{};
+        value.ulPropTag = PR_SUBJECT_A;
+        value.Value.lpszA = const_cast<char*>(text.c_str());
+        SRestriction is{};
+        is.rt = RES_PROPERTY;
+        is.res.resProperty = {RELOP_EQ, PR_SUBJECT_A, &value};
+        return table.FindRow(&is, BOOKMARK_BEGINNING) == S_OK;
+    };
+    EXPECT_TRUE(fits("Größe"));
+    EXPECT_FALSE(fits("??????"));
+    EXPECT_FALSE(fits("Работа")) << "what it cannot hold is not what it shows of it";
 }
 
 TEST_F(Messages, TitleFallsBackToTheDisplayName) {
@@ -214,9 +252,13 @@ TEST_F(Messages, DamagedContactLinksEndWithThoseReadSoFar) {
     for (size_t cut = 0; cut < whole.size(); ++cut) {
         m_fake->streams[kEntriesTag].bytes = whole.substr(0, cut);
         CContactLinks links;
-        ReadContactLinks(links, m_message);
+        EXPECT_FALSE(ReadContactLinks(links, m_message)) << cut;
         EXPECT_EQ(links.size(), cut < 8 + 46 ? 0u : 1u) << cut;
     }
+    m_fake->streams[kEntriesTag].bytes = whole;
+    m_fake->streams[kEntriesTag].readResult = static_cast<HRESULT>(MAPI_E_NETWORK_ERROR);
+    CContactLinks links;
+    EXPECT_THROW(ReadContactLinks(links, m_message), CMAPIException);
 }
 
 }  // namespace

@@ -270,9 +270,9 @@ TEST(Texts, ListsAndWideText) {
     TextToList("", list);
     TextToList("a;b", list);
     EXPECT_EQ(list, (std::vector<std::string>{"", "a", "b"}));
-    EXPECT_EQ(WideToAnsi(static_cast<const wchar_t*>(nullptr)), "");
-    EXPECT_EQ(AnsiToWide("abc"), L"abc");
-    EXPECT_EQ(Utf16Bytes(L"a\u20AC"), std::string("a\0\xAC\x20", 4));
+    EXPECT_EQ(Utf8FromWide(static_cast<const wchar_t*>(nullptr)), "");
+    EXPECT_EQ(WideFromUtf8("abc"), L"abc");
+    EXPECT_EQ(Utf16BytesFromUtf8("a\xE2\x82\xAC"), std::string("a\0\xAC\x20", 4));
 }
 
 }  // namespace
