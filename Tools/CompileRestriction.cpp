@@ -1,3 +1,4 @@
+#include <MapiWrapper/MapiException.h>
 #include <MapiWrapper/UserFields.h>
 #include <Tools/CompileRestriction.h>
 #include <Tools/INIQuerys.h>
@@ -31,6 +32,9 @@ void CCompileRestriction::Reset() {
     m_depth = 0;
     m_hasError = false;
     m_errorText.clear();
+    m_errorHint.clear();
+    m_storeError = S_OK;
+    m_warnings.clear();
     m_errorOffset = 0;
     m_endOffset = 0;
     m_errorQuery.clear();
@@ -49,10 +53,15 @@ bool CCompileRestriction::Compile(const std::string& text) {
         Run();
     } catch (const CQueryLimit& limit) {
         Error(limit.message);
+    } catch (const CQueryGap& gap) {
+        Crash(gap.missing);
+    } catch (const CMAPIException& refused) {
+        m_storeError = refused.Hr();
+        Crash("The store refuses to number the named properties: " + refused.GetErrorText());
     } catch (...) {
-        // An operand that is not there, or a store that refuses a name: neither has a message of its own.
-        Error("Crash in Compile");
+        Crash({});
     }
+    if (m_lexer.HasOpenQuote()) Warn("A quote is not closed; what follows it, up to the end, is one text");
     if (m_columns) {
         if (SPropTagArray* merged = MergeUsedTags(m_columns)) {
             MAPIFreeBuffer(m_columns);
@@ -67,6 +76,17 @@ void CCompileRestriction::Run() {
     if (m_hasError) return;
     m_endOffset = m_lexer.TokenOffset();
     if (const auto top = Pop()) m_restriction = top->restriction;
+}
+
+// Neither an operand that is not there nor a store that refuses a name has a message of its own.
+void CCompileRestriction::Crash(const std::string& hint) {
+    if (m_errorHint.empty()) m_errorHint = hint;
+    Error("Crash in Compile");
+}
+
+void CCompileRestriction::Warn(const std::string& warning) {
+    if (std::find(m_warnings.begin(), m_warnings.end(), warning) == m_warnings.end())
+        m_warnings.push_back(warning);
 }
 
 void CCompileRestriction::Error(const std::string& message) {
@@ -246,7 +266,7 @@ void CCompileRestriction::PrimaryNot() {
     Expression();
     if (m_hasError) return;
     const auto operand = Pop();
-    NotNull(operand.get(), "not");
+    Needed(operand.get(), "Nothing stands behind \"not\"");
     SRestriction* node = m_memory.AllocateNodes(1);
     node->rt = RES_NOT;
     node->res.resNot.lpRes = operand->restriction;
@@ -291,7 +311,7 @@ void CCompileRestriction::PrimarySubObject(ULONG subObject) {
     Expression();
     Expect(')', "Expeced ')'\n");
     const auto operand = Pop();
-    NotNull(operand.get(), "sub-object");
+    Needed(operand.get(), "Nothing stands in the brackets of recipient(...) or attachment(...)");
     if (!operand->restriction) return Error("Expected expression");
     SRestriction* node = m_memory.AllocateNodes(1);
     node->rt = RES_SUBRESTRICTION;
@@ -419,6 +439,9 @@ void CCompileRestriction::ReadArguments(CINIQuery& query) {
             if (!value.empty()) value += ' ';
             value += m_lexer.TokenText();
         } while (goesOn(token));
+        // Behind the end of the text every parameter left takes the last word once more.
+        m_cbExpanded += value.size();
+        if (m_cbExpanded > kMaxExpansion) throw CQueryLimit{"Stored queries expand to too much text"};
         parameter->value = value;
     }
 }

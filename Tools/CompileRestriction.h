@@ -44,6 +44,11 @@ public:
     // stores its arguments in the query's parameters. Null: none.
     void SetStoredQueries(CINIQuerys* queries) { m_storedQueries = queries; }
     CINIQuerys* StoredQueries() const { return m_storedQueries; }
+    // Whether names that the store does not know are created in it (the default), as a run does. Otherwise
+    // each stands for a property that no object has. AbsentNames lists those of them that are not among the
+    // words of UserFields, over all texts compiled so far.
+    void SetCreateNames(bool create) { m_createNames = create; }
+    const std::vector<std::string>& AbsentNames() const { return m_absentNames; }
     // The words for named properties, beside the names of the published tags.
     CUserFields& UserFields() { return *m_userFields; }
 
@@ -59,6 +64,13 @@ public:
     bool HasError() const { return m_hasError; }
     // All messages of the last compilation, each with a blank before it; empty without an error.
     const std::string& ErrorText() const { return m_errorText; }
+    // What the messages leave unsaid, or what to write instead; a sentence without its full stop, mostly
+    // empty.
+    const std::string& ErrorHint() const { return m_errorHint; }
+    // The code of a store that refused to number a name, which is no fault of the text; S_OK otherwise.
+    HRESULT StoreError() const { return m_storeError; }
+    // What compiles and seldom means what its writer thought, a sentence each without full stop.
+    const std::vector<std::string>& Warnings() const { return m_warnings; }
     // Where the scanner stood at the first error: a byte offset into the compiled text, at most its
     // length; inside a stored query that of the query's call.
     size_t ErrorOffset() const { return m_errorOffset; }
@@ -83,7 +95,7 @@ public:
     SPropTagArray* MergeUsedTags(const SPropTagArray* array) const;
 
     // The tag that a word of the language names, 0 if it names none: "Subject", "0x37001e",
-    // "string:Name", "Private". Named properties are created in the folder's store. Throws
+    // "string:Name", "Private". Named properties are created in the folder's store (SetCreateNames). Throws
     // CMAPIException if the store refuses that.
     ULONG TagOfWord(const std::string& word);
 
@@ -106,6 +118,7 @@ private:
     int NextToken() { return m_lexer.NextToken(); }
     void UngetToken() { m_lexer.UngetToken(); }
     void Error(const std::string& message);
+    void Crash(const std::string& hint);
     void Expect(int token, const char* message);
     void Run();
 
@@ -151,8 +164,12 @@ private:
     void PushNow();
     ULONG ResolveField(const CLiteral* literal);
     ULONG LookUpField(const CLiteral& literal);
+    template <class Name>
+    ULONG NamedTag(const GUID& guid, Name name, ULONG type, const std::string& word);
     ULONG ResolveTyped(const std::string& name, ULONG type);
     ULONG ResolveUserField(const std::string& name);
+    LONG NumberOf(const CLiteral& literal);
+    void Warn(const std::string& warning);
     SPropValue* LiteralValue(ULONG tag, const CLiteral& literal);
     void FillGuid(SPropValue& value, const std::string& text);
     void BuildRelation(ULONG relop);
@@ -175,6 +192,12 @@ private:
     unsigned m_depth = 0;
     bool m_hasError = false;
     std::string m_errorText;
+    std::string m_errorHint;
+    HRESULT m_storeError = S_OK;
+    std::vector<std::string> m_warnings;
+    bool m_createNames = true;
+    std::vector<std::string> m_absentNames;
+    ULONG m_absentId = 0xFFFF;  // counts down: a store gives these numbers last of all
     size_t m_errorOffset = 0;
     size_t m_endOffset = 0;
     std::string m_errorQuery;

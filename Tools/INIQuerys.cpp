@@ -1,3 +1,4 @@
+#include <Platform/CodePage.h>
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
 #include <Tools/CharClasses.h>
@@ -195,7 +196,7 @@ void CINIQuerys::Parse(const std::string& bytes, const std::string& path) {
 
 void CINIQuerys::Load(const std::string& path) {
     std::string bytes;
-    if (ReadFileBytes(path, bytes)) Parse(bytes, path);
+    if (ReadFileBytes(path, bytes)) Parse(Utf8FromFile(bytes), path);
 }
 
 void CINIQuerys::LoadFromModuleDir(const std::string& fileName) {

@@ -20,9 +20,10 @@ std::string FileNameOf(const std::string& path) {
     return at == std::string::npos ? path : path.substr(at + 1);
 }
 
-CMapiRowSet AttachmentRows(IMessage* raw) {
+CMapiRowSet AttachmentRows(const IMessagePtr& message) {
     IMAPITablePtr table;
-    THROW_ON_FAILURE(raw->GetAttachmentTable(0, table.Out()));
+    THROW_ON_FAILURE(message->GetAttachmentTable(0, table.Out()));
+    table.SetText(message.KnownText());
     return table.QueryRows({PR_ATTACH_NUM, PR_ATTACH_FILENAME_A});
 }
 
@@ -55,7 +56,7 @@ void FindAttachment(const IMessagePtr& message, const std::string& name, IAttach
                     bool* created) {
     try {
         IMessage* raw = NotNull(message.Get(), "FindAttachment");
-        const CMapiRowSet rows = AttachmentRows(raw);
+        const CMapiRowSet rows = AttachmentRows(message);
         IAttachPtr opened;
         for (ULONG row = 0; row < rows.Count(); ++row) {
             if (!EqualNoCase(FileNameOf(rows.Cell(row, 1).Text()), name)) continue;

@@ -1,5 +1,6 @@
 // How the query compiler makes nodes and values out of what lies on its stack.
 #include <MapiWrapper/HexText.h>
+#include <MapiWrapper/MapiException.h>
 #include <MapiWrapper/NameTables.h>
 #include <MapiWrapper/TextConvert.h>
 #include <MapiWrapper/UserFields.h>
@@ -162,11 +163,24 @@ ULONG CCompileRestriction::TagOfWord(const std::string& word) {
     return ResolveField(&literal);
 }
 
+template <class Name>
+ULONG CCompileRestriction::NamedTag(const GUID& guid, Name name, ULONG type, const std::string& word) {
+    if (m_createNames) return m_folder.GetIDFromName(guid, name, type);
+    try {
+        const ULONG tag = m_folder.GetIDFromName(guid, name, type, 0);
+        if (PROP_ID(tag) != 0) return tag;
+    } catch (const CMAPIException& refused) {
+        if (refused.Hr() != MAPI_E_NOT_FOUND) throw;
+    }
+    if (!word.empty()) m_absentNames.push_back(word);
+    return PROP_TAG(type, --m_absentId);
+}
+
 // The store is asked once for a name, however often a text repeats it.
 ULONG CCompileRestriction::ResolveTyped(const std::string& name, ULONG type) {
     const std::string key = name + '\0' + std::to_string(type);
     if (const auto known = m_namedTags.find(key); known != m_namedTags.end()) return known->second;
-    const ULONG tag = m_folder.GetIDFromName(PS_PUBLIC_STRINGS, AnsiToWide(name).c_str(), type);
+    const ULONG tag = NamedTag(PS_PUBLIC_STRINGS, WideFromUtf8(name).c_str(), type, name);
     m_namedTags.emplace(key, tag);
     return tag;
 }
@@ -178,9 +192,8 @@ ULONG CCompileRestriction::ResolveUserField(const std::string& name) {
     if (!tag) {
         const auto known = m_namedTags.find(name);
         if (known != m_namedTags.end()) return known->second;
-        tag = row->stringName.empty()
-                  ? m_folder.GetIDFromName(row->guid, static_cast<LONG>(row->id), 0)
-                  : m_folder.GetIDFromName(row->guid, AnsiToWide(row->stringName).c_str(), 0);
+        tag = row->stringName.empty() ? NamedTag(row->guid, static_cast<LONG>(row->id), 0, {})
+                                      : NamedTag(row->guid, WideFromUtf8(row->stringName).c_str(), 0, {});
         tag |= row->type;
         m_namedTags.emplace(name, tag);
     }
@@ -193,6 +206,14 @@ void CCompileRestriction::AddUsedTag(ULONG tag) {
 }
 
 // --- values -----------------------------------------------------------------------------------------
+
+LONG CCompileRestriction::NumberOf(const CLiteral& literal) {
+    const LONG number = LongFromText(literal.text);
+    if (literal.text.empty() || literal.text.find_first_not_of("0123456789") != std::string::npos)
+        Warn("\"" + literal.text + "\" is no number and counts as " + std::to_string(number) +
+             "; yes is written 1, no is 0");
+    return number;
+}
 
 // Null where the literal can have no value of that type, which is no error.
 SPropValue* CCompileRestriction::LiteralValue(ULONG tag, const CLiteral& literal) {
@@ -209,10 +230,10 @@ SPropValue* CCompileRestriction::LiteralValue(ULONG tag, const CLiteral& literal
             value->Value.ft = FileTimeOf(literal.date.ticks);
             return value;
         case PT_LONG:
-            value->Value.l = LongFromText(literal.text);
+            value->Value.l = NumberOf(literal);
             return value;
         case PT_BOOLEAN:
-            value->Value.b = static_cast<unsigned short>(LongFromText(literal.text));
+            value->Value.b = static_cast<unsigned short>(NumberOf(literal));
             return value;
         case PT_STRING8:
             value->Value.lpszA = m_memory.AllocateString(literal.text);
@@ -242,25 +263,35 @@ void CCompileRestriction::FillGuid(SPropValue& value, const std::string& text) {
 
 // --- nodes ------------------------------------------------------------------------------------------
 
+namespace {
+constexpr char kNoSide[] = "Nothing stands on one side of a comparison";
+}
+
 void CCompileRestriction::BuildRelation(ULONG relop) {
     const auto right = Pop();
     const auto left = Pop();
     const ULONG tagL = ResolveField(left.get());
     const ULONG tagR = ResolveField(right.get());
     if (!tagL && !tagR) {
-        NotNull(left.get(), "left operand");
-        NotNull(right.get(), "right operand");
+        Needed(left.get(), kNoSide);
+        Needed(right.get(), kNoSide);
         return Error("Neither " + left->text + " nor " + right->text + " is a keyword");
     }
     SRestriction* node = m_memory.AllocateNodes(1);
     if (tagL && tagR) {
+        // A word with a level was meant as a part of a text, or as a mask; none of that is left.
+        for (const CLiteral* side : {left.get(), right.get()})
+            if (side->flag != 0)
+                Warn("\"" + side->text +
+                     "\" is the name of a field, so two fields are compared and the words before it do not "
+                     "count; a text is told apart by small letters, with ignorecase");
         node->rt = RES_COMPAREPROPS;
         node->res.resCompareProps.relop = relop;
         node->res.resCompareProps.ulPropTag1 = tagL;
         node->res.resCompareProps.ulPropTag2 = tagR;
     } else {
         // The relation is not turned round when the field stands on the right.
-        const CLiteral* value = NotNull(tagL ? right.get() : left.get(), "value");
+        const CLiteral* value = Needed(tagL ? right.get() : left.get(), kNoSide);
         if (!FillRelation(*node, relop, tagL ? tagL : tagR, *value)) return;
     }
     PushRestriction(node, 1);
@@ -330,7 +361,10 @@ void SetChildren(SRestriction& node, ULONG kind, SRestriction* children, size_t 
 }
 
 const SRestriction* ConditionOf(const CLiteral* literal) {
-    return NotNull(NotNull(literal, "operand")->restriction, "condition");
+    return Needed(
+        Needed(literal, "Nothing stands on one side of \"and\" or \"or\"")->restriction,
+        "\"and\" and \"or\" join conditions, and one side is a lone word or value; a yes-or-no field is "
+        "asked for with = 1");
 }
 
 }  // namespace

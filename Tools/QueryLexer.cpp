@@ -72,6 +72,7 @@ void CQueryLexer::SetText(const std::string& text) {
     m_cursor = 0;
     m_tokenStart = 0;
     m_tokenText.clear();
+    m_hasOpenQuote = false;
 }
 
 void CQueryLexer::Exchange(State& state) {
@@ -118,6 +119,7 @@ int CQueryLexer::Quoted() {
     while (At(m_cursor) != 0 && At(m_cursor) != '"')
         ++m_cursor;
     m_tokenText.assign(m_text, start, m_cursor - start);
+    m_hasOpenQuote = m_hasOpenQuote || At(m_cursor) == 0;
     ++m_cursor;
     const int keyword = QueryKeyword(m_tokenText);
     return keyword ? keyword : TOK_STRING;

@@ -65,6 +65,9 @@ public:
     const std::string& TokenText() const { return m_tokenText; }
     void SetTokenText(const std::string& text) { m_tokenText = text; }
 
+    // Whether a quoted text ran into the end without its closing quote.
+    bool HasOpenQuote() const { return m_hasOpenQuote; }
+
     // Byte offset of the current token (white space before it skipped), at most the text's length.
     size_t TokenOffset() const;
 
@@ -86,6 +89,7 @@ private:
     size_t m_cursor = 0;  // may stand one behind the end, when the end itself was consumed
     size_t m_tokenStart = 0;
     std::string m_tokenText;
+    bool m_hasOpenQuote = false;
 };
 
 // The keyword's code for a text in any case, also ">=", "<=" and "<>"; 0 for any other text.

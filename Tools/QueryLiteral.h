@@ -26,5 +26,16 @@ struct CQueryLimit {
     const char* message;
 };
 
+// Ends a compilation for want of an operand; `missing` tells a person which.
+struct CQueryGap {
+    const char* missing;
+};
+
+template <class T>
+T* Needed(T* operand, const char* missing) {
+    if (!operand) throw CQueryGap{missing};
+    return operand;
+}
+
 // The number at the beginning of a text, 0 without one, at the ends of the range beyond it.
 LONG LongFromText(const std::string& text);

@@ -82,6 +82,7 @@ bool CCompileRestriction::SelectFields(std::vector<std::string>& fields, int& to
 
 bool CCompileRestriction::SelectFrom() {
     if (!m_session.IsValid()) {
+        m_errorHint = "The folder is given already here; leave out \"from ...\"";
         Error("For selecting a table, Session must be set");
         return false;
     }

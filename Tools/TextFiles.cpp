@@ -5,7 +5,7 @@
 #include <cstring>
 
 void WriteTextFile(const std::string& path, const std::string& text, const char* mode) {
-    std::FILE* file = std::fopen(path.c_str(), mode ? mode : "w");
+    std::FILE* file = OpenFile(path, mode ? mode : "w");
     if (!file) return;
     std::fwrite(text.c_str(), 1, std::strlen(text.c_str()) + 1, file);
     std::fclose(file);

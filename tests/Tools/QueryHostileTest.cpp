@@ -56,6 +56,18 @@ TEST_F(QueryHostile, LongTextsTakeTimeInProportion) {
     EXPECT_EQ(Error(std::string(1u << 20, ' ')), "");
 }
 
+// Behind the end of a text each parameter that is left takes the last word once more.
+TEST_F(QueryHostile, ArgumentsCountAsTextToo) {
+    std::string file = "name=Q\nquery=a=1\n";
+    for (int i = 0; i < 20000; ++i)
+        file += "p" + std::to_string(i) + ".text=x\n";
+    CINIQuerys querys;
+    querys.Parse(file, "");
+    m_compiler.SetStoredQueries(&querys);
+    EXPECT_EQ(Error("Q(" + std::string(100000, 'x')), " Stored queries expand to too much text");
+    EXPECT_EQ(Error("Q(x)"), "") << "many parameters are none too much";
+}
+
 TEST_F(QueryHostile, ATextEndsAtItsFirstZeroByte) {
     EXPECT_EQ(Error(std::string("a=1\0 and x=2", 12)), "");
     EXPECT_EQ(Error(std::string("\0a", 2)), "");
