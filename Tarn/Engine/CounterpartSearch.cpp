@@ -67,10 +67,12 @@ std::string SubjectOf(const IMessagePtr& message) {
 class CSimilarSearch {
 public:
     CSimilarSearch(CSyncFolder& engine, CSyncMessage& row, const CMapiRowSet& targetRows,
-                   const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder)
+                   const CMapiRowSet* sourceRows, const IMAPIFolderPtr& sourceFolder,
+                   const IMAPIFolderPtr& targetFolder)
         : m_engine(engine),
           m_row(row),
           m_targetRows(targetRows),
+          m_sourceRows(sourceRows),
           m_sourceFolder(sourceFolder),
           m_targetFolder(targetFolder) {}
 
@@ -89,7 +91,7 @@ public:
 private:
     bool OpenSource() {
         try {
-            m_source = OpenMessage(m_sourceFolder, m_row.m_entryId);
+            m_source = OpenMessage(m_sourceFolder, m_row.m_item);
             m_subject = SubjectOf(m_source);
             CMapiPropValue key;
             if (m_source.GetOneProp(PR_SEARCH_KEY, key) >= 0) m_row.m_searchKey = key.Binary();
@@ -126,9 +128,10 @@ private:
 
     void TryCandidate(ULONG row) {
         if (!HasTitle(m_targetRows, row, m_subject)) return;
-        const SBinary entryId = m_targetRows.Cell(row, COL_ENTRYID).Binary();
-        if (entryId.cb == 0 || m_engine.WasWritten(entryId)) return;
-        const IMessagePtr candidate = OpenMessage(m_targetFolder, entryId);
+        const CItemKeyView item = KeyOfRow(m_targetRows, row);
+        if (item.IsEmpty() || m_engine.IsTaken(item)) return;
+        if (m_sourceRows && IsLinkedWithin(m_targetRows, row, *m_sourceRows)) return;
+        const IMessagePtr candidate = OpenMessage(m_targetFolder, item);
         std::string syncId = SyncIdOf(candidate);
         if (CompareMessages(m_source, candidate) == 1) m_candidates.push_back({row, std::move(syncId)});
     }
@@ -140,6 +143,7 @@ private:
     CSyncFolder& m_engine;
     CSyncMessage& m_row;
     const CMapiRowSet& m_targetRows;
+    const CMapiRowSet* m_sourceRows;
     const IMAPIFolderPtr& m_sourceFolder;
     const IMAPIFolderPtr& m_targetFolder;
     IMessagePtr m_source;
@@ -149,11 +153,12 @@ private:
 }  // namespace
 
 int CSyncFolder::FindSimilarObject(CSyncMessage* row, const CMapiRowSet& targetRows,
-                                   const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder) {
+                                   const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                                   const CMapiRowSet* sourceRows) {
     if (!sourceFolder) return RefuseSearch("Source folder is empty");
     if (!row) return RefuseSearch("Source message NULL");
-    if (row->m_entryId.IsEmpty()) return RefuseSearch("Source message EntryID empty");
-    const int found = CSimilarSearch(*this, *row, targetRows, sourceFolder, targetFolder).Find();
+    if (row->m_item.IsEmpty()) return RefuseSearch("Source message EntryID empty");
+    const int found = CSimilarSearch(*this, *row, targetRows, sourceRows, sourceFolder, targetFolder).Find();
     row->m_message.Free();
     return found;
 }
@@ -165,13 +170,13 @@ namespace {
 CMessageCacheEntry* CachedCandidate(CSyncFolder& engine, const CMapiRowSet& rows, ULONG row,
                                     const std::string& subject) {
     if (!HasTitle(rows, row, subject)) return nullptr;
-    const SBinary entryId = rows.Cell(row, COL_ENTRYID).Binary();
-    if (entryId.cb == 0) {
+    const CItemKeyView item = KeyOfRow(rows, row);
+    if (item.IsEmpty()) {
         TraceFormat(engine.m_traceFile, "%s entryid = 0\n", subject.c_str());
         return nullptr;
     }
-    if (engine.IsTracing()) TraceFormat(engine.m_traceFile, "bin=%s\n", HexFromBinary(entryId).c_str());
-    return engine.m_cache->Lookup(entryId);
+    if (engine.IsTracing()) TraceFormat(engine.m_traceFile, "bin=%s\n", HexFromBinary(item).c_str());
+    return engine.m_cache->Lookup(item);
 }
 }  // namespace
 
@@ -179,7 +184,7 @@ int CSyncFolder::FindEqual(CSyncMessage* row, const CMapiRowSet& targetRows,
                            const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder) {
     NotNull(row, "CSyncFolder::FindEqual");
     CMessageCacheEntry source;
-    source.m_message = OpenMessage(sourceFolder, row->m_entryId);
+    source.m_message = OpenMessage(sourceFolder, row->m_item);
     source.Fill();
     const std::string subject = source.m_message.GetTitle();
     if (row->m_syncId.empty()) row->m_syncId = source.m_syncId;
@@ -248,12 +253,12 @@ void CSyncFolder::FindCounterpart(CSyncMessage& row, const IMAPIFolderPtr& sourc
                                   const IMAPIFolderPtr& targetFolder, const CMapiRowSet& sourceRows,
                                   ULONG sourceRow, const CMapiRowSet& targetRows) {
     const IMessagePtr source =
-        OpenReported(sourceFolder, row.m_entryId, "CSyncFolder::FindCounterpart (sourcemsg)");
+        OpenReported(sourceFolder, row.m_item, "CSyncFolder::FindCounterpart (sourcemsg)");
     if (!source) return;
     const std::string subject = sourceRows.Cell(sourceRow, COL_SUBJECT).Text();
     for (ULONG i = 0; i < targetRows.Count(); ++i) {
         if (targetRows.Cell(i, COL_SUBJECT).Text() != subject) continue;
-        const IMessagePtr candidate = OpenReported(targetFolder, targetRows.Cell(i, COL_ENTRYID).Binary(),
+        const IMessagePtr candidate = OpenReported(targetFolder, KeyOfRow(targetRows, i),
                                                    "CSyncFolder::FindCounterpart (opening target msg)");
         if (candidate && TakeCounterpart(row, source, candidate)) return;
     }

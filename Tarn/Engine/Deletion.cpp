@@ -33,6 +33,32 @@ HRESULT DeleteOne(const IMAPIFolderPtr& folder, const SBinary& entryId) {
     return folder->DeleteMessages(&one, 0, nullptr, 0);
 }
 
+enum class Place { InFolder, Elsewhere, Gone };
+
+bool IsSameEntry(const IMsgStorePtr& store, const SBinary& a, const SBinary& b) {
+    if (EqualBinary(a, b)) return true;
+    ULONG same = FALSE;
+    return store &&
+           store->CompareEntryIDs(a.cb, reinterpret_cast<LPENTRYID>(a.lpb), b.cb,
+                                  reinterpret_cast<LPENTRYID>(b.lpb), 0, &same) >= 0 &&
+           same;
+}
+
+// Where an item is that could not be removed. Some stores let an item keep its entry ID when it is moved, and
+// then it opens from everywhere: what somebody has put into another folder meanwhile is theirs. An item of
+// which it cannot be told counts as being in the folder.
+Place PlaceOf(const IMsgStorePtr& store, const IMAPIFolderPtr& folder, const SBinary& entryId) {
+    try {
+        const IMAPIPropPtr item = folder.OpenEntryv(entryId);
+        const CMapiPropValues parent = item.GetProps({PR_PARENT_ENTRYID});
+        const CMapiPropValues own = folder.GetProps({PR_ENTRYID});
+        if (parent[0].Type() != PT_BINARY || own[0].Type() != PT_BINARY) return Place::InFolder;
+        return IsSameEntry(store, parent[0].Binary(), own[0].Binary()) ? Place::InFolder : Place::Elsewhere;
+    } catch (const CMAPIException& e) {
+        return e.Hr() == MAPI_E_NOT_FOUND || e.Hr() == MAPI_E_OBJECT_DELETED ? Place::Gone : Place::InFolder;
+    }
+}
+
 // An item that can be neither moved nor deleted is marked for the person to see.
 HRESULT MarkDeleted(const IMAPIFolderPtr& holding, const SBinary& entryId) {
     try {
@@ -56,12 +82,13 @@ IMAPIFolderPtr OpenOrCreate(const IMAPIFolderPtr& parent, const std::string& nam
     }
 }
 
-// Answers S_OK once the item is out of the folder. A move is tried twice before the item is destroyed:
-// most refusals pass, and what is destroyed cannot be taken back by anybody.
-HRESULT RemoveToHolding(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& holding) {
-    if (MoveOne(folder, entryId, holding) == S_OK) return S_OK;
-    if (MoveOne(folder, entryId, holding) == S_OK) return S_OK;
-    return DeleteOne(folder, entryId);
+// True once the item is out of the folder. A move is tried twice before the item is destroyed: most refusals
+// pass, and what is destroyed cannot be taken back by anybody.
+bool RemoveToHolding(const IMsgStorePtr& store, const IMAPIFolderPtr& folder, const SBinary& entryId,
+                     const IMAPIFolderPtr& holding) {
+    for (int attempt = 0; attempt < 2; ++attempt)
+        if (MoveOne(folder, entryId, holding) == S_OK) return true;
+    return PlaceOf(store, folder, entryId) != Place::InFolder || DeleteOne(folder, entryId) == S_OK;
 }
 }  // namespace
 
@@ -71,8 +98,8 @@ void CEntryIdBatch::Clear() {
     m_ids.clear();
 }
 
-void CEntryIdBatch::Add(const SBinary& entryId) {
-    m_ids.emplace_back(reinterpret_cast<const char*>(entryId.lpb), entryId.lpb ? entryId.cb : 0);
+void CEntryIdBatch::Add(const CItemKeyView& item) {
+    m_ids.emplace_back(item.Bytes());
 }
 
 ENTRYLIST* CEntryIdBatch::List() {
@@ -87,6 +114,7 @@ void CSyncFolder::InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr&
     m_deletionStore = store;
     m_deletionFolder = folder;
     m_batchCapacity = capacity;
+    m_notRemoved.clear();
     for (CEntryIdBatch& batch : m_batches)
         batch.Clear();
     m_overwriteFolder = {};
@@ -98,33 +126,31 @@ void CSyncFolder::InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr&
     }
 }
 
-void CSyncFolder::AddToDelArray(const SBinary& entryId, const IMAPIFolderPtr& folder, int batch) {
-    if (batch == BATCH_OVERWRITTEN) return MoveOverwritten(entryId, folder);
+bool CSyncFolder::AddToDelArray(const CItemKeyView& item, const IMAPIFolderPtr& folder, int batch) {
+    if (batch == BATCH_OVERWRITTEN) {
+        MoveOverwritten(item, folder);
+        return true;
+    }
     // An item that left its folder and came back between two runs is deleted under its old name and new
     // under another, and both find the same counterpart. What the copy has just been given stays.
-    if (batch == BATCH_DELETED && WasWritten(entryId)) return;
+    if (batch == BATCH_DELETED && WasWritten(item)) return false;
     CEntryIdBatch& waiting = m_batches.at(static_cast<size_t>(batch));
     // The batch takes a copy of its own, so the entry at hand is none of those that the flush frees.
     if (waiting.Count() + 1 >= static_cast<size_t>(m_batchCapacity)) {
         FlushDelArrays(m_deletionStore, m_deletionFolder);
         m_batchCapacity = DeletionBatchCapacity;
     }
-    waiting.Add(entryId);
+    waiting.Add(item);
+    return true;
 }
 
 void CSyncFolder::FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder) {
     CEntryIdBatch& conflicts = m_batches[BATCH_CONFLICTS];
     CEntryIdBatch& deleted = m_batches[BATCH_DELETED];
     CEntryIdBatch& overwritten = m_batches[BATCH_OVERWRITTEN];
-    if (!conflicts.IsEmpty()) MoveToConflictFolder(conflicts.List(), store, folder);
-    if (!deleted.IsEmpty()) {
-        const unsigned failedBefore = m_outcome.rowsFailed;
-        MoveToDeletedFolder(deleted.List(), "Deleted", store, folder);
-        const unsigned failed = m_outcome.rowsFailed - failedBefore;
-        const auto count = static_cast<unsigned>(deleted.Count());
-        if (failed < count) NoteChanged(count - failed);
-    }
-    if (!overwritten.IsEmpty()) MoveToDeletedFolder(overwritten.List(), "Overwrite", store, folder);
+    if (!conflicts.IsEmpty()) MoveToConflictFolder(conflicts, store, folder);
+    if (!deleted.IsEmpty()) NoteChanged(MoveToDeletedFolder(deleted, "Deleted", store, folder));
+    if (!overwritten.IsEmpty()) MoveToDeletedFolder(overwritten, "Overwrite", store, folder);
     for (CEntryIdBatch& batch : m_batches)
         batch.Clear();
 }
@@ -204,61 +230,82 @@ void CSyncFolder::TraceDeletionFailure() {
     ++m_outcome.phasesFailed;
 }
 
-void CSyncFolder::MoveToDeletedFolder(ENTRYLIST* entries, const char* name, const IMsgStorePtr& store,
-                                      const IMAPIFolderPtr& folder) {
+void CSyncFolder::NoteNotRemoved(const CItemKeyView& item) {
+    if (m_notRemoved.emplace(item.Bytes()).second) NoteRowFailed();
+}
+
+unsigned CSyncFolder::MoveToDeletedFolder(CEntryIdBatch& entries, const char* name, const IMsgStorePtr& store,
+                                          const IMAPIFolderPtr& folder) {
     try {
         const IMAPIFolderPtr holding = OpenHolding(store, folder, std::string(HoldingRoot) + name + "\\");
-        if (!entries || entries->cValues == 0) return;
+        if (entries.IsEmpty()) return 0;
         MARK_POSITION();
-        if (IsHardDelete() || !holding) {
-            NoteUnsure();
-            if (folder->DeleteMessages(entries, 0, nullptr, 0) < 0 &&
-                folder->DeleteMessages(entries, 0, nullptr, 0) < 0)
-                NoteRowFailed();
-            return;
-        }
-        MoveEntries(*entries, folder, holding);
+        return IsHardDelete() || !holding ? DestroyEntries(entries, store, folder)
+                                          : MoveEntries(entries, store, folder, holding);
     } catch (...) {
         TraceDeletionFailure();
     }
+    unsigned removed = 0;
+    for (size_t i = 0; i < entries.Count(); ++i) {
+        if (PlaceOf(store, folder, entries.At(i)) == Place::InFolder)
+            NoteNotRemoved(entries.At(i));
+        else
+            ++removed;
+    }
+    return removed;
 }
 
-void CSyncFolder::MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& folder,
-                              const IMAPIFolderPtr& holding) {
-    CEntryIdBatch stuck;
-    HRESULT last = S_OK;
-    for (ULONG i = 0; i < entries.cValues; ++i) {
+// A store that could not delete all of a list says so with a warning, and not which it left.
+unsigned CSyncFolder::DestroyEntries(CEntryIdBatch& entries, const IMsgStorePtr& store,
+                                     const IMAPIFolderPtr& folder) {
+    NoteUnsure();
+    if (folder->DeleteMessages(entries.List(), 0, nullptr, 0) == S_OK)
+        return static_cast<unsigned>(entries.Count());
+    unsigned removed = 0;
+    for (size_t i = 0; i < entries.Count(); ++i) {
+        const CItemKeyView item = entries.At(i);
+        if (PlaceOf(store, folder, item) != Place::InFolder || DeleteOne(folder, item) == S_OK)
+            ++removed;
+        else
+            NoteNotRemoved(item);
+    }
+    return removed;
+}
+
+unsigned CSyncFolder::MoveEntries(const CEntryIdBatch& entries, const IMsgStorePtr& store,
+                                  const IMAPIFolderPtr& folder, const IMAPIFolderPtr& holding) {
+    unsigned removed = 0;
+    for (size_t i = 0; i < entries.Count(); ++i) {
         MARK_POSITION();
-        const SBinary& entryId = entries.lpbin[i];
-        last = RemoveToHolding(folder, entryId, holding);
-        if (last == S_OK) {
-            NoteRemoved(entryId);
+        const CItemKeyView item = entries.At(i);
+        if (RemoveToHolding(store, folder, item, holding)) {
+            NoteRemoved(item);
+            ++removed;
             continue;
         }
-        last = MarkDeleted(holding, entryId);
-        stuck.Add(entryId);
-        NoteRowFailed();
+        if (MarkDeleted(holding, item) != S_OK && DeleteOne(folder, item) == S_OK)
+            ++removed;
+        else
+            NoteNotRemoved(item);
     }
-    // Only those still in the folder: where a store keeps the entry ID of a moved item, naming it again
-    // would destroy what was put aside.
-    if (last != S_OK && !stuck.IsEmpty()) folder->DeleteMessages(stuck.List(), 0, nullptr, 0);
+    return removed;
 }
 
 // --- single items ----------------------------------------------------------------------------------
 
-void CSyncFolder::MoveOverwritten(const SBinary& entryId, const IMAPIFolderPtr& folder) {
+void CSyncFolder::MoveOverwritten(const CItemKeyView& item, const IMAPIFolderPtr& folder) {
     for (int attempt = 0; m_overwriteFolder && attempt < 2; ++attempt)
-        if (MoveOne(folder, entryId, m_overwriteFolder) >= 0) return NoteUnsure();
-    DeleteEntry(entryId, folder);
+        if (MoveOne(folder, item, m_overwriteFolder) >= 0) return NoteUnsure();
+    DeleteEntry(item, folder);
 }
 
-void CSyncFolder::DeleteEntry(const SBinary& entryId, const IMAPIFolderPtr& folder) {
-    const std::string hex = HexFromBinary(entryId);
+void CSyncFolder::DeleteEntry(const CItemKeyView& item, const IMAPIFolderPtr& folder) {
+    const std::string hex = HexFromBinary(item);
     NoteUnsure();
     if (m_cache) m_cache->Remove(hex);
-    if (DeleteOne(folder, entryId) != MAPI_W_PARTIAL_COMPLETION) return;
+    if (DeleteOne(folder, item) != MAPI_W_PARTIAL_COMPLETION) return;
     ServerTraceWrite(m_traceFile, "MAPI_W_PARTIAL_COMPLETION in deleting entry ID %s", hex.c_str());
-    IMessagePtr message = folder.OpenEntryv(entryId, MAPI_MODIFY).As<IMessagePtr>();
+    IMessagePtr message = folder.OpenEntryv(item, MAPI_MODIFY).As<IMessagePtr>();
     NotNull(message.Get(), "CSyncFolder::DeleteEntry");
     message.SetStrProp(PR_SUBJECT_A, "Deleted " + message.GetStrPropOrEmpty(PR_SUBJECT_A));
     message.SaveChanges(KEEP_OPEN_READWRITE);

@@ -5,17 +5,10 @@
 
 #include <vector>
 
-namespace {
-// The answers of stores for an item that is not there any more.
-bool IsGone(HRESULT hr) {
-    return hr == MAPI_E_OBJECT_DELETED || hr == MAPI_E_NOT_FOUND;
-}
-}  // namespace
-
 void CElementCopy::Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowSearch) {
     m_facts = ReadItemFacts(m_engine, m_source);
     FindTargetRow(useRowSyncId, allowSearch);
-    if (m_targetRow >= 0) m_oldEntryId = TargetCell(COL_ENTRYID).Binary();
+    if (m_targetRow >= 0) m_oldItem = KeyOfRow(m_route.targetRows, static_cast<ULONG>(m_targetRow));
     if (!m_similar && m_targetRow >= 0 && !CompareTimes()) {
         m_status = LoadText(TEXT_TIMES_IDENTICAL);
         m_result = RowResult::Done;
@@ -35,8 +28,8 @@ void CElementCopy::Run(CSyncTargetRecord* record, bool useRowSyncId, bool allowS
 // first.
 int FreeRow(const CCopyRoute& route, int targetRow) {
     if (targetRow < 0) return -1;
-    const SBinary entryId = route.targetRows.Cell(static_cast<ULONG>(targetRow), COL_ENTRYID).Binary();
-    return route.engine.WasWritten(entryId) ? -1 : targetRow;
+    const CItemKeyView item = KeyOfRow(route.targetRows, static_cast<ULONG>(targetRow));
+    return route.engine.WasWritten(item) ? -1 : targetRow;
 }
 
 // ---- the counterpart ------------------------------------------------------------------------------
@@ -47,22 +40,37 @@ void CElementCopy::FindTargetRow(bool useRowSyncId, bool allowSearch) {
     if (m_syncId.empty()) m_syncId = m_facts.syncId;
     if (!m_syncId.empty()) m_targetRow = FreeRow(m_route, rows.FindRow(COL_SYNC_ID, m_syncId));
     m_linked = m_targetRow >= 0;
-    if (m_targetRow < 0 && !m_row.m_searchKey.IsEmpty())
-        m_targetRow = FreeRow(m_route, rows.FindRowBinary(COL_SEARCH_KEY, m_row.m_searchKey));
+    if (m_targetRow < 0 && !m_row.m_searchKey.IsEmpty()) m_targetRow = FindByKey();
     if (m_targetRow >= 0 || !allowSearch) return;
     m_targetRow = SearchSimilar();
     m_similar = m_targetRow >= 0;
 }
 
+// Of several rows of the key one of the same name.
+int CElementCopy::FindByKey() const {
+    const CMapiRowSet& rows = m_route.targetRows;
+    std::vector<ULONG> ofKey;
+    rows.FindRows(COL_SEARCH_KEY, m_row.m_searchKey.Hex(), ofKey);
+    int found = -1;
+    for (const ULONG row : ofKey) {
+        if (m_engine.IsTaken(KeyOfRow(rows, row))) continue;
+        if (IsLinkedWithin(rows, row, m_route.sourceRows)) continue;
+        if (found < 0) found = static_cast<int>(row);
+        if (rows.Cell(row, COL_SUBJECT).Str() == m_row.m_name) return static_cast<int>(row);
+    }
+    return found;
+}
+
 int CElementCopy::SearchSimilar() {
     // The search would open the item to learn its key, which is known here. The row goes without it: a
     // second try must not find by key what the first did not.
+    if (!m_route.sourceFolder || m_row.m_item.IsEmpty()) return -1;  // refused with the number of a row
     const CMapiBinary rowKey = m_row.m_searchKey;
     int found = -1;
     try {
         if (rowKey.IsEmpty()) m_row.m_searchKey = m_facts.searchKey;
         found = m_engine.FindSimilarObject(&m_row, m_route.targetRows, m_route.sourceFolder,
-                                           m_route.targetFolder);
+                                           m_route.targetFolder, &m_route.sourceRows);
     } catch (...) {
         TraceText(m_engine.m_traceFile,
                   "idRow = FindSimilarObject(smsg,rowsTarget,fldrSource,fldrTarget); failed\n");
@@ -87,7 +95,7 @@ bool CElementCopy::CompareTimes() {
 // The target bears the ID while it is open and is not saved for it: a save would give it a new time, and
 // the two would no longer count as equal.
 void CElementCopy::AgreeOnSyncId() {
-    IMessagePtr target = OpenMessage(m_route.targetFolder, m_oldEntryId);
+    IMessagePtr target = OpenMessage(m_route.targetFolder, m_oldItem);
     EnsureSyncId(target, m_source, m_syncId);
     if (m_engine.SetSyncID(m_source, m_syncId, false)) SaveSource();
     m_engine.SetSyncID(target, m_syncId, false);
@@ -96,8 +104,8 @@ void CElementCopy::AgreeOnSyncId() {
 // ---- the target -----------------------------------------------------------------------------------
 
 void CElementCopy::KeepOldText() {
-    m_target = OpenMessage(m_route.targetFolder, m_oldEntryId);
-    m_kept = ReadKeptText(m_target, KeptParts::TextLocationAndLinks);
+    m_target = OpenMessage(m_route.targetFolder, m_oldItem);
+    m_kept = ReadKeptText(m_engine, m_target);
 }
 
 bool CElementCopy::ChooseTarget() {
@@ -123,25 +131,24 @@ void CElementCopy::OpenTarget() {
     if (!reuse)
         m_target = IMessagePtr();
     else if (!m_target)
-        m_target = TryOpenMessage(m_route.targetFolder, m_oldEntryId);
+        m_target = TryOpenMessage(m_route.targetFolder, m_oldItem);
     m_isNew = !m_target;
     if (m_isNew) {
         MARK_POSITION();
-        m_target = m_route.targetFolder.CreateMessage(nullptr, 0);
         m_replaces = m_targetRow >= 0;
+        if (m_replaces) RequirePlaceForOld(m_engine, m_route.targetFolder);
+        m_target = m_route.targetFolder.CreateMessage(nullptr, 0);
     } else {
         MARK_POSITION();
-        if (!m_linked) KeepOtherText();
         const FILETIME seen = TargetCell(COL_MODIFIED).Time();
-        KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, &seen);
+        // A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no
+        // conflict, so it is not kept as the loser of one.
+        if (!m_linked && HasOtherText(m_engine, m_source, m_target))
+            KeepVersion(m_engine, m_target);
+        else
+            KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, StripsText(), &seen);
         m_engine.RemoveContents(m_target);
     }
-}
-
-// A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no
-// conflict, so it is not kept as the loser of one.
-void CElementCopy::KeepOtherText() {
-    if (m_source.GetBody() != m_target.GetBody()) KeepVersion(m_engine, m_target);
 }
 
 // ---- the copy -------------------------------------------------------------------------------------
@@ -173,7 +180,7 @@ void CElementCopy::CopyToTarget() {
                          m_source.RawProp());
     MARK_POSITION();
     if (m_facts.markedPrivate)
-        PutKeptTextBack(m_target, m_kept, KeptParts::TextLocationAndLinks);
+        PutKeptTextBack(m_target, m_kept);
     else
         AnonymiseTarget(m_engine, m_facts, m_target);
     if (!m_facts.hasCreated) return;
@@ -184,14 +191,19 @@ void CElementCopy::CopyToTarget() {
 }
 
 void CElementCopy::SaveTarget() {
+    m_needsLink = NeedsLink();
+    if (m_needsLink) StampTarget();
     SaveContents();
     MARK_POSITION();
     try {
-        if (NeedsLink()) Link();
+        if (m_needsLink) Link();
     } catch (const CMAPIException& e) {
         if (m_isNew && !m_replaces) TakeBack(e);
         throw;
     }
+    // It is done, but there is one item too many.
+    if (m_oldStays)
+        throw CMAPIException(MAPI_E_UNABLE_TO_COMPLETE, "MoveAside", m_route.targetFolder.RawProp());
 }
 
 void CElementCopy::SaveContents() {
@@ -199,26 +211,41 @@ void CElementCopy::SaveContents() {
     if (m_isNew) m_result = RowResult::MaybeSaved;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
     if (saved < 0 && !HasEntryId(m_target)) m_result = RowResult::NotSaved;
+    if (saved >= 0) m_engine.NoteChanged();  // whatever fails from here on
     MARK_POSITION();
     m_action = "Can not get EntryID from Target Message";
-    m_newEntryId = m_target.GetBinProp(PR_ENTRYID);
+    m_newItem = SavedItem();
     m_action = "Can not save target element";
     // What the first save has written needs no second one.
-    if (saved < 0) m_target.SaveChanges(KEEP_OPEN_READWRITE);
+    if (saved < 0) {
+        m_target.SaveChanges(KEEP_OPEN_READWRITE);
+        m_engine.NoteChanged();
+    }
     m_action = nullptr;
     m_result = RowResult::MaybeSaved;
-    m_engine.NoteChanged();
-    m_engine.NoteWritten(m_newEntryId);
-    m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
+    m_engine.NoteWritten(m_newItem);
+    m_engine.NoteSaved(m_target, m_newItem, m_syncId);
     // Saved under another name than the row has: whose row that is now, nobody here can tell.
-    if (!m_isNew && m_newEntryId != m_oldEntryId) m_engine.NoteUnsure();
-    if (m_targetRow >= 0) m_engine.NoteWritten(m_oldEntryId);
-    if (m_replaces) m_engine.DeleteRowEntry(m_route.targetFolder, m_oldEntryId, m_engine.m_overwriteFolder);
+    if (!m_isNew && m_newItem != m_oldItem) m_engine.NoteUnsure();
+    if (m_targetRow >= 0) m_engine.NoteWritten(m_oldItem);
+    if (!m_replaces) return;
+    m_oldStays = !MoveAside(m_route.targetFolder, m_oldItem, m_engine.m_overwriteFolder);
+    m_oldStays ? m_engine.NoteUnsure() : m_engine.NoteRemoved(m_oldItem);
 }
 
-// Two items whose keys occur once on each side count as linked by them. A key that cannot be read links
-// nothing.
+// Without it the item that was just made can be neither linked nor taken back.
+CItemKey CElementCopy::SavedItem() const {
+    try {
+        return CItemKey::OfItem(m_target);
+    } catch (const CMAPIException&) {
+        return CItemKey::OfItem(m_target);
+    }
+}
+
+// Two unlinked items whose keys occur once on each side count as linked by them. A key that cannot be read
+// links nothing.
 bool CElementCopy::NeedsLink() const {
+    if (m_isNew || !m_facts.syncId.empty()) return true;
     const auto occursOnce = [](const CMapiRowSet& rows, const SBinary& key) {
         std::vector<ULONG> found;
         return rows.FindRows(COL_SEARCH_KEY, HexFromBinary(key), found) == 1;
@@ -229,32 +256,23 @@ bool CElementCopy::NeedsLink() const {
            !occursOnce(m_route.targetRows, m_facts.searchKey);
 }
 
-// Only now: the stamp holds the target's own entry ID, which a new item has not had before its save.
-void CElementCopy::Link() {
-    EnsureSyncId(m_target, m_source, m_syncId);
-    if (StampItem(m_engine, m_source, m_syncId)) SaveSource();
-    m_sourceLinked = true;
-    LinkTarget();
+// Where the link holds already the target gets its own stamp back, else one that names the original until
+// that bears the ID as well.
+void CElementCopy::StampTarget() {
+    if (m_linked && !m_isNew)
+        StampItem(m_engine, m_target, m_syncId);
+    else
+        StampUnfinished(m_engine, m_target, m_route.targetFolder, m_syncId, CItemKey::OfItem(m_source));
 }
 
-// Somebody may have changed the copy already. The stamp then goes on what they have made of it, and the time
-// that is remembered stays that of the copy, so that the next run finds their change.
-void CElementCopy::LinkTarget() {
-    if (!StampItem(m_engine, m_target, m_syncId)) return;
-    const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
-    if (saved == MAPI_E_OBJECT_CHANGED) {
-        m_engine.NoteUnsure();
-        IMessagePtr changed = OpenMessage(m_route.targetFolder, m_newEntryId);
-        if (StampItem(m_engine, changed, m_syncId)) changed.SaveChanges(KEEP_OPEN_READWRITE);
-        return;
-    }
-    THROW_ON_FAILURE_FOR(saved, m_target.RawProp());
-    m_engine.NoteSaved(m_target, m_newEntryId, m_syncId);
+void CElementCopy::Link() {
+    if (StampItem(m_engine, m_source, m_syncId)) SaveSource();
+    m_route.links.Add(m_target, m_newItem, m_syncId, m_row);
 }
 
 void CElementCopy::SaveSource() {
     m_source.SaveChanges(KEEP_OPEN_READWRITE);
-    m_engine.NoteSaved(m_source, m_row.m_entryId, m_syncId, true);
+    m_engine.NoteSaved(m_source, m_row.m_item, m_syncId, true);
 }
 
 // A new target without its link would be an item of its own as soon as the source is changed or deleted, and
@@ -267,8 +285,8 @@ void CElementCopy::TakeBack(const CMAPIException& e) {
         return;
     }
     m_takenBack = true;
-    --(m_engine.m_copyToSource ? m_engine.m_outcome.sourceChanged : m_engine.m_outcome.targetChanged);
-    const bool sourceGone = !m_sourceLinked && IsGone(e.Hr());
+    m_engine.NoteNotChanged();
+    const bool sourceGone = IsGone(e.Hr());
     m_status = LoadText(sourceGone ? TEXT_SOURCE_GONE : TEXT_NOT_LINKED_RETRIED);
     m_result = sourceGone ? RowResult::Done : RowResult::NotSaved;
 }
@@ -276,7 +294,7 @@ void CElementCopy::TakeBack(const CMAPIException& e) {
 // True if the target is not there any more. One that was saved since is somebody's work and stays.
 bool CElementCopy::RemoveTarget() const {
     try {
-        const IMessagePtr target = OpenMessage(m_route.targetFolder, m_newEntryId);
+        const IMessagePtr target = OpenMessage(m_route.targetFolder, m_newItem);
         CMapiPropValue now, saved;
         if (target.GetOneProp(PR_LAST_MODIFICATION_TIME, now) < 0) return false;
         if (m_target.GetOneProp(PR_LAST_MODIFICATION_TIME, saved) < 0) return false;
@@ -284,14 +302,14 @@ bool CElementCopy::RemoveTarget() const {
     } catch (const CMAPIException& e) {
         return IsGone(e.Hr());
     }
-    SBinary entry = m_newEntryId;
+    SBinary entry = m_newItem;
     ENTRYLIST list = {1, &entry};
     return m_route.targetFolder->DeleteMessages(&list, 0, nullptr, 0) == S_OK;
 }
 
 void CElementCopy::FillRecord(CSyncTargetRecord& record) const {
     const CMapiPropValues values = m_target.GetProps({PR_STORE_ENTRYID, PR_LAST_MODIFICATION_TIME});
-    record.m_entryId = m_newEntryId;
+    record.m_entryId = SBinary(m_newItem);
     record.m_storeEntryId = values[0].Binary();
     record.m_tickCount = TickCount();
     record.m_modifiedLow = values[1].Time().dwLowDateTime;

@@ -2,6 +2,7 @@
 // side, and carrying it there.
 #pragma once
 #include <Tarn/Engine/ItemTransfer.h>
+#include <Tarn/Engine/PendingLinks.h>
 
 // What the rows of one copy loop have in common. Everything is the caller's.
 struct CCopyRoute {
@@ -10,9 +11,10 @@ struct CCopyRoute {
     const IMAPIFolderPtr& targetFolder;
     const CMapiRowSet& sourceRows;
     const CMapiRowSet& targetRows;
+    CPendingLinks& links;
 };
 
-// The row, or -1 for one whose item was written in this run.
+// The row, or -1 for one whose item was written in this copy loop.
 int FreeRow(const CCopyRoute& route, int targetRow);
 
 // Carries a changed item across: rewrites the counterpart that bears its sync ID, or without one
@@ -43,22 +45,23 @@ public:
 
 private:
     void FindTargetRow(bool useRowSyncId, bool allowSearch);
+    int FindByKey() const;
     int SearchSimilar();
     bool CompareTimes();
     void AgreeOnSyncId();
     bool ChooseTarget();
     void OpenTarget();
     void KeepOldText();
-    void KeepOtherText();
     bool StripsText() const;
 
     void Transfer(CSyncTargetRecord* record);
     void CopyToTarget();
     void SaveTarget();
     void SaveContents();
+    CItemKey SavedItem() const;
     bool NeedsLink() const;
+    void StampTarget();
     void Link();
-    void LinkTarget();
     void SaveSource();
     void TakeBack(const CMAPIException& e);
     bool RemoveTarget() const;
@@ -86,10 +89,11 @@ private:
     IMessagePtr m_target;
     bool m_isNew = false;
     bool m_replaces = false;  // the old version has to leave the target folder after the save
-    CMapiBinary m_oldEntryId;
-    CMapiBinary m_newEntryId;
-    bool m_sourceLinked = false;  // whatever fails from then on is the target's
-    bool m_takenBack = false;     // the target is gone again, as if nothing had been done
+    bool m_oldStays = false;  // and could not
+    CItemKey m_oldItem;
+    CItemKey m_newItem;
+    bool m_needsLink = false;
+    bool m_takenBack = false;  // the target is gone again, as if nothing had been done
     CKeptText m_kept;
     const char* m_action = nullptr;  // what a failure in saving was about
     RowResult m_result = RowResult::NotSaved;

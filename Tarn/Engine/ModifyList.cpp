@@ -1,5 +1,9 @@
 // What changed on one side since the last run.
+#include <MapiWrapper/HexText.h>
+#include <Platform/CodePage.h>
 #include <Tarn/Engine/syncfolder.h>
+
+#include <vector>
 
 namespace {
 constexpr ULONG RowsPerPoll = 128;
@@ -17,13 +21,13 @@ enum Origin : LONG {
 // for those.
 struct RowFacts {
     ULONG index = 0;
-    SBinary identifier{};
+    CItemKeyView key;
     SBinary stamp{};
     std::string_view syncId;  // empty if the row's stamp is not its own
     FILETIME modified{};
     FILETIME created{};
 
-    bool IsStale() const { return stamp.cb != 0 && !EqualBinary(identifier, stamp); }
+    bool IsStale() const { return stamp.cb != 0 && !EqualBinary(key, stamp); }
 };
 
 std::string NameOfRow(const CMapiRowSet& rows, ULONG row) {
@@ -59,15 +63,18 @@ public:
         const bool handled = row.syncId.empty() ? WithoutSyncId(row) : WithSyncId(row);
         if (handled || !m_run.m_checkTarget || !m_otherFolder) return;
         MARK_POSITION();
-        m_run.CheckIfTargetExists(row.identifier, m_otherData, m_otherRows, m_ownFolder, m_otherFolder);
+        m_run.CheckIfTargetExists(row.key, m_otherData, m_otherRows, m_ownFolder, m_otherFolder);
     }
 
     void Deletions() {
         for (const CSyncFileEntry* entry : m_ownData.UnseenInKeyOrder()) {
             try {
+                // A run that renewed the item and died has left it here under another entry ID.
+                if (!entry->SyncId().empty() && FindLink(m_ownRows, std::string(entry->SyncId())) >= 0)
+                    continue;
                 auto record = std::make_unique<CSyncMessage>();
                 record->m_syncId = entry->SyncId();
-                record->m_name = entry->Name();
+                record->m_name = Utf8FromFile(entry->Name());
                 record->m_state = STATE_DELETED;
                 record->m_origin = ORIGIN_DELETED;
                 Trace("Deleted %s\n", record->m_name.c_str());
@@ -88,7 +95,7 @@ private:
         row.modified = m_ownRows.Cell(index, COL_MODIFIED).Time();
         const CMapiPropValue created = m_ownRows.Cell(index, COL_CREATED);
         row.created = created.Time();
-        if (const SBinary* identifier = RowIdentifier(m_ownRows, index)) row.identifier = *identifier;
+        row.key = KeyOfRow(m_ownRows, index);
         const CMapiPropValue stamp = m_ownRows.Cell(index, COL_STAMP);
         if (stamp.Type() == PT_BINARY) {
             row.stamp = stamp.Binary();
@@ -98,7 +105,7 @@ private:
             else
                 Trace(" moved entry, removing sync id \n");
         }
-        if (!EqualBinary(row.identifier, row.stamp)) row.syncId = {};
+        if (!EqualBinary(row.key, row.stamp)) row.syncId = {};
         // Nobody after this may take the creation time from the row.
         if (!created.IsNull()) created.Get()->ulPropTag = PR_NULL;
         return row;
@@ -106,7 +113,7 @@ private:
 
     std::unique_ptr<CSyncMessage> NewRecord(const RowFacts& row, LONG state, LONG origin) const {
         auto record = std::make_unique<CSyncMessage>();
-        record->m_entryId = row.identifier;
+        record->m_item = row.key;
         record->m_syncId = row.syncId;
         record->m_modified = row.modified;
         record->m_created = row.created;
@@ -119,7 +126,7 @@ private:
     // True if the row is dealt with; false if it is unchanged.
     bool WithSyncId(const RowFacts& row) {
         MARK_POSITION();
-        CSyncFileEntry* entry = m_ownData.FindByEntryId(row.identifier);
+        CSyncFileEntry* entry = m_ownData.FindByItem(row.key);
         if (!entry) return NotInSyncFile(row);
         entry->seen = 1;
         if (CompareFileTimes(entry->time, row.modified) == 0) return false;
@@ -132,7 +139,7 @@ private:
     bool NotInSyncFile(const RowFacts& row) {
         MARK_POSITION();
         if (m_tracing) {
-            Trace("  --> eid %s not found in syncfile->new object\n", HexFromBinary(row.identifier).c_str());
+            Trace("  --> eid %s not found in syncfile->new object\n", HexFromBinary(row.key).c_str());
             Trace("New object\n");
         }
         // Without another side to look at, the item counts as having no single counterpart.
@@ -155,8 +162,8 @@ private:
         Trace(" --> New Element because syncIDSource is empty\n");
         const SBinary searchKey = m_ownRows.Cell(row.index, COL_SEARCH_KEY).Binary();
         LONG comparison = 0;
-        if (m_otherFolder && m_run.FindBySearchKey(m_ownData, row.identifier, OtherRows(), row.modified,
-                                                   searchKey, comparison))
+        if (m_otherFolder && m_run.FindBySearchKey(m_ownData, row.key, OtherRows(), row.modified, searchKey,
+                                                   m_ownRows, comparison))
             return true;
         auto record = NewRecord(row, row.IsStale() ? STATE_MOVED : STATE_NEW, ORIGIN_NEW_WITHOUT_ID);
         record->m_syncId = HexFromBinary(searchKey);
@@ -182,7 +189,7 @@ private:
 
     void TraceRow(const RowFacts& row) {
         Trace("Row %d %s %s %s, mod: %x, %x\n", static_cast<int>(row.index),
-              NameOfRow(m_ownRows, row.index).c_str(), HexFromBinary(row.identifier).c_str(),
+              NameOfRow(m_ownRows, row.index).c_str(), HexFromBinary(row.key).c_str(),
               std::string(row.syncId).c_str(), static_cast<unsigned>(row.modified.dwLowDateTime),
               static_cast<unsigned>(row.modified.dwHighDateTime));
     }
@@ -244,18 +251,24 @@ void CSyncFolder::CreateModifyList(const char*, CSyncMessages& result, CSyncFile
     }
 }
 
-bool CSyncFolder::FindBySearchKey(CSyncFileMap& ownData, const SBinary& identifier,
+// An item that is linked with another one of this side is not the counterpart, whatever key and time say.
+bool CSyncFolder::FindBySearchKey(CSyncFileMap& ownData, const CItemKeyView& item,
                                   const CMapiRowSet& otherRows, const FILETIME& rowTime,
-                                  const SBinary& searchKey, LONG& result) {
+                                  const SBinary& searchKey, const CMapiRowSet& ownRows, LONG& result) {
     result = -1;
-    const int other = otherRows.FindRowBinary(COL_SEARCH_KEY, searchKey);
-    if (other < 0) return false;
-    if (CSyncFileEntry* entry = ownData.FindByEntryId(identifier)) {
+    if (otherRows.FindRowBinary(COL_SEARCH_KEY, searchKey) < 0) return false;
+    std::vector<ULONG> ofKey;
+    otherRows.FindRows(COL_SEARCH_KEY, HexFromBinary(searchKey), ofKey);
+    std::erase_if(ofKey, [&](ULONG other) { return IsLinkedWithin(otherRows, other, ownRows); });
+    if (ofKey.empty()) return false;
+    if (CSyncFileEntry* entry = ownData.FindByItem(item)) {
         entry->seen = 1;
         result = CompareFileTimes(entry->time, rowTime);
-    } else {
-        const FILETIME otherTime = otherRows.Cell(static_cast<ULONG>(other), COL_MODIFIED).Time();
-        result = CompareFileTimes(otherTime, rowTime);
+        return result == 0;
     }
-    return result == 0;
+    for (const ULONG other : ofKey) {
+        result = CompareFileTimes(otherRows.Cell(other, COL_MODIFIED).Time(), rowTime);
+        if (result == 0) return true;
+    }
+    return false;
 }

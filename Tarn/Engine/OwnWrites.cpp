@@ -8,13 +8,13 @@ void COwnWrites::Clear() {
     m_pass = 1;
 }
 
-const COwnWrites::CItem* COwnWrites::Find(std::string_view entryId) const {
-    const std::uint32_t item = m_byKey.Find(entryId, [this](std::uint32_t i) { return KeyAt(i); });
-    return item == CFlatIndex::None ? nullptr : &m_items[item];
+const COwnWrites::CItem* COwnWrites::Find(const CItemKeyView& item) const {
+    const std::uint32_t found = m_byKey.Find(item.Bytes(), [this](std::uint32_t i) { return KeyAt(i); });
+    return found == CFlatIndex::None ? nullptr : &m_items[found];
 }
 
-COwnWrites::CItem& COwnWrites::FindOrAdd(const SBinary& entryId) {
-    const std::string_view key = BytesOf(entryId);
+COwnWrites::CItem& COwnWrites::FindOrAdd(const CItemKeyView& itemKey) {
+    const std::string_view key = itemKey.Bytes();
     const auto keyAt = [this](std::uint32_t i) { return KeyAt(i); };
     const std::uint32_t known = m_byKey.Find(key, keyAt);
     if (known != CFlatIndex::None) return m_items[known];
@@ -27,8 +27,8 @@ COwnWrites::CItem& COwnWrites::FindOrAdd(const SBinary& entryId) {
     return m_items.back();
 }
 
-void COwnWrites::NoteSaved(const SBinary& entryId, const FILETIME& time, std::string_view syncId) {
-    CItem& item = FindOrAdd(entryId);
+void COwnWrites::NoteSaved(const CItemKeyView& itemKey, const FILETIME& time, std::string_view syncId) {
+    CItem& item = FindOrAdd(itemKey);
     item.time = time;
     item.isSaved = true;
     // Most items are saved a second time with the ID that they have.
@@ -38,22 +38,27 @@ void COwnWrites::NoteSaved(const SBinary& entryId, const FILETIME& time, std::st
     m_syncIds.append(syncId);
 }
 
-void COwnWrites::NoteTarget(const SBinary& entryId) {
-    FindOrAdd(entryId).pass = m_pass;
+void COwnWrites::NoteTarget(const CItemKeyView& item) {
+    FindOrAdd(item).pass = m_pass;
 }
 
-std::optional<COwnWrites::CSaved> COwnWrites::FindSaved(std::string_view entryId) const {
-    const CItem* item = Find(entryId);
-    if (!item || !item->isSaved) return {};
-    return CSaved{item->time, std::string_view(m_syncIds).substr(item->syncId, item->cbSyncId)};
+std::optional<COwnWrites::CSaved> COwnWrites::FindSaved(const CItemKeyView& item) const {
+    const CItem* found = Find(item);
+    if (!found || !found->isSaved) return {};
+    return CSaved{found->time, std::string_view(m_syncIds).substr(found->syncId, found->cbSyncId)};
 }
 
-bool COwnWrites::IsTarget(std::string_view entryId) const {
-    const CItem* item = Find(entryId);
-    return item && item->pass != 0;
+bool COwnWrites::IsRemoved(const CItemKeyView& item) const {
+    const CItem* found = Find(item);
+    return found && found->isRemoved;
 }
 
-bool COwnWrites::IsTargetOfPass(std::string_view entryId) const {
-    const CItem* item = Find(entryId);
-    return item && item->pass == m_pass;
+bool COwnWrites::IsTarget(const CItemKeyView& item) const {
+    const CItem* found = Find(item);
+    return found && found->pass != 0;
+}
+
+bool COwnWrites::IsTargetOfPass(const CItemKeyView& item) const {
+    const CItem* found = Find(item);
+    return found && found->pass == m_pass;
 }

@@ -1,17 +1,13 @@
-// What a run itself has written so far, by the bytes of the items' entry IDs. A first run writes each item of
+// What a run itself has written so far, by the items' keys. A first run writes each item of
 // both sides, so an item costs its two texts and some forty bytes.
 #pragma once
-#include <Platform/MapiHeaders.h>
 #include <Tarn/Engine/FlatIndex.h>
+#include <Tarn/Engine/ItemKey.h>
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-inline std::string_view BytesOf(const SBinary& binary) {
-    return {reinterpret_cast<const char*>(binary.lpb), binary.lpb ? binary.cb : 0};
-}
 
 // Views that it gives hold until the next note.
 class COwnWrites {
@@ -25,13 +21,16 @@ public:
     // A copy loop begins: what the former one wrote is nobody's target any more.
     void StartPass() { ++m_pass; }
 
-    void NoteSaved(const SBinary& entryId, const FILETIME& time, std::string_view syncId);
+    void NoteSaved(const CItemKeyView& item, const FILETIME& time, std::string_view syncId);
     // Written or replaced by a copy.
-    void NoteTarget(const SBinary& entryId);
+    void NoteTarget(const CItemKeyView& item);
+    // Moved out of its folder, where it may still open under its key.
+    void NoteRemoved(const CItemKeyView& item) { FindOrAdd(item).isRemoved = true; }
 
-    std::optional<CSaved> FindSaved(std::string_view entryId) const;
-    bool IsTarget(std::string_view entryId) const;
-    bool IsTargetOfPass(std::string_view entryId) const;
+    std::optional<CSaved> FindSaved(const CItemKeyView& item) const;
+    bool IsRemoved(const CItemKeyView& item) const;
+    bool IsTarget(const CItemKeyView& item) const;
+    bool IsTargetOfPass(const CItemKeyView& item) const;
 
 private:
     struct CItem {
@@ -42,12 +41,13 @@ private:
         std::uint32_t cbSyncId;
         std::uint32_t pass;  // the last one in which it was a target; 0: none
         bool isSaved;
+        bool isRemoved;
     };
     std::string_view KeyAt(std::uint32_t item) const {
         return std::string_view(m_keys).substr(m_items[item].key, m_items[item].cbKey);
     }
-    const CItem* Find(std::string_view entryId) const;
-    CItem& FindOrAdd(const SBinary& entryId);
+    const CItem* Find(const CItemKeyView& item) const;
+    CItem& FindOrAdd(const CItemKeyView& item);
 
     std::vector<CItem> m_items;
     std::string m_keys;

@@ -12,9 +12,9 @@ std::string_view TextOf(const CMapiPropValue& cell) {
 }
 
 // A row whose stamp is another item's has no ID of its own.
-std::string_view SyncIdOfRow(const CMapiRowSet& rows, ULONG row, const SBinary& identifier) {
+std::string_view SyncIdOfRow(const CMapiRowSet& rows, ULONG row, const CItemKeyView& key) {
     const CMapiPropValue stamp = rows.Cell(row, COL_STAMP);
-    const bool isOwn = stamp.Type() == PT_BINARY && EqualBinary(identifier, stamp.Binary());
+    const bool isOwn = stamp.Type() == PT_BINARY && EqualBinary(key, stamp.Binary());
     return isOwn ? TextOf(rows.Cell(row, COL_SYNC_ID)) : std::string_view();
 }
 
@@ -42,8 +42,8 @@ CRowMarks MarkRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges) {
         const bool deletes = change.m_state == STATE_DELETED;
         rows.FindRows(COL_SYNC_ID, change.m_syncId, bearers);
         for (const ULONG row : bearers) {
-            const SBinary* identifier = RowIdentifier(rows, row);
-            if (identifier && !SyncIdOfRow(rows, row, *identifier).empty())
+            const CItemKeyView key = KeyOfRow(rows, row);
+            if (!key.IsEmpty() && !SyncIdOfRow(rows, row, key).empty())
                 marks[row] = deletes ? MARK_CHANGED_BY_RUN | MARK_DELETED_BY_RUN : MARK_CHANGED_BY_RUN;
         }
     }
@@ -52,29 +52,29 @@ CRowMarks MarkRows(const CMapiRowSet& rows, const CSyncMessages& otherChanges) {
 
 CSeenRows::CSeenRows(const CMapiRowSet& rows, const CRowMarks& marks, const COwnWrites& own) : m_own(own) {
     if (!rows.IsValid()) return;
-    m_byIdentifier.Reserve(rows.Count());
+    m_byKey.Reserve(rows.Count());
     m_rows.reserve(rows.Count());
     for (ULONG row = 0; row < rows.Count(); ++row)
         Add(rows, row, marks.empty() ? std::uint8_t{0} : marks.at(row));
 }
 
 void CSeenRows::Add(const CMapiRowSet& rows, ULONG row, std::uint8_t mark) {
-    const SBinary* identifier = RowIdentifier(rows, row);
-    if (!identifier) return;
-    const std::string_view syncId = SyncIdOfRow(rows, row, *identifier);
+    const CItemKeyView key = KeyOfRow(rows, row);
+    if (key.IsEmpty()) return;
+    const std::string_view syncId = SyncIdOfRow(rows, row, key);
     const std::string_view name = NameOfRow(rows, row);
     Row seen{};
     seen.time = rows.Cell(row, COL_MODIFIED).Time();
     seen.at = m_texts.size();
-    seen.cbIdentifier = static_cast<std::uint32_t>(BytesOf(*identifier).size());
+    seen.cbKey = static_cast<std::uint32_t>(key.Bytes().size());
     seen.cbSyncId = static_cast<std::uint32_t>(syncId.size());
     seen.cbName = static_cast<std::uint32_t>(name.size());
     seen.mark = mark;
-    m_texts.append(BytesOf(*identifier)).append(syncId).append(name);
+    m_texts.append(key.Bytes()).append(syncId).append(name);
     m_rows.push_back(seen);
-    const auto identifierAt = [this](std::uint32_t number) { return IdentifierAt(number); };
-    if (m_byIdentifier.Insert(static_cast<std::uint32_t>(m_rows.size() - 1), identifierAt)) return;
-    m_texts.resize(seen.at);  // the first row of an identifier stands
+    const auto keyAt = [this](std::uint32_t number) { return KeyAt(number); };
+    if (m_byKey.Insert(static_cast<std::uint32_t>(m_rows.size() - 1), keyAt)) return;
+    m_texts.resize(seen.at);  // the first row of a key stands
     m_rows.pop_back();
 }
 
@@ -84,10 +84,8 @@ void CSeenRows::StartAnew() {
         row.isStillThere = false;
 }
 
-FILETIME CSeenRows::TimeOf(const SBinary& identifier, const FILETIME& now) {
-    const std::string_view key = BytesOf(identifier);
-    const std::uint32_t number =
-        m_byIdentifier.Find(key, [this](std::uint32_t row) { return IdentifierAt(row); });
+FILETIME CSeenRows::TimeOf(const CItemKeyView& key, const FILETIME& now) {
+    const std::uint32_t number = m_byKey.Find(key.Bytes(), [this](std::uint32_t row) { return KeyAt(row); });
     Row* row = number == CFlatIndex::None ? nullptr : &m_rows[number];
     if (row) row->isStillThere = true;
     if (const auto saved = m_own.FindSaved(key))
@@ -110,9 +108,8 @@ std::vector<std::uint64_t> CSeenRows::SortedSyncIdsNow() const {
 void CSeenRows::ForEachGone(const std::function<void(const Gone&)>& body) const {
     std::vector<std::uint64_t> borne;  // made when the first row is found gone
     for (const Row& row : m_rows) {
-        if (row.isStillThere || (row.mark & MARK_CHANGED_BY_RUN) || m_own.IsTarget(IdentifierOf(row)))
-            continue;
-        const auto saved = m_own.FindSaved(IdentifierOf(row));
+        if (row.isStillThere || (row.mark & MARK_CHANGED_BY_RUN) || m_own.IsTarget(KeyOf(row))) continue;
+        const auto saved = m_own.FindSaved(KeyOf(row));
         Gone gone;
         gone.syncId = saved ? std::string(saved->syncId) : SyncIdOf(row);
         if (borne.empty()) borne = SortedSyncIdsNow();
@@ -120,9 +117,9 @@ void CSeenRows::ForEachGone(const std::function<void(const Gone&)>& body) const 
         // under the same ID stands for the one that went.
         if (gone.syncId.empty() || std::binary_search(borne.begin(), borne.end(), HashOf(gone.syncId)))
             continue;
-        gone.identifier = {row.cbIdentifier, reinterpret_cast<BYTE*>(const_cast<char*>(&m_texts[row.at]))};
+        gone.key = KeyOf(row);
         gone.time = row.time;
-        gone.name = m_texts.substr(row.at + row.cbIdentifier + row.cbSyncId, row.cbName);
+        gone.name = m_texts.substr(row.at + row.cbKey + row.cbSyncId, row.cbName);
         body(gone);
     }
 }

@@ -33,13 +33,13 @@ public:
 
     // The time to remember for an item that the folder now shows with the time `now`: an earlier one where
     // somebody else has changed it since, so that the next run finds the change.
-    FILETIME TimeOf(const SBinary& identifier, const FILETIME& now);
+    FILETIME TimeOf(const CItemKeyView& key, const FILETIME& now);
     // To be called for the sync ID of each row that is still there.
     void NoteStillThere(std::string_view syncId);
     // Behind all rows: the items that were looked at and removed by somebody else since. Remembering them
     // lets the next run find them gone.
     struct Gone {
-        SBinary identifier;
+        CItemKeyView key;
         FILETIME time;
         std::string syncId;
         std::string name;
@@ -51,26 +51,24 @@ public:
 private:
     struct Row {
         FILETIME time;
-        size_t at;  // in m_texts: identifier, sync ID, name
-        std::uint32_t cbIdentifier;
+        size_t at;  // in m_texts: key, sync ID, name
+        std::uint32_t cbKey;
         std::uint32_t cbSyncId;
         std::uint32_t cbName;
         std::uint8_t mark;
         bool isStillThere;
     };
-    std::string_view IdentifierOf(const Row& row) const {
-        return std::string_view(m_texts).substr(row.at, row.cbIdentifier);
+    CItemKeyView KeyOf(const Row& row) const {
+        return CItemKeyView::OfKept(std::string_view(m_texts).substr(row.at, row.cbKey));
     }
-    std::string_view IdentifierAt(std::uint32_t row) const { return IdentifierOf(m_rows[row]); }
-    std::string SyncIdOf(const Row& row) const {
-        return m_texts.substr(row.at + row.cbIdentifier, row.cbSyncId);
-    }
+    std::string_view KeyAt(std::uint32_t row) const { return KeyOf(m_rows[row]).Bytes(); }
+    std::string SyncIdOf(const Row& row) const { return m_texts.substr(row.at + row.cbKey, row.cbSyncId); }
     void Add(const CMapiRowSet& rows, ULONG row, std::uint8_t mark);
     std::vector<std::uint64_t> SortedSyncIdsNow() const;
 
     const COwnWrites& m_own;
     std::string m_texts;
     std::vector<Row> m_rows;
-    CFlatIndex m_byIdentifier;
+    CFlatIndex m_byKey;
     std::vector<std::uint64_t> m_syncIdsNow;  // hashes
 };

@@ -1,4 +1,5 @@
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Tarn/Engine/Strings.h>
 
 namespace {
@@ -29,6 +30,28 @@ const TextRow Texts[] = {
     {TEXT_NOT_LINKED_STAYS, L"Copied, but not linked: there may be one item too many",
      L"Kopiert, aber nicht verkn\u00fcpft: es kann ein Element zu viel sein"},
     {TEXT_SOURCE_GONE, L"Not copied, it was deleted meanwhile", L"Nicht kopiert, inzwischen gel\u00f6scht"},
+    {TEXT_NOT_COPIED, L"Could not be copied", L"Konnte nicht kopiert werden"},
+    {TEXT_NOT_DELETED, L"Could not be deleted", L"Konnte nicht gel\u00f6scht werden"},
+    {TEXT_DELETION_OUTDATED, L"Not deleted, it was written anew in this run",
+     L"Nicht gel\u00f6scht, in diesem Lauf neu geschrieben"},
+    {TEXT_COPIED_NOT_WHOLE, L"Copied, but a step of it failed",
+     L"Kopiert, aber ein Schritt davon ist fehlgeschlagen"},
+    {TEXT_STORE_IS_OLDER,
+     L"The store of the folder \"%s\" is older than it was at the last run: a backup was brought back, or "
+     L"its "
+     L"last work was lost.\nWhat it lacks is carried to it again, nothing is deleted because of it, and what "
+     L"is "
+     L"replaced is kept in the folder of overwritten items.",
+     L"Der Speicher des Ordners \"%s\" ist \u00e4lter als beim letzten Lauf: eine Sicherung wurde "
+     L"zur\u00fcckgespielt, oder das Letzte ging verloren.\nWas ihm fehlt, wird erneut \u00fcbertragen, "
+     L"nichts wird "
+     L"deswegen gel\u00f6scht, und was ersetzt wird, bleibt im Ordner der \u00fcberschriebenen Elemente."},
+    {TEXT_SAVES_LOST,
+     L"What was written to the folder \"%s\" did not stay on the disk: %s.\n"
+     L"This run is not remembered. See to the disk and run the pair again; it then does what is still "
+     L"missing.",
+     L"Was in den Ordner \"%s\" geschrieben wurde, ist nicht auf der Platte geblieben: %s.\n"
+     L"Dieser Lauf wird nicht vermerkt. Nach Abhilfe holt der n\u00e4chste Lauf des Paars alles nach."},
     {TEXT_CONFLICT_SUFFIX, L" (conflicts)", L" (Konflikte)"},
 };
 }  // namespace
@@ -36,7 +59,6 @@ const TextRow Texts[] = {
 std::string LoadText(unsigned id) {
     for (const TextRow& row : Texts)
         if (row.id == id)
-            return NarrowFromWide(
-                std::wstring(UserLanguage() == Language::German ? row.german : row.english));
+            return Utf8FromWide(std::wstring(UserLanguage() == Language::German ? row.german : row.english));
     return {};
 }

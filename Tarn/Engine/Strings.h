@@ -19,8 +19,14 @@ enum TextId : unsigned {
     TEXT_NOT_LINKED_RETRIED = 311,
     TEXT_NOT_LINKED_STAYS = 312,
     TEXT_CONFLICT_SUFFIX = 313,  // ends the path of a conflict folder
-    TEXT_SOURCE_GONE = 314,      // protocol
+    TEXT_SOURCE_GONE = 314,      // protocol, and so are the rest
+    TEXT_NOT_COPIED = 315,
+    TEXT_NOT_DELETED = 316,
+    TEXT_DELETION_OUTDATED = 317,
+    TEXT_COPIED_NOT_WHOLE = 318,
+    TEXT_SAVES_LOST = 319,      // message: what was written to a folder is gone; name, reason
+    TEXT_STORE_IS_OLDER = 320,  // message: the store of a folder has gone back; name
 };
 
-// The text in UserLanguage(), in the 8-bit code page. A number without a text gives the empty text.
+// The text in UserLanguage(). A number without a text gives the empty text.
 std::string LoadText(unsigned id);

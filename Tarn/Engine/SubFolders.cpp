@@ -31,9 +31,33 @@ SBinary* ChildId(const Level& level, ULONG row) {
     return id.Type() == PT_BINARY ? &id.Get()->Value.bin : nullptr;
 }
 
+// Until the folder has its counterpart.
+bool HasId(const Level& level, ULONG row) {
+    const SBinary* id = ChildId(level, row);
+    return id && id->cb != 0;
+}
+
 std::string ChildKey(const Level& level, ULONG row) {
     const SBinary* id = ChildId(level, row);
     return CFolderKey::ToText(id ? *id : SBinary{}, level.storeId.Bin());
+}
+
+// The row of a name that differs by case alone, which is the same name to most stores; -1 for none or more.
+int RowWithoutCase(const Level& level, const std::string& name) {
+    SPropValue value{};
+    value.ulPropTag = PR_DISPLAY_NAME_A;
+    value.Value.lpszA = const_cast<char*>(name.c_str());
+    SRestriction equal{};
+    equal.rt = RES_CONTENT;
+    equal.res.resContent = {FL_FULLSTRING | FL_IGNORECASE, PR_DISPLAY_NAME_A, &value};
+    try {
+        level.children.Restrict(&equal, TBL_BATCH);
+        const CMapiRowSet found = level.children.QueryRows({PR_DISPLAY_NAME_A});
+        return found.Count() == 1 ? level.rows.FindRow(CHILD_NAME, found.Cell(0, 0).Str()) : -1;
+    } catch (const CMAPIException& e) {
+        NoteException(e, "CSyncFolder::SyncFolder");
+        return -1;
+    }
 }
 
 // An unreadable hierarchy gives no children, and the pair itself still runs.
@@ -90,6 +114,7 @@ int CSyncFolder::SyncSubFolder(const std::string& source, const std::string& tar
         if (m_setting->Has(SYNC_TRACE_FILE)) OpenTraceFile();
         if (m_setting->Has(SYNC_BY_DIRECTORY) || !m_setting->m_emails.empty()) return RefuseTransport();
     }
+    if (m_depth == 0) m_walkCancelled = m_sidesSwapped = false;
     if (withSubfolders) {
         CDirections directions{toTarget, toSource, findDeletions, createFolders};
         SyncChildren(source, target, directions);
@@ -108,16 +133,18 @@ int CSyncFolder::RefuseTransport() {
 
 void CSyncFolder::SyncChildren(const std::string& sourceText, const std::string& targetText,
                                const CDirections& directions) {
-    if (m_stoppedByGuard) return;
+    if (EndsWalk()) return;
     if (m_depth >= MaxDepth) {
         ShowMessageBox("The folders are nested too deeply to be followed further.", "Vellum");
         return;
     }
     ++m_depth;
+    const bool swapped = m_sidesSwapped;
     try {
         SyncLevel(sourceText, targetText, directions);
     } catch (...) {
         --m_depth;
+        m_sidesSwapped = swapped;
         throw;
     }
     --m_depth;
@@ -142,16 +169,36 @@ void CSyncFolder::SyncLevel(const std::string& sourceText, const std::string& ta
     std::unordered_map<std::string, std::vector<ULONG>> named;
     for (ULONG j = 0; j < RowCount(target); ++j)
         named[target.rows.Cell(j, CHILD_NAME).Str()].push_back(j);
+    const auto synchronise = [&](ULONG i, ULONG j) {
+        TraceText(m_traceFile, "Folder equal, synchronizing sub folders\n");
+        SyncSubFolder(ChildKey(source, i), ChildKey(target, j), directions.toTarget, directions.toSource,
+                      directions.findDeletions, true, directions.createFolders);
+        if (SBinary* id = ChildId(source, i)) id->cb = 0;
+        if (SBinary* id = ChildId(target, j)) id->cb = 0;
+    };
     for (ULONG i = 0; i < RowCount(source); ++i) {
         const auto equal = named.find(source.rows.Cell(i, CHILD_NAME).Str());
         if (equal == named.end()) continue;
         for (const ULONG j : equal->second) {
-            TraceText(m_traceFile, "Folder equal, synchronizing sub folders\n");
-            SyncSubFolder(ChildKey(source, i), ChildKey(target, j), directions.toTarget, directions.toSource,
-                          directions.findDeletions, true, directions.createFolders);
+            if (EndsWalk()) return;
+            const bool first = HasId(source, i) && HasId(target, j);
+            if (first) {
+                synchronise(i, j);
+            } else {
+                const Level& twice = HasId(source, i) ? source : target;
+                NoteNamesake(twice.folder, equal->first);
+            }
             if (SBinary* id = ChildId(source, i)) id->cb = 0;
             if (SBinary* id = ChildId(target, j)) id->cb = 0;
         }
+    }
+
+    for (ULONG i = 0; i < RowCount(source); ++i) {
+        if (!HasId(source, i)) continue;
+        const int j = RowWithoutCase(target, source.rows.Cell(i, CHILD_NAME).Str());
+        if (j < 0 || !HasId(target, static_cast<ULONG>(j))) continue;
+        if (EndsWalk()) return;
+        synchronise(i, static_cast<ULONG>(j));
     }
 
     const auto missing = [&](const Level& level, const Level& other) {
@@ -163,14 +210,37 @@ void CSyncFolder::SyncLevel(const std::string& sourceText, const std::string& ta
         }
     };
     missing(source, target);
+    m_sidesSwapped = !m_sidesSwapped;
     missing(target, source);
+    m_sidesSwapped = !m_sidesSwapped;
+}
+
+std::string NamesakeText(const std::string& path) {
+    return "There is more than one folder \"" + path +
+           "\". The first of them is synchronised.\nRename the other one to have it synchronised as well.";
+}
+
+void CSyncFolder::NoteNamesake(const IMAPIFolderPtr& parent, const std::string& name) {
+    std::string path = name;
+    try {
+        path = GetFolderPath(m_session, parent, '\\') + "\\" + name;
+    } catch (const CMAPIException& e) {
+        NoteException(e, "CSyncFolder::SyncFolder");
+    }
+    ++m_outcome.pairsNotOpened;
+    ShowMessageBox(NamesakeText(path), "Tarn");
+}
+
+// A folder that is made costs as much as one that is run, so each asks.
+bool CSyncFolder::EndsWalk() {
+    return m_stoppedByGuard || m_walkCancelled || PollCancelled();
 }
 
 // A folder without counterpart: made on the other side, or told to the person.
 void CSyncFolder::CreateOrNote(const IMAPIFolderPtr& parent, const IMAPIFolderPtr& otherParent,
                                const SBinary& entryId, const std::string& name, const CMapiRowSet& rows,
                                const CDirections& directions) {
-    if (m_stoppedByGuard) return;
+    if (EndsWalk()) return;
     const std::string path = ChildPath(parent, entryId, name);
     TraceFormat(m_traceFile, "Source to Target: %s does not have a counterpart, creating folder\n",
                 path.c_str());
@@ -202,6 +272,16 @@ int RowOfName(const CMapiRowSet& rows, const std::string& name) {
 }
 }  // namespace
 
+// To mix the items of two folders cannot be taken back.
+void CSyncFolder::TellOneFolderForTwo(const std::string& name) {
+    ++m_outcome.phasesFailed;
+    ShowMessageBox(
+        "The folder \"" + name +
+            "\" is left out: the other side has a folder whose name differs by upper and lower case "
+            "alone, and its store cannot hold both. Rename one of the two folders.",
+        "Vellumware");
+}
+
 void CSyncFolder::SyncAndCreateFolder(const IMAPIFolderPtr& existingParent, const IMAPIFolderPtr& parent,
                                       const std::string& name, const CMapiRowSet& rows, bool toTarget,
                                       bool toSource, bool findDeletions, bool withSubfolders,
@@ -218,6 +298,7 @@ void CSyncFolder::SyncAndCreateFolder(const IMAPIFolderPtr& existingParent, cons
         MARK_POSITION();
         IMAPIFolderPtr folder = parent.CreateFolder(FOLDER_GENERIC, name, "", OPEN_IF_EXISTS);
         MARK_POSITION();
+        if (folder.GetStrProp(PR_DISPLAY_NAME_A) != name) return TellOneFolderForTwo(name);
         const CMapiPropValue containerClass = rows.Cell(static_cast<ULONG>(row), CHILD_CLASS);
         if (containerClass.Type() == PT_STRING8 && !containerClass.Str().empty())
             folder.SetStrProp(PR_CONTAINER_CLASS_A, containerClass.Str());

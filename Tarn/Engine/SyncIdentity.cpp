@@ -1,7 +1,11 @@
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
+#include <Tarn/Engine/MessageComparison.h>
 #include <Tarn/Engine/SyncIdentity.h>
 #include <Tarn/Engine/SyncTrace.h>
+
+#include <vector>
 
 namespace {
 // For installations in which each computer keeps IDs of its own; nothing switches it on.
@@ -20,8 +24,12 @@ CSyncTags AskForTags(IMAPIProp* object) {
     const size_t pair = names.Add(L"VellumTarget", PT_BINARY);
     const size_t run = names.Add(L"VellumRun", PT_SYSTIME);
     names.Resolve(object, MAPI_CREATE);
-    return {names.Tag(id),   names.Tag(eid),  names.Tag(parent),
-            names.Tag(mark), names.Tag(pair), names.Tag(run)};
+    CNamedTags foreign;
+    const size_t location = foreign.Add(0x8208, PT_STRING8, SetAppointment);
+    const size_t links = foreign.Add(0x853A, PT_MV_STRING8, SetCommon);
+    foreign.Resolve(object, 0);
+    return {names.Tag(id),   names.Tag(eid), names.Tag(parent),     names.Tag(mark),
+            names.Tag(pair), names.Tag(run), foreign.Tag(location), foreign.Tag(links)};
 }
 
 // Names are numbered alike in all objects that show the same signature; empty where an object shows none.
@@ -35,7 +43,7 @@ std::string MappingSignature(IMAPIProp* object) {
 
 const std::wstring& SyncIdName() {
     static const std::wstring plain = L"LarchID";
-    static const std::wstring ofComputer = L"LarchID." + WideFromNarrow(ComputerName());
+    static const std::wstring ofComputer = L"LarchID." + WideFromUtf8(ComputerName());
     return SyncIdPerComputer ? ofComputer : plain;
 }
 
@@ -81,9 +89,28 @@ void EnsureSyncId(IMessagePtr& target, IMessagePtr& source, std::string& syncId)
     EnsureSyncId(syncId);
 }
 
-const SBinary* RowIdentifier(const CMapiRowSet& rows, ULONG row) {
-    const CMapiPropValue longTerm = rows.Cell(row, COL_LONGTERM_ENTRYID);
-    if (longTerm.Type() == PT_BINARY) return &longTerm.Get()->Value.bin;
-    const CMapiPropValue entryId = rows.Cell(row, COL_ENTRYID);
-    return entryId.Type() == PT_BINARY ? &entryId.Get()->Value.bin : nullptr;
+CItemKeyView KeyOfRow(const CMapiRowSet& rows, ULONG row) {
+    return KeyOfRow(rows, row, COL_ENTRYID, COL_LONGTERM_ENTRYID);
+}
+
+std::string_view LinkOfRow(const CMapiRowSet& rows, ULONG row) {
+    const CItemKeyView item = KeyOfRow(rows, row);
+    const CMapiPropValue stamp = rows.Cell(row, COL_STAMP);
+    const CMapiPropValue syncId = rows.Cell(row, COL_SYNC_ID);
+    if (item.IsEmpty() || stamp.Type() != PT_BINARY || !EqualBinary(item, stamp.Binary())) return {};
+    if (syncId.Type() != PT_STRING8 || !syncId.Get()->Value.lpszA) return {};
+    return syncId.Get()->Value.lpszA;
+}
+
+int FindLink(const CMapiRowSet& rows, const std::string& syncId) {
+    std::vector<ULONG> found;
+    rows.FindRows(COL_SYNC_ID, syncId, found);
+    for (const ULONG row : found)
+        if (!LinkOfRow(rows, row).empty()) return static_cast<int>(row);
+    return -1;
+}
+
+bool IsLinkedWithin(const CMapiRowSet& rows, ULONG row, const CMapiRowSet& others) {
+    const std::string_view link = LinkOfRow(rows, row);
+    return !link.empty() && FindLink(others, std::string(link)) >= 0;
 }

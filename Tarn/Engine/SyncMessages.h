@@ -3,6 +3,7 @@
 #include <MapiWrapper/HexText.h>
 #include <MapiWrapper/MapiWrapper.h>
 #include <Tarn/Engine/FlatIndex.h>
+#include <Tarn/Engine/ItemKey.h>
 
 #include <memory>
 #include <string>
@@ -24,7 +25,7 @@ enum SyncState : LONG {
 // A first run makes one for each item, so each member counts.
 struct CSyncMessage {
     CComPtr<IMessage> m_message;  // empty unless a caller has it open; the copy loop uses it then
-    CMapiBinary m_entryId;
+    CItemKey m_item;
     CMapiBinary m_secondEntryId;  // of the counterpart that FindCounterpart took
     CMapiBinary m_searchKey;      // filled for rows without sync ID
     std::string m_syncId;

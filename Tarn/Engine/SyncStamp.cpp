@@ -1,10 +1,13 @@
 // The stamp on an item: writing it, finding items that bear another item's, and the text of private
 // appointments.
+#include <MapiWrapper/HexText.h>
 #include <MapiWrapper/TagArray.h>
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/syncfolder.h>
+
+#include <vector>
 
 namespace {
 constexpr ULONG RowsPerLook = 128;
@@ -62,7 +65,7 @@ bool CSyncFolder::SetSyncID(IMessagePtr& message, const std::string& syncId, boo
         stamp[2].ulPropTag = tags.larchId;
         stamp[2].Value.lpszA = const_cast<char*>(syncId.c_str());
         MARK_POSITION();
-        THROW_ON_FAILURE_FOR(message->SetProps(3, stamp, nullptr), message.Get());
+        THROW_ON_FAILURE_FOR(message.SetPropsHr(stamp, 3), message.Get());
     } catch (const CMAPIException& e) {
         ShowMessageBox(FormatText("Error %s in %s(%d)", e.GetErrorText().c_str(), SyncFolderSource,
                                   CurrentPosition().line),
@@ -80,15 +83,12 @@ namespace {
 struct StampCheck {
     bool reset = false;
     bool keyMissing = false;
-    const SBinary* identifier = nullptr;  // null: the item never had a stamp and stays as it is
+    bool keyShared = false;  // by another row
+    CItemKeyView item;       // empty: the item never had a stamp and stays as it is
 };
 
-StampCheck CheckRow(CMapiRowSet& rows, ULONG row) {
+StampCheck CheckRow(const CMapiRowSet& rows, ULONG row) {
     StampCheck check;
-    const CMapiPropValue longTerm = rows.Cell(row, COL_LONGTERM_ENTRYID);
-    const CMapiPropValue entryId = rows.Cell(row, COL_ENTRYID);
-    if (longTerm.Type() == PT_BINARY && entryId.Type() == PT_BINARY)
-        entryId.Get()->Value.bin = longTerm.Binary();
     check.keyMissing = rows.Cell(row, COL_SEARCH_KEY).IsError();
     check.reset = check.keyMissing;
     const CMapiPropValue stamp = rows.Cell(row, COL_STAMP);
@@ -96,9 +96,14 @@ StampCheck CheckRow(CMapiRowSet& rows, ULONG row) {
         check.reset = true;
         return check;
     }
-    check.identifier = RowIdentifier(rows, row);
-    if (check.identifier && !EqualBinary(*check.identifier, stamp.Binary())) check.reset = true;
+    check.item = KeyOfRow(rows, row);
+    if (!check.item.IsEmpty() && !EqualBinary(check.item, stamp.Binary())) check.reset = true;
     return check;
+}
+
+bool IsKeyShared(const CMapiRowSet& rows, ULONG row) {
+    std::vector<ULONG> found;
+    return rows.FindRows(COL_SEARCH_KEY, HexFromBinary(rows.Cell(row, COL_SEARCH_KEY).Binary()), found) > 1;
 }
 
 IMessagePtr OpenForChange(const IMAPIFolderPtr& folder, const SBinary& entryId) {
@@ -110,16 +115,18 @@ IMessagePtr OpenForChange(const IMAPIFolderPtr& folder, const SBinary& entryId) 
 }
 
 // Everything is written before the save, so a reset that fails half way leaves the item as it was.
-void ResetIdentity(IMessagePtr& message, const CSyncTags& tags, bool keyMissing) {
-    if (keyMissing) {
+// Its own is the search key as text, but for copies beside each other, which share that key.
+void ResetIdentity(IMessagePtr& message, const CSyncTags& tags, const StampCheck& check) {
+    if (check.keyMissing) {
         GUID key = NewGuid();
         message.SetProp(PR_SEARCH_KEY, SBinary{sizeof key, reinterpret_cast<BYTE*>(&key)});
     }
     DeleteOneProp(message, tags.larchId);
     DeleteOneProp(message, tags.larchEid);
     DeleteOneProp(message, tags.larchParentEid);
-    message.SetProp(tags.larchEid, message.GetBinProp(PR_ENTRYID).Bin());
-    message.SetStrProp(tags.larchId, message.GetBinProp(PR_SEARCH_KEY).Hex());
+    message.SetProp(tags.larchEid, SBinary(CItemKey::OfItem(message)));
+    message.SetStrProp(tags.larchId,
+                       check.keyShared ? NewSyncIdText() : message.GetBinProp(PR_SEARCH_KEY).Hex());
     message.SaveChanges(KEEP_OPEN_READWRITE);
 }
 
@@ -127,13 +134,13 @@ void ResetIdentity(IMessagePtr& message, const CSyncTags& tags, bool keyMissing)
 // by the rest of the run, so a call that fails once gets a second chance here.
 bool ResetRow(const IMAPIFolderPtr& folder, const CSyncTags& tags, const StampCheck& check, FILE* traceFile) {
     for (int attempt = 0;; ++attempt) {
-        IMessagePtr message = OpenForChange(folder, *check.identifier);
+        IMessagePtr message = OpenForChange(folder, check.item);
         if (!message && attempt == 0) continue;
         if (!message) return false;
         if (IsTraceActive(traceFile))
             TraceFormat(traceFile, "Reset IDs for %s", message.GetStrPropOrEmpty(PR_SUBJECT_A).c_str());
         try {
-            ResetIdentity(message, tags, check.keyMissing);
+            ResetIdentity(message, tags, check);
             return true;
         } catch (const CMAPIException&) {
             if (attempt > 0) throw;
@@ -158,10 +165,11 @@ bool CSyncFolder::CheckSyncID(const IMAPIFolderPtr& folder, CMapiRowSet& rows) {
                                                           static_cast<int>(count)));
                 lastLook = now;
             }
-            const StampCheck check = CheckRow(rows, row);
+            StampCheck check = CheckRow(rows, row);
             if (check.keyMissing)
                 ServerTraceWrite(m_traceFile, "Reset because entry does not have SearchKey");
-            if (!check.reset || !check.identifier) continue;
+            if (!check.reset || check.item.IsEmpty()) continue;
+            check.keyShared = !check.keyMissing && IsKeyShared(rows, row);
             if (!ResetRow(folder, TagsOf(folder.RawProp()), check, m_traceFile)) continue;
             changed = true;
             const CMapiPropValue syncId = rows.Cell(row, COL_SYNC_ID);
@@ -169,30 +177,55 @@ bool CSyncFolder::CheckSyncID(const IMAPIFolderPtr& folder, CMapiRowSet& rows) {
                 syncId.Get()->ulPropTag = CHANGE_PROP_TYPE(syncId.Tag(), PT_ERROR);
         }
     } catch (const CMAPIException& e) {
+        ++m_outcome.phasesFailed;
         ReportException(e, "Not found");
     } catch (...) {
+        ++m_outcome.phasesFailed;
         ShowMessageBox("Erorr in CheckSyncID", "");
     }
     return changed;
+}
+
+void CSyncFolder::PreviewSyncIDs(const IMAPIFolderPtr& folder, CMapiRowSet& rows,
+                                 std::list<std::string>& ids) {
+    const CSyncTags& tags = TagsOf(folder.RawProp());
+    const FILETIME now = UtcNow();
+    for (ULONG row = 0; row < rows.Count(); ++row) {
+        const StampCheck check = CheckRow(rows, row);
+        if (!check.reset || check.item.IsEmpty()) continue;
+        ids.push_back(check.keyMissing ? NewSyncIdText()
+                                       : HexFromBinary(rows.Cell(row, COL_SEARCH_KEY).Binary()));
+        SPropValue& stamp = *rows.Cell(row, COL_STAMP).Get();
+        stamp.ulPropTag = tags.larchEid;
+        stamp.Value.bin = check.item;
+        SPropValue& syncId = *rows.Cell(row, COL_SYNC_ID).Get();
+        syncId.ulPropTag = tags.larchId;
+        syncId.Value.lpszA = ids.back().data();
+        rows.Cell(row, COL_MODIFIED).Get()->Value.ft = now;
+    }
 }
 
 // --- private appointments ----------------------------------------------------------------------------
 
 namespace {
 // One group of writes: what fails leaves the message as far as it got, and the next group is tried all the
-// same, so that as little of the text as possible stays readable.
+// same, so that as little of the text as possible stays readable. False where it failed.
 template <class Group>
-void Enclosed(Group group) {
+bool Enclosed(Group group) {
     try {
         MARK_POSITION();
         group();
+        return true;
     } catch (const CMAPIException& e) {
         NoteException(e, FormatText("SyncFolder.cpp %d", CurrentPosition().line).c_str());
+        return false;
     }
 }
 
-void WriteLabel(IMessagePtr& target, const std::string& label) {
-    Enclosed([&] {
+// False where something stands there still that came with the contents. Bodies do not come at all, so a store
+// that refuses a kind of them gives nothing away.
+bool WriteLabel(IMessagePtr& target, const std::string& label) {
+    const bool titled = Enclosed([&] {
         target.SetStrProp(
             PR_SUBJECT_A,
             FormatText("[%s] %s", target.GetStrPropOrEmpty(PR_SENDER_NAME_A).c_str(), label.c_str()));
@@ -200,12 +233,14 @@ void WriteLabel(IMessagePtr& target, const std::string& label) {
     });
     Enclosed([&] { target.SetStrProp(PR_BODY_A, label); });
     Enclosed([&] { target.SetStrProp(PR_BODY_HTML_A, label); });
-    Enclosed([&] { target.SetStrProp(target.GetIDFromName(AppointmentSet, LocationId, PT_STRING8), ""); });
+    const bool placed = Enclosed(
+        [&] { target.SetStrProp(target.GetIDFromName(AppointmentSet, LocationId, PT_STRING8), ""); });
     Enclosed([&] {
         target.SetRtf(label, false);
         BOOL updated = FALSE;
         THROW_ON_FAILURE_FOR(RTFSync(target.Get(), RTF_SYNC_BODY_CHANGED, &updated), target.Get());
     });
+    return titled && placed;
 }
 }  // namespace
 
@@ -218,7 +253,8 @@ void CSyncFolder::ModifyTarget(IMessagePtr& message) {
         if (IsTracing())
             TraceFormat(m_traceFile, "Subject = %s\n", message.GetStrPropOrEmpty(PR_SUBJECT_A).c_str());
         if (sensitivity != SENSITIVITY_PRIVATE) return;
-        WriteLabel(message, LoadText(TEXT_PRIVATE_LABEL));
+        // The mark says that nothing readable is left; without it the copy is not saved.
+        if (!WriteLabel(message, LoadText(TEXT_PRIVATE_LABEL))) return;
         message.SetLongProp(TagsOf(message.RawProp()).privateMark, 1);
     } catch (const CMAPIException& e) {
         NoteException(e, "ModifyTarget");

@@ -31,28 +31,26 @@ void CWrittenRows::Start(size_t most, ULONG sourceSyncIdTag, ULONG targetSyncIdT
 void CWrittenRows::Drop() {
     m_isSure = false;
     std::vector<CWrittenRow>().swap(m_rows);
-    m_byIdentifier.Clear();
+    m_byKey.Clear();
 }
 
-bool CWrittenRows::Holds(std::string_view identifier) const {
-    return m_byIdentifier.Find(identifier, [this](std::uint32_t row) -> std::string_view {
-        return m_rows[row].identifier;
+bool CWrittenRows::Holds(const CItemKeyView& key) const {
+    return m_byKey.Find(key.Bytes(), [this](std::uint32_t row) -> std::string_view {
+        return m_rows[row].key;
     }) != CFlatIndex::None;
 }
 
 // Null, and no notes any more, where there are too many.
-CWrittenRow* CWrittenRows::RowFor(const SBinary& entryId) {
-    const auto identifierAt = [this](std::uint32_t row) -> std::string_view {
-        return m_rows[row].identifier;
-    };
-    const std::uint32_t known = m_byIdentifier.Find(BytesOf(entryId), identifierAt);
+CWrittenRow* CWrittenRows::RowFor(const CItemKeyView& key) {
+    const auto keyAt = [this](std::uint32_t row) -> std::string_view { return m_rows[row].key; };
+    const std::uint32_t known = m_byKey.Find(key.Bytes(), keyAt);
     if (known != CFlatIndex::None) return &m_rows[known];
     if (m_rows.size() >= m_most) {
         Drop();
         return nullptr;
     }
-    m_rows.emplace_back().identifier = BytesOf(entryId);
-    m_byIdentifier.Insert(static_cast<std::uint32_t>(m_rows.size() - 1), identifierAt);
+    m_rows.emplace_back().key = key.Bytes();
+    m_byKey.Insert(static_cast<std::uint32_t>(m_rows.size() - 1), keyAt);
     return &m_rows.back();
 }
 
@@ -70,19 +68,19 @@ bool CWrittenRows::Tell(const CMapiPropValues& values, ULONG syncIdTag, CWritten
     return true;
 }
 
-FILETIME CWrittenRows::NoteSaved(const IMessagePtr& message, const SBinary& entryId, bool inSource) {
+FILETIME CWrittenRows::NoteSaved(const IMessagePtr& message, const CItemKeyView& key, bool inSource) {
     const ULONG syncIdTag = SyncIdTag(inSource);
     CMapiPropValues values;
     const HRESULT hr = message.GetPropsHr(
         0, values, {PR_LAST_MODIFICATION_TIME, syncIdTag, PR_SUBJECT_A, PR_DISPLAY_NAME_A, PR_SEARCH_KEY});
-    CWrittenRow* row = hr >= 0 ? RowFor(entryId) : nullptr;
+    CWrittenRow* row = hr >= 0 ? RowFor(key) : nullptr;
     if (row) row->inSource = inSource;
     if (!row || row->isGone || !Tell(values, syncIdTag, *row)) Drop();
     return hr >= 0 && values[SHOWN_MODIFIED].Type() == PT_SYSTIME ? values[SHOWN_MODIFIED].Time()
                                                                   : FILETIME{};
 }
 
-void CWrittenRows::NoteRemoved(const SBinary& entryId) {
+void CWrittenRows::NoteRemoved(const CItemKeyView& key) {
     if (!m_isSure) return;
-    if (CWrittenRow* row = RowFor(entryId)) row->isGone = true;
+    if (CWrittenRow* row = RowFor(key)) row->isGone = true;
 }

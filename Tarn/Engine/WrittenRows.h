@@ -13,7 +13,7 @@
 #include <vector>
 
 struct CWrittenRow {
-    std::string identifier;  // bytes
+    std::string key;  // bytes
     FILETIME time{};
     std::string syncId;  // as a sync file tells it
     std::string name;
@@ -33,14 +33,14 @@ public:
 
     // To be called behind each save, with the item open. Answers its time, zero where it could not be had.
     // Never throws CMAPIException.
-    FILETIME NoteSaved(const IMessagePtr& message, const SBinary& entryId, bool inSource);
-    void NoteRemoved(const SBinary& entryId);
+    FILETIME NoteSaved(const IMessagePtr& message, const CItemKeyView& key, bool inSource);
+    void NoteRemoved(const CItemKeyView& key);
 
     const std::vector<CWrittenRow>& Rows() const { return m_rows; }
-    bool Holds(std::string_view identifier) const;
+    bool Holds(const CItemKeyView& key) const;
 
 private:
-    CWrittenRow* RowFor(const SBinary& entryId);
+    CWrittenRow* RowFor(const CItemKeyView& key);
     bool Tell(const CMapiPropValues& values, ULONG syncIdTag, CWrittenRow& row);
 
     bool m_isSure = false;
@@ -48,5 +48,5 @@ private:
     ULONG m_sourceSyncIdTag = 0;
     ULONG m_targetSyncIdTag = 0;
     std::vector<CWrittenRow> m_rows;
-    CFlatIndex m_byIdentifier;
+    CFlatIndex m_byKey;
 };
