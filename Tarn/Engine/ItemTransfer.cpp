@@ -1,6 +1,9 @@
 #include <Tarn/Engine/ItemTransfer.h>
 #include <Tarn/Engine/MessageComparison.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 constexpr char AppointmentPrefix[] = "IPM.Appointment";
 constexpr ULONG HtmlTextTag = PROP_TAG(PT_STRING8, 0x1013);
@@ -76,6 +79,7 @@ IMessagePtr TryOpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId)
     IMessagePtr message;
     void* other = nullptr;
     if (object->QueryInterface(IID_IMessage, &other) >= 0) message.Attach(static_cast<IMessage*>(other));
+    message.SetText(folder.KnownText());
     return message;
 }
 
@@ -97,19 +101,6 @@ HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool withoutText,
 }
 
 namespace {
-// A text property in full. Absent gives the empty text; a read that fails throws.
-std::string ReadTextOrThrow(const IMessagePtr& message, ULONG tag) {
-    CMapiPropValue value;
-    const HRESULT hr = message.GetOneProp(tag, value);
-    if (hr == MAPI_E_NOT_FOUND) return {};
-    if (hr >= 0) return value.Str();
-    if (hr != MAPI_E_NOT_ENOUGH_MEMORY) THROW_ON_FAILURE_FOR(hr, message.RawProp());
-    // Too long for a single value.
-    std::string text = message.GetLongText(tag);
-    if (text.empty()) throw CMAPIException(hr, "IMessagePtr::GetLongText", message.RawProp());
-    return text;
-}
-
 std::string ReadRtfOrThrow(const IMessagePtr& message) {
     try {
         return message.GetRtf();
@@ -120,8 +111,8 @@ std::string ReadRtfOrThrow(const IMessagePtr& message) {
 }
 
 std::string ReadSubjectOrThrow(const IMessagePtr& message) {
-    std::string subject = ReadTextOrThrow(message, PR_SUBJECT_A);
-    return subject.empty() ? ReadTextOrThrow(message, PR_DISPLAY_NAME_A) : subject;
+    std::string subject = message.ReadText(PR_SUBJECT_A);
+    return subject.empty() ? message.ReadText(PR_DISPLAY_NAME_A) : subject;
 }
 
 ULONG LocationTag(const IMessagePtr& message) {
@@ -140,31 +131,98 @@ void PutRtfBack(IMessagePtr& message, const std::string& rtf) {
 }
 }  // namespace
 
-CKeptText ReadKeptText(IMessagePtr& message, KeptParts parts) {
+CKeptText ReadKeptText(CSyncFolder& engine, IMessagePtr& message) {
     CKeptText kept;
-    kept.body = message.GetBody();
-    if (kept.body.empty()) kept.body = ReadTextOrThrow(message, PR_BODY_A);
+    kept.body = message.ReadText(PR_BODY_A);
     kept.rtf = ReadRtfOrThrow(message);
-    if (kept.rtf.empty()) kept.html = ReadTextOrThrow(message, HtmlTextTag);
+    if (kept.rtf.empty()) kept.html = message.ReadText(HtmlTextTag);
     kept.subject = ReadSubjectOrThrow(message);
-    if (parts == KeptParts::TextLocationAndLinks) {
-        ReadContactLinks(kept.links, message);
-        kept.location = ReadTextOrThrow(message, LocationTag(message));
-    }
+    kept.location = message.ReadText(LocationTag(message));
+    if (!ReadContactLinks(kept.links, message)) KeepVersion(engine, message);
     return kept;
 }
 
-void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept, KeptParts parts) {
-    const bool all = parts == KeptParts::TextLocationAndLinks;
-    if (all) message.SetStrProp(LocationTag(message), kept.location);
+void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept) {
+    message.SetStrProp(LocationTag(message), kept.location);
     message.SetStrProp(PR_DISPLAY_NAME_A, kept.subject);
     message.SetStrProp(PR_SUBJECT_A, kept.subject);
     message.SetBody(kept.body);
-    RequireArrived(kept.body.empty() || !message.GetBody().empty(), "IMessagePtr::SetBody", message);
-    if (all) PutLinksBack(message, kept.links);
+    RequireArrived(message.ReadText(PR_BODY_A).size() >= kept.body.size(), "IMessagePtr::SetBody", message);
+    PutLinksBack(message, kept.links);
     message.SetNamedValue(L"TarnPriv", PT_LONG, 0);
     PutRtfBack(message, kept.rtf);
     if (!kept.html.empty()) message.WriteStream(HtmlTextTag, kept.html);
+}
+
+namespace {
+std::string JoinedTexts(const CMapiPropValue& value) {
+    std::string all;
+    if (value.Type() != PT_MV_STRING8) return all;
+    const SLPSTRArray& texts = value.Get()->Value.MVszA;
+    for (ULONG i = 0; i < texts.cValues; ++i)
+        if (texts.lppszA[i]) all.append(texts.lppszA[i]).append("\n");
+    return all;
+}
+
+// Alone, or behind the sender as in a subject. Stores end a body with a line of its own.
+bool IsLabel(const std::string& text) {
+    const std::string label = LoadText(TEXT_PRIVATE_LABEL);
+    const size_t end = text.find_last_not_of("\r\n") + 1;
+    if (end < label.size() || text.compare(end - label.size(), label.size(), label) != 0) return false;
+    return end == label.size() || text.front() == '[';
+}
+
+bool IsMissedPart(const std::string& old, const std::string& now) {
+    return !old.empty() && old != now && !IsLabel(old);
+}
+
+// Parts that are other ones or gone; the label of an anonymised copy is nobody's text.
+bool ShowsMore(const CItemText& old, const CItemText& now) {
+    return IsMissedPart(old.subject, now.subject) || IsMissedPart(old.body, now.body) ||
+           (IsMissedPart(old.rtf, now.rtf) && now.body.empty()) || IsMissedPart(old.location, now.location) ||
+           IsMissedPart(old.links, now.links);
+}
+
+// Parts of which nothing is left.
+bool LosesPart(const CItemText& old, const CItemText& now) {
+    const auto gone = [](const std::string& before, const std::string& after) {
+        return !before.empty() && after.empty();
+    };
+    return gone(old.subject, now.subject) || gone(old.body, now.body) || gone(old.rtf, now.rtf + now.body) ||
+           gone(old.location, now.location) || gone(old.links, now.links);
+}
+}  // namespace
+
+CItemText ReadItemText(CSyncFolder& engine, IMessagePtr& message) {
+    const CSyncTags& tags = engine.TagsOf(message.RawProp());
+    enum : ULONG { SUBJECT, BODY, HTML, SENSITIVITY, LOCATION, LINKS };
+    std::vector<ULONG> asked = {PR_SUBJECT_A, PR_BODY_A, HtmlTextTag, PR_SENSITIVITY};
+    // Names that the store does not know stand on no item of it.
+    if (tags.location) asked.push_back(tags.location);
+    if (tags.linkNames) asked.push_back(tags.linkNames);
+    const CMapiPropValues values = message.GetProps(asked);
+    const auto text = [&](ULONG cell) {
+        const CMapiPropValue value = values[cell];
+        if (value.IsError() && value.Get() && value.Get()->Value.err == MAPI_E_NOT_ENOUGH_MEMORY)
+            return message.ReadText(asked[cell]);
+        return IsAbsent(value, message) ? std::string() : value.Str();
+    };
+    CItemText item;
+    item.subject = text(SUBJECT);
+    item.body = text(BODY);
+    if (item.body.empty()) item.body = text(HTML);
+    if (item.body.empty()) item.rtf = ReadRtfOrThrow(message);
+    if (!IsAbsent(values[SENSITIVITY], message)) item.sensitivity = values[SENSITIVITY].Long();
+    if (tags.location) item.location = text(LOCATION);
+    if (tags.linkNames) {
+        const CMapiPropValue links = values[tags.location ? LINKS : LOCATION];
+        if (!IsAbsent(links, message)) item.links = JoinedTexts(links);
+    }
+    return item;
+}
+
+bool HasOtherText(CSyncFolder& engine, IMessagePtr& source, IMessagePtr& target) {
+    return ShowsMore(ReadItemText(engine, target), ReadItemText(engine, source));
 }
 
 void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target) {
@@ -174,9 +232,17 @@ void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& 
 }
 
 namespace {
+void SetTime(IMessagePtr& message, ULONG tag, const FILETIME& time) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.ft = time;
+    const HRESULT hr = message.SetOneProp(&value);
+    if (hr != MAPI_E_COMPUTED) THROW_ON_FAILURE_FOR(hr, message.RawProp());  // some stores know it better
+}
+
 void SetTimes(IMessagePtr& message, const FILETIME& created, const FILETIME& modified) {
-    message.SetProp(PR_CREATION_TIME, created);
-    message.SetProp(PR_LAST_MODIFICATION_TIME, modified);
+    SetTime(message, PR_CREATION_TIME, created);
+    SetTime(message, PR_LAST_MODIFICATION_TIME, modified);
 }
 }  // namespace
 
@@ -190,21 +256,21 @@ CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version) {
     THROW_ON_FAILURE_FOR(CopyContents(version, copy, false, true), version.RawProp());
     SetTimes(copy, kept.created, kept.modified);
     copy.SaveChanges(KEEP_OPEN_READWRITE);
-    kept.entryId = copy.GetBinProp(PR_ENTRYID);
+    kept.item = CItemKey::OfItem(copy);
     return kept;
 }
 
-void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId,
+void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CItemKeyView& item,
                     const CKeptVersion& kept) {
-    IMessagePtr version = OpenMessage(engine.m_overwriteFolder, kept.entryId);
+    IMessagePtr version = OpenMessage(engine.m_overwriteFolder, kept.item);
     const std::string syncId = ReadItemFacts(engine, version).syncId;
-    IMessagePtr target = OpenMessage(folder, entryId);
+    IMessagePtr target = OpenMessage(folder, item);
     engine.RemoveContents(target);
     THROW_ON_FAILURE_FOR(CopyContents(version, target, false, true), version.RawProp());
     SetTimes(target, kept.created, kept.modified);
     if (!syncId.empty()) StampItem(engine, target, syncId);
     target.SaveChanges(KEEP_OPEN_READWRITE);
-    engine.NoteSaved(target, entryId, syncId);
+    engine.NoteSaved(target, item, syncId);
 }
 
 namespace {
@@ -216,17 +282,36 @@ bool IsChangedSince(const IMessagePtr& message, const FILETIME& seen) {
 }
 }  // namespace
 
+namespace {
+// The ways across take the text out of appointments alone. Of other items it is enough to look for one that
+// stands there without anything, as a target does whose contents did not come.
+bool WouldBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source, IMessagePtr& target,
+                   bool withoutText) {
+    if (facts.markedPrivate) return false;  // what the target shows is read, and put back
+    if (!facts.IsAppointment() && (facts.hasSubject || !source.GetBody().empty())) return false;
+    const CItemText old = ReadItemText(engine, target);
+    const CItemText now = ReadItemText(engine, source);
+    // Where texts do not travel, or the source is perhaps a copy whose text did not, what somebody wrote
+    // over there was not written instead of what stands here.
+    const bool mayBeStripped = engine.m_stripPrivate && (old.sensitivity != 0 || now.sensitivity != 0);
+    return withoutText || mayBeStripped ? ShowsMore(old, now) : LosesPart(old, now);
+}
+
+// Text of a store that knows one code page alone, about to replace text with other letters.
+bool LosesLetters(const IMessagePtr& source, const IMessagePtr& target) {
+    if (source.Text() != TextForm::Narrow || target.Text() == TextForm::Narrow) return false;
+    const auto loses = [](const std::string& text) { return !CanKeepText(text, TextForm::Narrow); };
+    return loses(target.GetTitle()) || loses(target.GetBody()) ||
+           loses(target.GetStrPropOrEmpty(LocationTag(target)));
+}
+}  // namespace
+
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                         IMessagePtr& target, const FILETIME* seen) {
-    if (engine.MemoriesDiffer() || (seen && IsChangedSince(target, *seen))) {
+                         IMessagePtr& target, bool withoutText, const FILETIME* seen) {
+    if (engine.MemoriesDiffer() ||
+        (seen && (engine.MayHideAChange(*seen) || IsChangedSince(target, *seen))) ||
+        LosesLetters(source, target) || WouldBeMissed(engine, facts, source, target, withoutText))
         KeepVersion(engine, target);
-        return;
-    }
-    if (facts.hasSubject || !source.GetBody().empty()) return;
-    CMapiPropValue subject;
-    const HRESULT hr = target.GetOneProp(PR_SUBJECT_A, subject);
-    const bool hasSubject = hr >= 0 ? !subject.Str().empty() : hr != MAPI_E_NOT_FOUND;
-    if (hasSubject || !target.GetBody().empty()) KeepVersion(engine, target);
 }
 
 bool HasEntryId(const IMessagePtr& message) {
@@ -240,11 +325,35 @@ bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syn
     return true;
 }
 
+void StampUnfinished(CSyncFolder& engine, IMessagePtr& copy, const IMAPIFolderPtr& folder,
+                     const std::string& syncId, const CItemKeyView& original) {
+    const CSyncTags& tags = engine.TagsOf(copy.RawProp());
+    const CMapiBinary place = folder.GetBinProp(PR_ENTRYID);
+    SPropValue stamp[3] = {};
+    stamp[0].ulPropTag = tags.larchEid;
+    stamp[0].Value.bin = original;
+    stamp[1].ulPropTag = tags.larchParentEid;
+    stamp[1].Value.bin = place;
+    stamp[2].ulPropTag = tags.larchId;
+    stamp[2].Value.lpszA = const_cast<char*>(syncId.c_str());
+    THROW_ON_FAILURE_FOR(copy.SetPropsHr(stamp, 3), copy.RawProp());
+}
+
+void RequirePlaceForOld(const CSyncFolder& engine, const IMAPIFolderPtr& folder) {
+    if (!engine.m_overwriteFolder)
+        throw CMAPIException(MAPI_E_UNABLE_TO_COMPLETE, "RequirePlaceForOld", folder.RawProp());
+}
+
+bool IsGone(HRESULT hr) {
+    return hr == MAPI_E_OBJECT_DELETED || hr == MAPI_E_NOT_FOUND;
+}
+
 // A move that fails leaves a second item beside its new version for good, so one refusal is not the last
 // word.
-bool MoveAside(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& overwriteFolder) {
+bool MoveAside(const IMAPIFolderPtr& folder, const CItemKeyView& item,
+               const IMAPIFolderPtr& overwriteFolder) {
     if (!overwriteFolder) return false;
-    SBinary entry = entryId;
+    SBinary entry = item;
     ENTRYLIST list = {1, &entry};
     for (int attempt = 0; attempt < 2; ++attempt)
         if (folder->CopyMessages(&list, nullptr, overwriteFolder.Get(), 0, nullptr, MESSAGE_MOVE) == S_OK)

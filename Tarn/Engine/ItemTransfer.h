@@ -46,11 +46,23 @@ struct CKeptText {
     std::string location;
     CContactLinks links;
 };
-enum class KeptParts { Text, TextLocationAndLinks };
-// Throws where a part is there and cannot be read: what is not kept is gone after the copy.
-CKeptText ReadKeptText(IMessagePtr& message, KeptParts parts);
+// Throws where a part is there and cannot be read: what is not kept is gone after the copy. A message with
+// damaged links is kept as a whole in the overwrite folder, since not all of them can be put back.
+CKeptText ReadKeptText(CSyncFolder& engine, IMessagePtr& message);
 // Throws where a part does not arrive; the message shall then not be saved.
-void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept, KeptParts parts);
+void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept);
+
+// What a person may have written into an item, as far as an item without it shows nothing of it.
+struct CItemText {
+    std::string subject;
+    std::string body;  // the HTML where there is no plain one
+    std::string rtf;   // only where there is neither
+    std::string location;
+    std::string links;  // the names of linked contacts
+    LONG sensitivity = 0;
+};
+// Throws where a part is there and cannot be read.
+CItemText ReadItemText(CSyncFolder& engine, IMessagePtr& message);
 
 // Takes the text out of the copy of a private appointment, where the pair asks for it. Throws where the
 // mark does not arrive: a copy without it would carry its label back over the person's text.
@@ -58,7 +70,7 @@ void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& 
 
 // A copy of a version in the overwrite folder.
 struct CKeptVersion {
-    CMapiBinary entryId;
+    CItemKey item;
     FILETIME created{};
     FILETIME modified{};
 };
@@ -67,13 +79,19 @@ struct CKeptVersion {
 CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version);
 // Puts the kept contents and times back into the entry, which counts as unchanged afterwards where the
 // store takes the time. Throws, with nothing changed.
-void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const SBinary& entryId,
+void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CItemKeyView& item,
                     const CKeptVersion& kept);
-// To be called before `target` is emptied: where a version with text would be replaced by one without
-// any, or one that somebody has made since the run looked at the folder and found the time `seen`, or in a
-// run that cannot tell what was replaced already, keeps it. `seen` may be null. Throws like KeepVersion.
+// To be called before `target` is emptied, keeps it where somebody may miss what it holds:
+//   - a part of its text that the new version has not, because the program took it out: now
+//     (`withoutText`), or earlier, from the copy that comes back
+//   - a version that somebody has made since the run looked at the folder and found the time `seen`
+//     (may be null), or may have made before without a new time
+//   - anything, in a run that cannot tell what was replaced already
+// Throws like KeepVersion and ReadItemText.
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                         IMessagePtr& target, const FILETIME* seen);
+                         IMessagePtr& target, bool withoutText, const FILETIME* seen);
+// Whether `target` shows a text of its own that `source` does not.
+bool HasOtherText(CSyncFolder& engine, IMessagePtr& source, IMessagePtr& target);
 
 // False where the store has not taken the message yet: it gives the entry ID at the save. A message for
 // which that cannot be told counts as taken.
@@ -83,23 +101,36 @@ bool HasEntryId(const IMessagePtr& message);
 // link in the next run. True if the message has to be saved.
 bool StampItem(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId);
 
+// Before the first save of a copy: names the original, whose link it is to bear. A process may die, or its
+// gathered saves be lost, between the save of the copy and those of the two stamps; the next run then knows
+// the copy for what it is. No person's copying leaves such a stamp: it names an item of the other folder,
+// but as its place the folder of the copy. Throws.
+void StampUnfinished(CSyncFolder& engine, IMessagePtr& copy, const IMAPIFolderPtr& folder,
+                     const std::string& syncId, const CItemKeyView& original);
+
+// Throws where there is no overwrite folder: a new item would be made beside the old one, which could not
+// leave.
+void RequirePlaceForOld(const CSyncFolder& engine, const IMAPIFolderPtr& folder);
+// The answers of stores for an item that is not there any more.
+bool IsGone(HRESULT hr);
+
 // Moves the entry out of `folder`. False where the store refuses twice, or without an overwrite folder.
-bool MoveAside(const IMAPIFolderPtr& folder, const SBinary& entryId, const IMAPIFolderPtr& overwriteFolder);
+bool MoveAside(const IMAPIFolderPtr& folder, const CItemKeyView& item, const IMAPIFolderPtr& overwriteFolder);
 
 // How far a row got. What stopped before the save can be tried again without doubling anything.
 enum class RowResult { Done, NotSaved, MaybeSaved };
 
 // A target that was saved without its contents.
 struct CEmptiedTarget {
-    CMapiBinary entryId;  // empty: none was
+    CItemKey item;  // empty: none was
     CKeptVersion kept;
 };
 
 // Rewrites a known target from an open source. For one use; everything given must outlive it.
 class CResync {
 public:
-    CResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder, const SBinary& targetEntryId)
-        : m_engine(engine), m_targetFolder(targetFolder), m_targetEntryId(targetEntryId) {}
+    CResync(CSyncFolder& engine, const IMAPIFolderPtr& targetFolder, const CItemKeyView& targetItem)
+        : m_engine(engine), m_targetFolder(targetFolder), m_targetItem(targetItem) {}
 
     // From now on contents that do not arrive are a failure like any other, and nothing is saved.
     void RequireContents() { m_requireContents = true; }
@@ -112,7 +143,7 @@ public:
     // The contents did not arrive, and the target was saved without them.
     bool LeftEmpty() const { return m_leftEmpty; }
     // Of the target, once it is saved.
-    const CMapiBinary& SavedEntryId() const { return m_savedEntryId; }
+    const CItemKey& SavedItem() const { return m_savedItem; }
     // What the target held, if it was left empty.
     const CKeptVersion& Kept() const { return m_kept; }
 
@@ -120,18 +151,19 @@ private:
     void ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened);
     void Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status);
     void KeepOldVersion();
-    void Save(const CItemFacts& facts);
+    void Save(IMessagePtr& source, const CItemFacts& facts);
     void FinishNewTarget(const CItemFacts& facts);
+    void RemoveOldVersion();
 
     CSyncFolder& m_engine;
     const IMAPIFolderPtr& m_targetFolder;
-    const SBinary m_targetEntryId;
+    const CItemKeyView m_targetItem;
     IMessagePtr m_target;
     std::optional<FILETIME> m_seen;
     bool m_isNew = false;
     bool m_requireContents = false;
     bool m_leftEmpty = false;
     CKeptVersion m_kept;
-    CMapiBinary m_savedEntryId;
+    CItemKey m_savedItem;
     RowResult m_result = RowResult::NotSaved;
 };

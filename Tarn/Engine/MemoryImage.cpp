@@ -40,9 +40,8 @@ public:
         m_writer.Reserve(rows.Count() * cbUsualEntry);
     }
 
-    SBinary IdentifierOf(ULONG row) const {
-        const CMapiPropValue longTerm = m_rows.Cell(row, m_columns.longTermEntryId);
-        return (longTerm.Type() == PT_BINARY ? longTerm : m_rows.Cell(row, m_columns.entryId)).Binary();
+    CItemKeyView KeyOf(ULONG row) const {
+        return KeyOfRow(m_rows, row, m_columns.entryId, m_columns.longTermEntryId);
     }
     FILETIME TimeOf(ULONG row) const { return m_rows.Cell(row, m_columns.modified).Time(); }
     // The link of the item, null where it has none.
@@ -56,12 +55,11 @@ public:
         const auto syncId = SyncIdOf(row);
         if (!syncId) HexInto(m_searchKey, m_rows.Cell(row, m_columns.searchKey).Binary());
         const CMapiPropValue subject = m_rows.Cell(row, m_columns.subject);
-        Add(IdentifierOf(row), time, syncId ? *syncId : m_searchKey,
+        Add(KeyOf(row), time, syncId ? *syncId : m_searchKey,
             TextOf(subject.IsError() ? m_rows.Cell(row, m_columns.displayName) : subject));
     }
-    void Add(const SBinary& identifier, const FILETIME& time, std::string_view syncId,
-             std::string_view name) {
-        m_writer.Add(identifier, time, syncId, name);
+    void Add(const CItemKeyView& key, const FILETIME& time, std::string_view syncId, std::string_view name) {
+        m_writer.Add(key, time, syncId, name);
         ++m_count;
     }
     std::string TakeBytes() {
@@ -88,9 +86,7 @@ public:
         if (Comes(time)) m_builder.AddRow(row, time);
     }
     void AddWritten(const CWrittenRow& row) {
-        const SBinary identifier = {static_cast<ULONG>(row.identifier.size()),
-                                    reinterpret_cast<BYTE*>(const_cast<char*>(row.identifier.data()))};
-        if (Comes(row.time)) m_builder.Add(identifier, row.time, row.syncId, row.name);
+        if (Comes(row.time)) m_builder.Add(CItemKeyView::OfKept(row.key), row.time, row.syncId, row.name);
         m_writtenLast = true;
     }
     bool IsInOrder() const { return m_isInOrder; }
@@ -143,14 +139,13 @@ CSyncFileImage ImageOfFolder(const CMapiRowSet& rows, ULONG syncIdTag, CSeenRows
     if (seen) seen->StartAnew();
     for (ULONG row = 0; row < rows.Count(); ++row) {
         FILETIME time = builder.TimeOf(row);
-        if (seen) time = seen->TimeOf(builder.IdentifierOf(row), time);
+        if (seen) time = seen->TimeOf(builder.KeyOf(row), time);
         if (const auto syncId = builder.SyncIdOf(row); seen && syncId) seen->NoteStillThere(*syncId);
         builder.AddRow(row, time);
     }
     if (seen)
-        seen->ForEachGone([&](const CSeenRows::Gone& gone) {
-            builder.Add(gone.identifier, gone.time, gone.syncId, gone.name);
-        });
+        seen->ForEachGone(
+            [&](const CSeenRows::Gone& gone) { builder.Add(gone.key, gone.time, gone.syncId, gone.name); });
     image.bytes = builder.TakeBytes();
     return image;
 }
@@ -164,7 +159,7 @@ std::optional<CSyncFileImage> ImageOfRun(const CMapiRowSet& rows, const CWritten
     const std::vector<const CWrittenRow*> newest = WrittenNewestFirst(written, ofSource);
     auto next = newest.begin();
     for (ULONG row = 0; row < rows.Count() && merge.IsInOrder(); ++row) {
-        if (written.Holds(BytesOf(builder.IdentifierOf(row)))) continue;
+        if (written.Holds(builder.KeyOf(row))) continue;
         while (next != newest.end() && CompareFileTimes((*next)->time, builder.TimeOf(row)) >= 0)
             merge.AddWritten(**next++);
         merge.AddRow(row);

@@ -26,4 +26,7 @@ std::optional<CSyncFileImage> ImageOfRun(const CMapiRowSet& rows, const CWritten
 struct CSideMemory {
     std::optional<CSyncFileImage> image;
     std::optional<CSeenRows> seen;
+    // The newest change that the run looked at. What came later was not looked at, so the incremental mode
+    // must not begin behind it.
+    FILETIME look{};
 };

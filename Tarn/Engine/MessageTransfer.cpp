@@ -52,15 +52,6 @@ namespace {
 bool StripsText(const CSyncFolder& engine, const CItemFacts& facts) {
     return engine.m_stripPrivate && facts.IsPrivateAppointment();
 }
-
-CKeptText KeepOldText(CSyncFolder& engine, IMessagePtr& oldTarget) {
-    CKeptText kept = ReadKeptText(oldTarget, KeptParts::Text);
-    if (kept.subject.empty()) {
-        IMessagePtr notOpenYet;
-        engine.ModifyTarget(notOpenYet);
-    }
-    return kept;
-}
 }  // namespace
 
 void CResync::Run(IMessagePtr& source, std::string& status) {
@@ -68,23 +59,25 @@ void CResync::Run(IMessagePtr& source, std::string& status) {
     CKeptText kept;
     IMessagePtr oldTarget;
     if (facts.markedPrivate) {
-        oldTarget = OpenMessage(m_targetFolder, m_targetEntryId);
-        kept = KeepOldText(m_engine, oldTarget);
+        oldTarget = OpenMessage(m_targetFolder, m_targetItem);
+        kept = ReadKeptText(m_engine, oldTarget);
     }
     ChooseTarget(source, facts, oldTarget);
     Fill(source, facts, kept, status);
-    Save(facts);
+    Save(source, facts);
     m_result = RowResult::Done;
 }
 
 void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened) {
     if (!m_engine.HasFlag(SYNC_ALWAYS_RENEW))
-        m_target = opened ? opened : TryOpenMessage(m_targetFolder, m_targetEntryId);
+        m_target = opened ? opened : TryOpenMessage(m_targetFolder, m_targetItem);
     m_isNew = !m_target;
     if (m_isNew) {
+        RequirePlaceForOld(m_engine, m_targetFolder);
         m_target = m_targetFolder.CreateMessage(nullptr, 0);
     } else {
-        KeepWhatMayBeMissed(m_engine, facts, source, m_target, m_seen ? &*m_seen : nullptr);
+        KeepWhatMayBeMissed(m_engine, facts, source, m_target, StripsText(m_engine, facts),
+                            m_seen ? &*m_seen : nullptr);
         m_engine.RemoveContents(m_target);
     }
 }
@@ -97,7 +90,7 @@ void CResync::Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText
     m_leftEmpty = copied < 0;
     if (m_leftEmpty) KeepOldVersion();
     if (facts.markedPrivate)
-        PutKeptTextBack(m_target, kept, KeptParts::Text);
+        PutKeptTextBack(m_target, kept);
     else if (m_leftEmpty)
         m_engine.ModifyTarget(m_target);
     else
@@ -107,37 +100,51 @@ void CResync::Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText
 // The target is saved without its contents all the same, so what it held goes where overwritten items are
 // kept. The store still has that version, whatever the open message has lost.
 void CResync::KeepOldVersion() {
-    IMessagePtr stored = OpenMessage(m_targetFolder, m_targetEntryId);
+    IMessagePtr stored = OpenMessage(m_targetFolder, m_targetItem);
     m_kept = KeepVersion(m_engine, stored);
 }
 
-void CResync::Save(const CItemFacts& facts) {
-    StampItem(m_engine, m_target, facts.syncId);
+void CResync::Save(IMessagePtr& source, const CItemFacts& facts) {
+    if (m_isNew)
+        StampUnfinished(m_engine, m_target, m_targetFolder, facts.syncId, CItemKey::OfItem(source));
+    else
+        StampItem(m_engine, m_target, facts.syncId);
     if (m_isNew) m_result = RowResult::MaybeSaved;
     const HRESULT saved = m_target->SaveChanges(KEEP_OPEN_READWRITE);
     if (saved < 0 && !HasEntryId(m_target)) m_result = RowResult::NotSaved;
     THROW_ON_FAILURE(saved);
     m_engine.NoteChanged();
-    m_engine.NoteWritten(m_targetEntryId);
-    m_engine.NoteSaved(m_target, m_targetEntryId, facts.syncId);
-    m_savedEntryId = m_targetEntryId;
+    m_engine.NoteWritten(m_targetItem);
+    m_engine.NoteSaved(m_target, m_targetItem, facts.syncId);
+    m_savedItem = m_targetItem;
     if (m_isNew) FinishNewTarget(facts);
 }
 
 void CResync::FinishNewTarget(const CItemFacts& facts) {
     // What was moved is not named again: where a store keeps the entry ID of a moved item, that would
     // destroy it in its new place.
-    const bool moved = MoveAside(m_targetFolder, m_targetEntryId, m_engine.m_overwriteFolder);
-    moved ? m_engine.NoteRemoved(m_targetEntryId) : m_engine.NoteUnsure();
-    if (!moved && m_engine.HasFlag(SYNC_ALWAYS_RENEW)) {
-        SBinary entry = m_targetEntryId;
-        ENTRYLIST list = {1, &entry};
-        m_targetFolder->DeleteMessages(&list, 0, nullptr, 0);
-    }
+    const bool moved = MoveAside(m_targetFolder, m_targetItem, m_engine.m_overwriteFolder);
+    moved ? m_engine.NoteRemoved(m_targetItem) : m_engine.NoteUnsure();
     // Some stores give a new item its entry ID at the save.
     if (m_engine.SetSyncID(m_target, facts.syncId, false)) m_target.SaveChanges(KEEP_OPEN_READWRITE);
-    m_savedEntryId = m_target.GetBinProp(PR_ENTRYID);
-    m_engine.NoteSaved(m_target, m_savedEntryId, facts.syncId);
+    m_savedItem = CItemKey::OfItem(m_target);
+    m_engine.NoteSaved(m_target, m_savedItem, facts.syncId);
+    if (!moved) RemoveOldVersion();
+}
+
+// It did not move, and would stand beside the new one for good. Throws where no copy of it can be kept: two
+// items are better than a text that is gone.
+void CResync::RemoveOldVersion() {
+    try {
+        IMessagePtr old = OpenMessage(m_targetFolder, m_targetItem);
+        KeepVersion(m_engine, old);
+    } catch (const CMAPIException& e) {
+        if (IsGone(e.Hr())) return;
+        throw;
+    }
+    SBinary entry = m_targetItem;
+    ENTRYLIST list = {1, &entry};
+    THROW_ON_FAILURE_FOR(m_targetFolder->DeleteMessages(&list, 0, nullptr, 0), m_targetFolder.RawProp());
 }
 
 namespace {
@@ -146,7 +153,7 @@ RowResult ReportedResync(CSyncFolder& engine, CResync& resync, IMessagePtr& sour
     try {
         resync.Run(source, status);
         if (!resync.LeftEmpty()) return resync.Result();
-        emptied = {resync.SavedEntryId(), resync.Kept()};
+        emptied = {resync.SavedItem(), resync.Kept()};
     } catch (const CMAPIException& e) {
         if (!quiet) ReportException(e, "CSyncFolder::ResyncObject");
     } catch (...) {
@@ -159,19 +166,19 @@ RowResult ReportedResync(CSyncFolder& engine, CResync& resync, IMessagePtr& sour
 
 RowResult RewriteTarget(const CCopyRoute& route, ULONG targetRow, IMessagePtr& source, std::string& status,
                         bool quiet, CEmptiedTarget& emptied) {
-    const CMapiBinary entryId(route.targetRows.Cell(targetRow, COL_ENTRYID).Binary());
-    CResync resync(route.engine, route.targetFolder, entryId);
+    const CItemKey item = KeyOfRow(route.targetRows, targetRow);
+    CResync resync(route.engine, route.targetFolder, item);
     resync.SetSeenTime(route.targetRows.Cell(targetRow, COL_MODIFIED).Time());
     return ReportedResync(route.engine, resync, source, status, quiet, emptied);
 }
 
 int CSyncFolder::ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
-                              const SBinary& sourceEntryId, const SBinary& targetEntryId,
+                              const SBinary& sourceEntryId, const CItemKeyView& targetItem,
                               std::string& status) {
     try {
         IMessagePtr source = OpenMessage(sourceFolder, sourceEntryId);
         CEmptiedTarget emptied;
-        CResync resync(*this, targetFolder, targetEntryId);
+        CResync resync(*this, targetFolder, targetItem);
         ReportedResync(*this, resync, source, status, false, emptied);
     } catch (const CMAPIException& e) {
         NoteRowFailed();
@@ -301,11 +308,11 @@ void CSyncFolder::SyncSingleMessage(IMessagePtr& sourceMessage, const IMAPIFolde
 
     IMessagePtr target = OpenWatchedTarget(*this, targetFolder, facts, sourceMessage.GetTitle());
     CKeptText kept;
-    if (facts.markedPrivate) kept = ReadKeptText(target, KeptParts::Text);
+    if (facts.markedPrivate) kept = ReadKeptText(*this, target);
     const bool withoutText = facts.markedPrivate || StripsText(*this, facts);
     THROW_ON_FAILURE_FOR(CopyContents(sourceMessage, target, withoutText, true), sourceMessage.RawProp());
     if (facts.markedPrivate)
-        PutKeptTextBack(target, kept, KeptParts::Text);
+        PutKeptTextBack(target, kept);
     else
         AnonymiseTarget(*this, facts, target);
     if (facts.hasCreated) target.SetProp(PR_CREATION_TIME, facts.created);

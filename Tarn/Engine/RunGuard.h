@@ -3,6 +3,7 @@
 #include <string>
 
 class CMapiRowSet;
+class IMAPIFolderPtr;
 class CSyncMessages;
 
 // What would be deleted on one side.
@@ -23,4 +24,23 @@ public:
     // Called once for each two folders of a pair, on the thread of the run. False: nothing is copied,
     // deleted or remembered there, and no further folder of the pair is begun.
     virtual bool Permits(const CPlannedDeletions& inSource, const CPlannedDeletions& inTarget) = 0;
+};
+
+// Asked about a query that does not select what its writer meant, before the folders are looked at.
+class IQueryGuard {
+public:
+    virtual ~IQueryGuard() = default;
+    // Called at most once for each two folders of a pair, on the thread of the run. False: nothing is
+    // copied, deleted or remembered there, and no further folder of the pair is begun. True: the run goes
+    // on as if the pair had no query.
+    virtual bool PermitsQuery(const std::string& problem) = 0;
+};
+
+// Asked before a run enters two folders of a pair.
+class IFolderGate {
+public:
+    virtual ~IFolderGate() = default;
+    // On the thread of the run, with both folders open. False: these two are left out, which counts as a
+    // phase that failed; the gate tells why. May throw CMAPIException.
+    virtual bool Enter(const IMAPIFolderPtr& source, const IMAPIFolderPtr& target) = 0;
 };

@@ -1,4 +1,5 @@
 // What a run keeps in mind for its end, where it writes the memories of both sides, and what it lets go.
+#include <Platform/Clock.h>
 #include <Platform/Memory.h>
 #include <Tarn/Engine/SyncRun.h>
 
@@ -54,20 +55,34 @@ void CSyncRun::StartNotes() {
 
 // --- while copying ---------------------------------------------------------------------------------
 
-void CSyncFolder::NoteWritten(const SBinary& entryId) {
-    m_ownWrites.NoteTarget(entryId);
+void CSyncFolder::NoteWritten(const CItemKeyView& item) {
+    m_ownWrites.NoteTarget(item);
 }
 
-void CSyncFolder::NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId,
+void CSyncFolder::NoteSaved(const IMessagePtr& message, const CItemKeyView& item, const std::string& syncId,
                             bool inFrom) {
     const FILETIME time = m_writtenRows.IsSure()
-                              ? m_writtenRows.NoteSaved(message, entryId, m_copyToSource != inFrom)
+                              ? m_writtenRows.NoteSaved(message, item, m_copyToSource != inFrom)
                               : TimeOfSaved(message);
-    m_ownWrites.NoteSaved(entryId, time, syncId);
+    m_ownWrites.NoteSaved(item, time, syncId);
 }
 
-bool CSyncFolder::WasWritten(const SBinary& entryId) const {
-    return m_ownWrites.IsTargetOfPass(BytesOf(entryId));
+bool CSyncFolder::WasWritten(const CItemKeyView& item) const {
+    return m_ownWrites.IsTargetOfPass(item);
+}
+
+bool CSyncFolder::IsTaken(const CItemKeyView& item) const {
+    if (m_ownWrites.IsTarget(item)) return true;
+    const auto saved = m_ownWrites.FindSaved(item);
+    return (saved && !saved->syncId.empty()) || m_inConflict.count(std::string(item.Bytes())) != 0;
+}
+
+// The same second counts as later, whatever the clock of the store.
+bool CSyncFolder::MayHideAChange(const FILETIME& time) const {
+    constexpr std::uint64_t second = 10'000'000;
+    const FILETIME& lastRun = m_copyToSource ? m_sourceRun : m_targetRun;
+    const std::uint64_t ticks = TicksOf(time);
+    return ticks != 0 && ticks % second == 0 && TicksOf(lastRun) != 0 && ticks + second > TicksOf(lastRun);
 }
 
 // --- letting go ------------------------------------------------------------------------------------

@@ -146,7 +146,8 @@ CSyncFileEntry* CSyncFileMap::FindByIdentifier(std::string_view identifier) {
     return FindByKey(KeyOf(identifier));
 }
 
-CSyncFileEntry* CSyncFileMap::FindByEntryId(const SBinary& entryId) {
+CSyncFileEntry* CSyncFileMap::FindByItem(const CItemKeyView& item) {
+    const SBinary entryId = item;
     if (!entryId.lpb || entryId.cb <= cbUnstable) return FindByKey({});
     // Only the end of the identifier counts, and for the stores at hand it is a few bytes long.
     char key[256];
@@ -184,6 +185,14 @@ void CSyncFileMap::SetSeen(LONG seen) {
     m_inSequence = true;
     for (CSyncFileEntry& entry : m_entries)
         entry.seen = seen;
+}
+
+void CSyncFileMap::ForgetUnseen() {
+    std::erase_if(m_entries, [](const CSyncFileEntry& entry) { return entry.seen != 1; });
+    m_byIdentifier.Clear();
+    m_bySyncId.Clear();
+    m_identifiersIndexed = m_syncIdsIndexed = 0;
+    m_expected = 0;
 }
 
 std::vector<CSyncFileEntry*> CSyncFileMap::InKeyOrder() {
@@ -250,8 +259,9 @@ void CSyncFileWriter::Add(std::string_view identifier, const FILETIME& time, std
     PutBehindIdentifier(PutText(at, identifier), time, syncId, name);
 }
 
-void CSyncFileWriter::Add(const SBinary& entryId, const FILETIME& time, std::string_view syncId,
+void CSyncFileWriter::Add(const CItemKeyView& item, const FILETIME& time, std::string_view syncId,
                           std::string_view name) {
+    const SBinary entryId = item;
     const size_t cb = entryId.lpb ? entryId.cb : 0;
     char* at = RoomFor(2 * cb, syncId, name);
     at = PutNumber(at, static_cast<std::uint32_t>(2 * cb));

@@ -5,8 +5,8 @@
 // identifier, u32 high and u32 low half of the time, sync ID, name. A text is a u32 length, the bytes
 // and a zero byte that the length does not count.
 #pragma once
-#include <Platform/MapiHeaders.h>
 #include <Tarn/Engine/FlatIndex.h>
+#include <Tarn/Engine/ItemKey.h>
 
 #include <cstdint>
 #include <deque>
@@ -62,7 +62,7 @@ public:
 
     // Null if there is none. `identifier` is the whole text, also where only its end counts.
     CSyncFileEntry* FindByIdentifier(std::string_view identifier);
-    CSyncFileEntry* FindByEntryId(const SBinary& entryId);
+    CSyncFileEntry* FindByItem(const CItemKeyView& item);
     CSyncFileEntry* FindBySyncId(std::string_view syncId);
 
     // Copies the texts and enters the entry in both maps.
@@ -70,6 +70,8 @@ public:
                         std::string_view name);
 
     void SetSeen(LONG seen);
+    // Drops the entries that are not marked as seen.
+    void ForgetUnseen();
     // The entries of the first map, ordered by the bytes of their keys. Sorted anew at each call.
     std::vector<CSyncFileEntry*> InKeyOrder();
     // Only those that are not marked as seen: after most runs none, and then nothing is sorted.
@@ -112,7 +114,7 @@ public:
     void Add(std::string_view identifier, const FILETIME& time, std::string_view syncId,
              std::string_view name);
     // The same with the identifier as bytes.
-    void Add(const SBinary& entryId, const FILETIME& time, std::string_view syncId, std::string_view name);
+    void Add(const CItemKeyView& item, const FILETIME& time, std::string_view syncId, std::string_view name);
     // Takes the place of the count given before.
     void SetCount(std::uint32_t count);
     const std::string& Bytes() const { return m_bytes; }

@@ -10,50 +10,66 @@ namespace {
 constexpr char ConfigClass[] = "IPM.Vellum.IDs";
 constexpr char SettingsClass[] = "IPM.VellumSettings";
 constexpr char SyncFileName[] = "SYNCFILE";
-constexpr ULONG cbBehindStat = 4096;  // a stream that grows while it is read does so by little
+constexpr wchar_t MarkName[] = L"VellumMark";  // zero: the target's store bears none
+constexpr ULONG cbBehindStat = 4096;           // a stream that grows while it is read does so by little
 constexpr char Rule[] = "----------------------------------------------------------------";
 
 std::string SubjectOf(const char* name) {
     return std::string(name) + '.' + ComputerName();
 }
 
-// One text property that must have a value.
-class CTextRestriction {
+// One property that must be there with this value. Some stores take what is absent for equal.
+class CValueRestriction {
 public:
-    CTextRestriction(ULONG tag, std::string text) : m_text(std::move(text)) {
-        m_value.ulPropTag = tag;
-        m_value.Value.lpszA = m_text.data();
-        m_restriction.rt = RES_PROPERTY;
-        m_restriction.res.resProperty = {RELOP_EQ, tag, &m_value};
+    explicit CValueRestriction(const SPropValue& value) : m_value(value) {
+        m_parts[0].rt = RES_EXIST;
+        m_parts[0].res.resExist.ulPropTag = value.ulPropTag;
+        m_parts[1].rt = RES_PROPERTY;
+        m_parts[1].res.resProperty = {RELOP_EQ, value.ulPropTag, &m_value};
+        m_restriction.rt = RES_AND;
+        m_restriction.res.resAnd = {2, m_parts};
     }
-    CTextRestriction(const CTextRestriction&) = delete;
-    CTextRestriction& operator=(const CTextRestriction&) = delete;
+    CValueRestriction(const CValueRestriction&) = delete;
+    CValueRestriction& operator=(const CValueRestriction&) = delete;
     SRestriction* Get() { return &m_restriction; }
 
 private:
-    std::string m_text;
-    SPropValue m_value{};
+    SPropValue m_value;
+    SRestriction m_parts[2] = {};
     SRestriction m_restriction{};
 };
+
+// Both view what they are given.
+SPropValue ValueOf(ULONG tag, const std::string& text) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.lpszA = const_cast<char*>(text.c_str());
+    return value;
+}
+
+SPropValue KeyValueOf(ULONG tag, const std::string& bytes) {
+    SPropValue value{};
+    value.ulPropTag = tag;
+    value.Value.bin = {static_cast<ULONG>(bytes.size()),
+                       reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()))};
+    return value;
+}
 
 // Whose memory a hidden message is: that of the pair with this target, or of no pair in particular.
 enum class Owner { ThisPair, Nobody, Anybody };
 
 // S_OK with the table standing on the row, MAPI_E_NOT_FOUND, or the store's code after a second try.
 HRESULT FindHidden(const IMAPITablePtr& table, const std::string& subject, const std::string& messageClass,
-                   Owner owner, ULONG ownerTag, std::string& ownerKey) {
-    CTextRestriction ofSubject(PR_SUBJECT_A, subject);
-    CTextRestriction ofClass(PR_MESSAGE_CLASS_A, messageClass);
+                   Owner owner, ULONG ownerTag, const std::string& ownerKey) {
+    CValueRestriction ofSubject(ValueOf(PR_SUBJECT_A, subject));
+    CValueRestriction ofClass(ValueOf(PR_MESSAGE_CLASS_A, messageClass));
+    CValueRestriction ofOwner(KeyValueOf(ownerTag, ownerKey));
     SRestriction parts[3] = {*ofSubject.Get(), *ofClass.Get(), {}};
-    SPropValue key{};
     SRestriction exists{};
     exists.rt = RES_EXIST;
     exists.res.resExist.ulPropTag = ownerTag;
     if (owner == Owner::ThisPair) {
-        key.ulPropTag = ownerTag;
-        key.Value.bin = {static_cast<ULONG>(ownerKey.size()), reinterpret_cast<BYTE*>(ownerKey.data())};
-        parts[2].rt = RES_PROPERTY;
-        parts[2].res.resProperty = {RELOP_EQ, ownerTag, &key};
+        parts[2] = *ofOwner.Get();
     } else {
         parts[2].rt = RES_NOT;
         parts[2].res.resNot.lpRes = &exists;
@@ -61,9 +77,9 @@ HRESULT FindHidden(const IMAPITablePtr& table, const std::string& subject, const
     SRestriction all{};
     all.rt = RES_AND;
     all.res.resAnd = {owner == Owner::Anybody ? 2u : 3u, parts};
-    const HRESULT hr = table->FindRow(&all, BOOKMARK_BEGINNING, 0);
+    const HRESULT hr = table.FindRow(&all, BOOKMARK_BEGINNING);
     if (hr >= 0 || hr == MAPI_E_NOT_FOUND) return hr;
-    return table->FindRow(&all, BOOKMARK_BEGINNING, 0);
+    return table.FindRow(&all, BOOKMARK_BEGINNING);
 }
 
 IMessagePtr CreateHidden(const IMAPIFolderPtr& folder, const std::string& subject,
@@ -92,22 +108,26 @@ HRESULT CSyncFolder::FindConfigRow(const IMAPIFolderPtr& folder, const IMAPITabl
     if (m_pairKey.empty()) return FindHidden(table, subject, messageClass, Owner::Anybody, 0, m_pairKey);
     const ULONG ownerTag = TagsOf(folder.RawProp()).pairKey;
     const HRESULT hr = FindHidden(table, subject, messageClass, Owner::ThisPair, ownerTag, m_pairKey);
-    if (hr != MAPI_E_NOT_FOUND) return hr;
+    if (hr != MAPI_E_NOT_FOUND || !m_takesNobodys) return hr;
     return FindHidden(table, subject, messageClass, Owner::Nobody, ownerTag, m_pairKey);
 }
 
 // The store by its record key and the folder by the end of its entry ID: the front of an entry ID may
 // change from one open of a store to the next.
-void CSyncFolder::SetPairTarget(const IMAPIFolderPtr& targetFolder) {
+std::string CSyncFolder::PairKeyOf(const IMAPIFolderPtr& folder) {
     constexpr ULONG cbFront = 20;
-    m_pairKey.clear();
-    if (!targetFolder) return;
-    const CMapiPropValues values = targetFolder.GetProps({PR_STORE_RECORD_KEY, PR_ENTRYID});
+    if (!folder) return {};
+    const CMapiPropValues values = folder.GetProps({PR_STORE_RECORD_KEY, PR_ENTRYID});
     const SBinary store = values[0].Binary();
-    const SBinary folder = values[1].Binary();
-    if (store.cb == 0 || folder.cb <= cbFront) return;
-    m_pairKey.assign(reinterpret_cast<const char*>(store.lpb), store.cb);
-    m_pairKey.append(reinterpret_cast<const char*>(folder.lpb) + cbFront, folder.cb - cbFront);
+    const SBinary id = values[1].Binary();
+    if (store.cb == 0 || id.cb <= cbFront) return {};
+    std::string key(reinterpret_cast<const char*>(store.lpb), store.cb);
+    return key.append(reinterpret_cast<const char*>(id.lpb) + cbFront, id.cb - cbFront);
+}
+
+void CSyncFolder::SetPairTarget(const IMAPIFolderPtr& targetFolder) {
+    m_pairKey.clear();
+    m_pairKey = PairKeyOf(targetFolder);
 }
 
 IMessagePtr CSyncFolder::OpenConfigMessage(const IMAPIFolderPtr& folder, const std::string& subject,
@@ -116,8 +136,8 @@ IMessagePtr CSyncFolder::OpenConfigMessage(const IMAPIFolderPtr& folder, const s
     TraceText(m_traceFile, "In Opening config message");
     const HRESULT found = FindConfigRow(folder, table, subject, messageClass);
     // A search that failed says nothing about what is there. A second message of the same subject
-    // would hide the first one's state from later runs.
-    if (create && found < 0 && found != MAPI_E_NOT_FOUND) THROW_ON_FAILURE_FOR(found, table.Get());
+    // would hide the first one's state from later runs, and a memory that is there is not to be overlooked.
+    if (found != MAPI_E_NOT_FOUND) THROW_ON_FAILURE_FOR(found, table.Get());
     if (found < 0) {
         TraceText(m_traceFile, "Config message not found (probably this is first sync)");
         if (!create) return {};
@@ -125,9 +145,7 @@ IMessagePtr CSyncFolder::OpenConfigMessage(const IMAPIFolderPtr& folder, const s
         return CreateHidden(folder, subject, messageClass);
     }
     CMapiRowSet row;
-    const HRESULT read = table.SetColumnsAndQuery(row, 1, 0, {PR_ENTRYID});
-    if (create) THROW_ON_FAILURE_FOR(read, table.Get());
-    if (read < 0) TraceText(m_traceFile, "OpenConfig Message Table.QueryRows failed");
+    THROW_ON_FAILURE_FOR(table.SetColumnsAndQuery(row, 1, 0, {PR_ENTRYID}), table.Get());
     TraceText(m_traceFile, "Config message found");
     IMessagePtr message = folder.OpenEntryv(row.Cell(0, 0)).As<IMessagePtr>();
     TraceText(m_traceFile, "Config message opened");
@@ -137,7 +155,8 @@ IMessagePtr CSyncFolder::OpenConfigMessage(const IMAPIFolderPtr& folder, const s
 IMessagePtr CSyncFolder::GetConfigMsg(const IMAPIFolderPtr& folder) {
     try {
         const IMAPITablePtr table = folder._rawAssociatedTable();
-        CTextRestriction ofClass(PR_MESSAGE_CLASS_A, SettingsClass);
+        const std::string settingsClass = SettingsClass;
+        CValueRestriction ofClass(ValueOf(PR_MESSAGE_CLASS_A, settingsClass));
         table.Restrict(ofClass.Get(), TBL_BATCH);
         const CMapiRowSet rows = table.QueryRows({PR_ENTRYID});
         if (rows.Count() > 0) return folder.OpenEntryv(rows.Cell(0, 0)).As<IMessagePtr>();
@@ -150,18 +169,43 @@ IMessagePtr CSyncFolder::GetConfigMsg(const IMAPIFolderPtr& folder) {
 
 // --- reading -------------------------------------------------------------------------------------
 
-void CSyncFolder::ReadSyncFiles(const IMAPIFolderPtr& sourceFolder) {
+void CSyncFolder::ReadSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder) {
     m_sourceData.Clear();
     m_targetData.Clear();
-    m_sourceRun = m_targetRun = {};
-    ReadSyncFile(sourceFolder, "SourceID", m_sourceData, &m_sourceSyncTime);
-    ReadSyncFile(sourceFolder, "TargetID", m_targetData, &m_targetSyncTime);
+    m_sourceRun = m_targetRun = m_rememberedMark = {};
+    m_foundMemory = false;
+    const HRESULT ofSource = ReadSyncFile(sourceFolder, "SourceID", m_sourceData, &m_sourceSyncTime);
+    const HRESULT ofTarget = ReadSyncFile(sourceFolder, "TargetID", m_targetData, &m_targetSyncTime);
+    if (!m_foundMemory && ofSource >= 0 && ofTarget >= 0 && targetFolder && !m_pairKey.empty())
+        ReadSwappedSyncFiles(sourceFolder, targetFolder);
     if (!IsTracing()) return;
     TraceText(m_traceFile, Rule);
     TraceText(m_traceFile, "-- Synchonization                                             --\n");
     TraceText(m_traceFile, Rule);
     TraceSyncFile("Source", m_sourceData);
     TraceSyncFile("Target", m_targetData);
+}
+
+// The folder is made by one run and met under its name by the next, as part of the tree; without a memory
+// each of its items would count as changed on both sides.
+void CSyncFolder::ReadSwappedSyncFiles(const IMAPIFolderPtr& sourceFolder,
+                                       const IMAPIFolderPtr& targetFolder) {
+    const std::string pairKey = m_pairKey;
+    m_takesNobodys = false;
+    try {
+        SetPairTarget(sourceFolder);
+        if (!m_pairKey.empty()) {
+            ReadSyncFile(targetFolder, "SourceID", m_targetData, &m_targetSyncTime);
+            ReadSyncFile(targetFolder, "TargetID", m_sourceData, &m_sourceSyncTime);
+            std::swap(m_sourceRun, m_targetRun);
+            m_rememberedMark = {};  // that of the other store
+        }
+    } catch (const CMAPIException& e) {
+        NoteException(e, "CSyncFolder::ReadSyncFiles");
+        ++m_outcome.phasesFailed;
+    }
+    m_takesNobodys = true;
+    m_pairKey = pairKey;
 }
 
 namespace {
@@ -223,7 +267,9 @@ HRESULT CSyncFolder::ReadSyncFile(const IMAPIFolderPtr& folder, const char* name
     }
     syncData.Clear();
     try {
-        return ReadSyncFileOnce(folder, name, syncData, syncTime);
+        const HRESULT hr = ReadSyncFileOnce(folder, name, syncData, syncTime);
+        if (hr < 0) ++m_outcome.phasesFailed;
+        return hr;
     } catch (const CMAPIException& e) {
         ServerTraceWrite(m_traceFile, "Error %s reading sync file (Line %d)\n", e.GetErrorText().c_str(),
                          CurrentPosition().line);
@@ -249,9 +295,12 @@ HRESULT CSyncFolder::ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* 
         return S_OK;
     }
     TraceText(m_traceFile, "OpenConfigMessage is != NULL");
+    m_foundMemory = true;
     MARK_POSITION();
     if (syncTime) ReadSyncTime(message, *syncTime);
     RunOf(name) = ReadRunTime(message, TagsOf(message.RawProp()).runTime);
+    if (&RunOf(name) == &m_targetRun)
+        m_rememberedMark = ReadRunTime(message, NamedTag(message.RawProp(), MarkName, PT_SYSTIME, true));
     MARK_POSITION();
     return ReadSyncAttachment(message, syncData);
 }
@@ -330,7 +379,7 @@ void CSyncFolder::WriteSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPI
     try {
         StampWriteTime(sourceFolder);
         NamePairTarget(targetFolder);
-        m_thisRun = UtcNow();
+        if (TicksOf(m_thisRun) == 0) m_thisRun = UtcNow();
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_SOURCE_STATE));
         if (writeSource) WriteSyncFile(sourceFolder, sourceFolder, "SourceID", m_lastSyncSource);
         if (m_progress) m_progress->SetMessageText(LoadText(TEXT_WRITING_TARGET_STATE));
@@ -389,13 +438,18 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     if (!side || !side->image) read = ReadImage(folder, side && side->seen ? &*side->seen : nullptr);
     const CSyncFileImage& image = side && side->image ? *side->image : read;
     MARK_POSITION();
-    if (image.newest)
-        message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true), *image.newest);
+    if (image.newest) {
+        const bool later = side && CompareFileTimes(*image.newest, side->look) > 0;
+        message.SetProp(NamedTag(message.RawProp(), L"SyncTime", PT_SYSTIME, true),
+                        later ? side->look : *image.newest);
+    }
     if (!m_pairKey.empty())
         message.SetProp(
             TagsOf(message.RawProp()).pairKey,
             SBinary{static_cast<ULONG>(m_pairKey.size()), reinterpret_cast<BYTE*>(m_pairKey.data())});
     message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
+    if (&RunOf(name) == &m_targetRun)
+        message.SetProp(NamedTag(message.RawProp(), MarkName, PT_SYSTIME, true), m_thisMark);
     WriteStream(attachment, image.bytes);
     MARK_POSITION();
     attachment.SaveChanges(0);

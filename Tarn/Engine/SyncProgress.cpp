@@ -9,15 +9,21 @@ namespace {
 constexpr char StatusWindowTitle[] = "Vellum";
 constexpr char StatusProgram[] = "Vellum.exe";
 constexpr DWORD LookIntervalMs = 100;
-constexpr int LooksForStatusProgram = 51;
+constexpr int LooksForWindow = 51;
 }  // namespace
 
+bool CSyncProgressInteraktiv::HasWindow() {
+    if (!m_window && m_dialog) m_window = m_dialog->Window();
+    return m_window != 0;
+}
+
 void CSyncProgressInteraktiv::SendLine(ULONG_PTR line, const std::string& text) {
-    if (m_window) SendCopyData(m_window, line, text);
+    if (HasWindow()) SendCopyData(m_window, line, text);
 }
 
 void CSyncProgressInteraktiv::Send(UINT message, int first, int last) {
-    if (m_window) SendWindowMessage(m_window, message, static_cast<WPARAM>(first), static_cast<LPARAM>(last));
+    if (HasWindow())
+        SendWindowMessage(m_window, message, static_cast<WPARAM>(first), static_cast<LPARAM>(last));
 }
 
 void CSyncProgressInteraktiv::SetCaption(const std::string& text) {
@@ -46,7 +52,7 @@ void CSyncProgressInteraktiv::SetMessageRange(int first, int last) {
 }
 
 int CSyncProgressInteraktiv::IsCancelled() {
-    if (!m_window) return 0;
+    if (!HasWindow()) return 0;
     return static_cast<int>(SendWindowMessage(m_window, PROGRESS_CANCELLED, 0, 0));
 }
 
@@ -57,8 +63,9 @@ void CSyncProgressInteraktiv::Stop() {
 
 void CSyncProgressInteraktiv::Begin() {
     if (!m_dialog) return FindStatusProgram();
-    // The dialog comes up on the thread that started this one.
-    while ((m_window = m_dialog->Window()) == 0)
+    // The dialog comes up on the thread that started this one, unless it cannot.
+    m_window = 0;
+    for (int look = 0; look < LooksForWindow && !HasWindow() && !m_dialog->IsAbandoned(); ++look)
         SleepMs(LookIntervalMs);
 }
 
@@ -68,7 +75,7 @@ void CSyncProgressInteraktiv::FindStatusProgram() {
     const bool launched = LaunchProgram(JoinPath(ModuleDirectory(), StatusProgram), "-status");
     m_launchResult = launched ? 0 : -1;
     if (!launched) return;
-    for (int look = 0; look < LooksForStatusProgram && !m_window; ++look) {
+    for (int look = 0; look < LooksForWindow && !m_window; ++look) {
         if (look) SleepMs(LookIntervalMs);
         m_window = FindWindowByTitle(StatusWindowTitle);
     }

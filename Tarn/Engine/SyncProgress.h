@@ -62,13 +62,14 @@ public:
     void SetMessageText(const std::string& text) override;
     int IsCancelled() override;
     void Stop() override;
-    // With a dialog: waits until it has a window. Otherwise finds or starts the status program and
-    // waits for it up to about five seconds.
+    // With a dialog: waits until it has a window. Otherwise finds or starts the status program. Waits up to
+    // about five seconds; a dialog that comes up later is found by whatever is reported next.
     void Begin() override;
 
 private:
     void SendLine(ULONG_PTR line, const std::string& text);
     void Send(UINT message, int first = 0, int last = 0);
+    bool HasWindow();
     void FindStatusProgram();
 };
 

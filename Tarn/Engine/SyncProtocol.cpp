@@ -16,16 +16,27 @@ std::uint32_t CSyncProtocol::Share(const std::string& text) {
 
 void CSyncProtocol::Add(const std::string& destination, const std::string& origin, const std::string& subject,
                         int state, const std::string& detail, const std::string& syncId) {
-    CPacked entry{};
-    entry.at = m_texts.size();
-    entry.cbSubject = static_cast<std::uint32_t>(subject.size());
-    entry.cbSyncId = static_cast<std::uint32_t>(syncId.size());
-    entry.destination = Share(destination);
-    entry.origin = Share(origin);
-    entry.detail = Share(detail);
-    entry.state = state;
-    m_texts.append(subject).append(syncId);
-    m_entries.push_back(entry);
+    Add({destination, origin, subject, detail, state, syncId, detail, false});
+}
+
+void CSyncProtocol::Add(const CSyncProtocolEntry& entry) {
+    CPacked packed{};
+    packed.at = m_texts.size();
+    packed.cbSubject = static_cast<std::uint32_t>(entry.m_subject.size());
+    packed.cbSyncId = static_cast<std::uint32_t>(entry.m_syncId.size());
+    packed.destination = Share(entry.m_destination);
+    packed.origin = Share(entry.m_origin);
+    packed.detail = Share(entry.m_detail);
+    packed.done = Share(entry.m_done);
+    packed.state = entry.m_state;
+    packed.toSource = entry.m_toSource;
+    m_texts.append(entry.m_subject).append(entry.m_syncId);
+    m_entries.push_back(packed);
+}
+
+void CSyncProtocol::SetDone(size_t index, const std::string& done) {
+    CPacked& entry = m_entries.at(index);
+    entry.detail = entry.done = Share(done);
 }
 
 CSyncProtocolEntry CSyncProtocol::At(size_t index) const {
@@ -35,5 +46,7 @@ CSyncProtocolEntry CSyncProtocol::At(size_t index) const {
             m_texts.substr(entry.at, entry.cbSubject),
             m_shared[entry.detail],
             entry.state,
-            m_texts.substr(entry.at + entry.cbSubject, entry.cbSyncId)};
+            m_texts.substr(entry.at + entry.cbSubject, entry.cbSyncId),
+            m_shared[entry.done],
+            entry.toSource};
 }

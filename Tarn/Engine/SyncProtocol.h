@@ -9,9 +9,11 @@ struct CSyncProtocolEntry {
     std::string m_destination;  // display name of the folder that the change goes to
     std::string m_origin;       // and of the one it comes from
     std::string m_subject;
-    std::string m_detail;  // what happened
+    std::string m_detail;  // what happened; a row to which nothing did repeats what the row before it has
     int m_state = 0;       // a SyncState
     std::string m_syncId;
+    std::string m_done;       // what happened to this item; empty: nothing
+    bool m_toSource = false;  // the side of the pair that the change goes to
 };
 
 // Entries stay in the order of what happened until the caller clears the list; one protocol serves all
@@ -19,8 +21,12 @@ struct CSyncProtocolEntry {
 // made anew for each who asks. Used by the thread of the run alone.
 class CSyncProtocol {
 public:
+    // Of an item to which `detail` happened.
     void Add(const std::string& destination, const std::string& origin, const std::string& subject, int state,
              const std::string& detail, const std::string& syncId);
+    void Add(const CSyncProtocolEntry& entry);
+    // What became of an item after its entry was made.
+    void SetDone(size_t index, const std::string& done);
     void Clear();
 
     size_t Count() const { return m_entries.size(); }
@@ -50,8 +56,9 @@ private:
         size_t at;  // in m_texts: subject, sync ID
         std::uint32_t cbSubject;
         std::uint32_t cbSyncId;
-        std::uint32_t destination, origin, detail;  // in m_shared
+        std::uint32_t destination, origin, detail, done;  // in m_shared
         int state;
+        bool toSource;
     };
     std::uint32_t Share(const std::string& text);
 

@@ -1,7 +1,11 @@
 // The order of the phases of a run, and what becomes of the run when one of them fails.
+#include <Platform/Clock.h>
 #include <Platform/Registry.h>
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/SyncRun.h>
+#include <Tarn/Engine/UnfinishedCopies.h>
+
+#include <utility>
 
 namespace {
 constexpr char SwitchKey[] = "Software\\Ostrand\\Vellum";
@@ -63,6 +67,13 @@ void CSyncRun::DropChanges() {
 }
 
 int CSyncRun::Run(const std::string& source, const std::string& target) {
+    const int answer = OpenAndRun(source, target);
+    Reached(m_target, m_target.batch.End());
+    Reached(m_source, m_source.batch.End());
+    return answer;
+}
+
+int CSyncRun::OpenAndRun(const std::string& source, const std::string& target) {
     try {
         Status(LoadText(TEXT_OPENING_FOLDERS));
         if (!SplitKeys(source, target)) return 1;
@@ -71,6 +82,10 @@ int CSyncRun::Run(const std::string& source, const std::string& target) {
         TraceFormat(trace, "to %s", target.substr(0, MaxTracedKey).c_str());
         if (!OpenSides()) {
             ++m_engine.m_outcome.pairsNotOpened;
+            return 0;
+        }
+        if (m_engine.m_gate && !m_engine.m_gate->Enter(m_source.folder, m_target.folder)) {
+            ++m_engine.m_outcome.phasesFailed;
             return 0;
         }
         m_source.batch.Begin(m_source.store);
@@ -95,6 +110,7 @@ void CSyncRun::Phases() {
         m_answer = 1;
         return;
     }
+    if (m_engine.m_stoppedByGuard) return;
     ++m_engine.m_outcome.pairsRun;
     SortAndQuery();
     CheckIdentities();
@@ -102,20 +118,25 @@ void CSyncRun::Phases() {
         m_engine.TraceRows("Source", m_source.rows);
         m_engine.TraceRows("Target", m_target.rows);
     }
-    ReadLastSyncTimes();
+    NoteLook(m_source, m_engine.m_sourceSyncTime);
+    NoteLook(m_target, m_engine.m_targetSyncTime);
+    m_engine.ReadLastSyncTimes(m_source.folder);
+    TurnMemoriesBack();
     if (!m_engine.HasFlag(SYNC_NEW_ONLY)) ForgetTables();
     if (!Analyze()) return;
     if (m_engine.HasFlag(SYNC_NEW_ONLY) && HasChanges()) ReloadAllRows();
     CSyncOutcome& outcome = m_engine.m_outcome;
-    Guarded(outcome, "Error finding conflicts", "Tarn",
-            [&] { m_engine.FindConflicts(m_source.changes, m_target.changes); });
+    Guarded(outcome, "Error finding conflicts", "Tarn", [&] {
+        m_engine.FindConflicts(m_source.changes, m_target.changes, &m_source.folder, &m_target.folder);
+    });
+    if (m_engine.m_cancelled) return;
     Guarded(outcome, "Error tracing rows", "Vellum", [&] { TraceChanges(); });
     if (!Permitted()) return;
     ForgetMemories();
     MarkRowsOfSides();
     StartNotes();
     KeepConflictLosers();
-    CopyBothWays();
+    if (!HasLost()) CopyBothWays();
     if (!m_engine.m_cancelled) WriteState();
 }
 
@@ -235,6 +256,20 @@ void CSyncRun::OpenTable(Side& side, const char* reported, const char* crashed) 
     }
 }
 
+// Asked before the look: without its query the pair would carry all that the query was to keep out.
+bool CSyncRun::QueryPermitted() {
+    const std::string problem = m_engine.SettleQuery(m_source.folder, m_target.folder);
+    if (problem.empty()) return true;
+    if (m_engine.m_queryGuard && !m_engine.m_queryGuard->PermitsQuery(problem)) {
+        m_engine.m_stoppedByGuard = m_engine.m_outcome.guarded = true;
+        return false;
+    }
+    ShowMessageBox(problem + ".\nThe folders \"" + m_source.name + "\" and \"" + m_target.name +
+                       "\" are synchronized without it.",
+                   "Vellumware");
+    return true;
+}
+
 bool CSyncRun::Load() {
     try {
         OpenTable(m_source, "Opening source folder", "Crash opening source folder");
@@ -247,7 +282,9 @@ bool CSyncRun::Load() {
         }
         Status("Reading status");
         m_engine.SetPairTarget(m_target.folder);
-        m_engine.ReadSyncFiles(m_source.folder);
+        if (!QueryPermitted()) return true;
+        m_engine.ReadSyncFiles(m_source.folder, m_target.folder);
+        CompareMark();
         Status("Getting rows");
         m_engine.ApplyTableFilter(m_source.folder, m_source.table, &m_engine.m_sourceSyncTime, true);
         m_engine.ApplyTableFilter(m_target.folder, m_target.table, &m_engine.m_targetSyncTime, true);
@@ -312,39 +349,43 @@ void CSyncRun::CheckIdentity(Side& side, const char* failure) {
     });
 }
 
+// Before stamps that are another item's are taken off, for those of such copies are.
+void CSyncRun::FinishCopies() {
+    if (!HasRows()) return;
+    const CCopySide source{m_source.store, m_source.folder, m_source.rows, m_engine.m_sourceData,
+                           m_source.batch};
+    const CCopySide target{m_target.store, m_target.folder, m_target.rows, m_engine.m_targetData,
+                           m_target.batch};
+    CUnfinishedCopies inTarget(m_engine, target, source), inSource(m_engine, source, target);
+    inTarget.Finish();
+    inSource.Finish();
+    if (inTarget.ChangedOther() || inSource.ChangedOwn()) QueryRows(m_source, "Getting source rows");
+    if (inTarget.ChangedOwn() || inSource.ChangedOther()) QueryRows(m_target, "Getting target rows");
+}
+
 void CSyncRun::CheckIdentities() {
+    Guarded(m_engine.m_outcome, "Error finishing copies", "Tarn", [&] { FinishCopies(); });
     CheckIdentity(m_source, "Error getting Source SyncID");
     CheckIdentity(m_target, "Error getting Target SyncID");
 }
 
-void CSyncRun::ReadLastSyncTimes() {
-    IMessagePtr settings;
-    CSyncOutcome& outcome = m_engine.m_outcome;
-    try {
-        settings = m_engine.GetConfigMsg(m_source.folder);
-    } catch (const CMAPIException& e) {
-        ++outcome.phasesFailed;
-        ReportException(e, "Opening config message");
-    } catch (...) {
-        ++outcome.phasesFailed;
-        ShowMessageBox("Error opening config message\nError in Line", "Tarn");
+// `since` is where an incremental look began.
+void CSyncRun::NoteLook(Side& side, const FILETIME& since) {
+    side.memory.look = since;
+    for (ULONG row = 0; side.rows.IsValid() && row < side.rows.Count(); ++row) {
+        const FILETIME time = side.rows.Cell(row, COL_MODIFIED).Time();
+        if (CompareFileTimes(time, side.memory.look) > 0) side.memory.look = time;
     }
-    if (!settings) return;
-    const auto read = [&](const wchar_t* name, FILETIME& time, const char* reported, const char* crashed) {
-        try {
-            time = ReadTime(settings, name);
-        } catch (const CMAPIException& e) {
-            ++outcome.phasesFailed;
-            ReportException(e, reported);
-        } catch (...) {
-            ++outcome.phasesFailed;
-            ShowMessageBox(crashed, "Tarn");
-        }
-    };
-    read(L"VellumTimeSource", m_engine.m_lastSyncSource, "Reading last sync time Source",
-         "Error reading last sync time Tource");
-    read(L"VellumTimeTarget", m_engine.m_lastSyncTarget, "Reading last sync time Target",
-         "Error reading last sync time Target");
+}
+
+// Rows that were read once more show changes that the lists do not have. They count as not seen yet: what is
+// remembered of them is a time before, and the next run finds them.
+void CSyncRun::HideLaterChanges(Side& side) {
+    for (ULONG row = 0; side.rows.IsValid() && row < side.rows.Count(); ++row) {
+        const CMapiPropValue time = side.rows.Cell(row, COL_MODIFIED);
+        if (time.Type() == PT_SYSTIME && CompareFileTimes(time.Time(), side.memory.look) > 0)
+            time.Get()->Value.ft = side.memory.look;
+    }
 }
 
 // --- deciding --------------------------------------------------------------------------------------
@@ -388,6 +429,8 @@ void CSyncRun::ReloadAllRows() {
     QueryRows(m_source, "Getting source rows");
     QueryRows(m_target, "Getting target rows");
     if (!HasRows()) DropChanges();
+    HideLaterChanges(m_source);
+    HideLaterChanges(m_target);
 }
 
 void CSyncRun::TraceChanges() {
@@ -438,12 +481,14 @@ void CSyncRun::CopyBothWays() {
     const auto copy = [&](Side& from, Side& to, CSyncFileMap& data, bool toSource) {
         Guarded(m_engine.m_outcome, "Error in CopyModifiedElements", "Vellum", [&] {
             m_engine.m_copyToSource = toSource;
+            m_engine.m_batchFrom = &from.batch;
             m_engine.CopyModifiedElements(from.changes, from.folder, to.folder, from.rows, to.rows, data,
                                           from.store, to.store, from.name, to.name);
         });
         return m_engine.PollCancelled();
     };
     if (m_engine.m_cancelled || copy(m_source, m_target, m_engine.m_targetData, false)) return;
+    if (HasLost()) return;
     ServerTraceWrite(m_engine.m_traceFile,
                      "----------------------------------------- copy target to source ---------------- \n");
     copy(m_target, m_source, m_engine.m_sourceData, true);
@@ -451,37 +496,62 @@ void CSyncRun::CopyBothWays() {
 
 void CSyncRun::WriteState() {
     Status("writing files");
-    if (HasChanges()) {
+    if (HasChanges() || MustAgreeOnMark()) {
         Guarded(m_engine.m_outcome, "Error in Writing files", "Vellum", [&] {
-            // A sync file must not tell of items that a failing disk has not taken.
-            THROW_ON_FAILURE(m_target.batch.Flush());
-            THROW_ON_FAILURE(m_source.batch.Flush());
+            // A sync file must not tell of items that a disk does not hold, or will not hold any more when
+            // power comes back. The source's log has them before it has the files.
+            LeaveMark();
+            const bool targetHolds = Reached(m_target, m_target.batch.FlushToDisk());
+            const bool sourceHolds = Reached(m_source, m_source.batch.Flush());
+            if (!targetHolds || !sourceHolds) return;
             ForgetRows();
             m_engine.WriteSyncFiles(m_source.folder, m_target.folder, true, true);
+            Reached(m_source, m_source.batch.Flush());
         });
     }
     Status("finish");
+}
+
+// What a store answers for the saves of the run. A loss is told once, and nothing is built on it any more.
+bool CSyncRun::Reached(Side& side, HRESULT answer) {
+    if (answer >= 0) return true;
+    if (std::exchange(side.toldOfLoss, true)) return false;
+    m_engine.NoteUnsure();
+    m_engine.m_ownWrites.Clear();
+    ++m_engine.m_outcome.phasesFailed;
+    const CMAPIException& loss = *side.batch.Loss();
+    const std::string reason =
+        loss.Reason().empty() ? loss.GetErrorText() : loss.Reason() + " (" + loss.GetErrorText() + ")";
+    ShowMessageBox(FormatText(LoadText(TEXT_SAVES_LOST).c_str(), side.name.c_str(), reason.c_str()),
+                   "Vellum");
+    return false;
 }
 
 // --- CSyncFolder -------------------------------------------------------------------------------------
 
 int CSyncFolder::SyncFolder(const std::string& source, const std::string& target, bool, bool,
                             bool findDeletions) {
-    if (m_stoppedByGuard) return 0;
+    if (m_stoppedByGuard || m_walkCancelled) return 0;
     m_findDeletions = findDeletions;
     m_sourceSyncTime = m_targetSyncTime = {};
     m_lastSyncSource = m_lastSyncTarget = {};
+    m_thisRun = UtcNow();
     m_cancelled = 0;
     m_tags.Clear();
     m_pairKey.clear();
+    m_targetDiffers = false;
     m_ownWrites.Clear();
+    m_inConflict.clear();
     m_writtenRows.Drop();
     m_sourceData.Clear();
     m_targetData.Clear();
     if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
     CSyncRun run(*this);
+    m_run = &run;
     const int answer = run.Run(source, target);
+    m_run = nullptr;
     m_sourceMemory = m_targetMemory = nullptr;
+    m_batchFrom = nullptr;
     return answer;
 }
 
@@ -495,12 +565,41 @@ void CSyncFolder::FindDuplicates() {
         "Vellum");
 }
 
-bool CSyncFolder::PollCancelled() {
-    if (m_progress) m_cancelled = m_progress->IsCancelled();
-    if (m_cancelled) m_outcome.cancelled = true;
-    return m_cancelled != 0;
+void CSyncFolder::ReadLastSyncTimes(const IMAPIFolderPtr& sourceFolder) {
+    IMessagePtr settings;
+    try {
+        settings = GetConfigMsg(sourceFolder);
+    } catch (const CMAPIException& e) {
+        ++m_outcome.phasesFailed;
+        ReportException(e, "Opening config message");
+    } catch (...) {
+        ++m_outcome.phasesFailed;
+        ShowMessageBox("Error opening config message\nError in Line", "Tarn");
+    }
+    if (!settings) return;
+    const auto read = [&](const wchar_t* name, FILETIME& time, const char* reported, const char* crashed) {
+        try {
+            time = ReadTime(settings, name);
+        } catch (const CMAPIException& e) {
+            ++m_outcome.phasesFailed;
+            ReportException(e, reported);
+        } catch (...) {
+            ++m_outcome.phasesFailed;
+            ShowMessageBox(crashed, "Tarn");
+        }
+    };
+    read(L"VellumTimeSource", m_lastSyncSource, "Reading last sync time Source",
+         "Error reading last sync time Tource");
+    read(L"VellumTimeTarget", m_lastSyncTarget, "Reading last sync time Target",
+         "Error reading last sync time Target");
 }
 
-void CSyncFolder::NoteChanged(unsigned items) {
-    (m_copyToSource ? m_outcome.sourceChanged : m_outcome.targetChanged) += items;
+bool CSyncFolder::HasLost() const {
+    return m_run && m_run->HasLost();
+}
+
+bool CSyncFolder::PollCancelled() {
+    if (m_progress) m_cancelled = m_progress->IsCancelled();
+    if (m_cancelled) m_outcome.cancelled = m_walkCancelled = true;
+    return m_cancelled != 0;
 }

@@ -1,30 +1,9 @@
 // Which rows of a folder exist for a run.
 #include <Platform/UserInterface.h>
+#include <Tarn/Engine/PairQuery.h>
 #include <Tarn/Engine/syncfolder.h>
-#include <Tools/CompileRestriction.h>
-#include <Tools/INIQuerys.h>
 
 namespace {
-constexpr char NotPrivate[] = "not (Private=1 or Sensitivity=2)";
-
-std::string QueryText(const CTarnSetting& setting) {
-    if (!setting.Has(SYNC_SKIP_PRIVATE)) return setting.m_query;
-    if (setting.m_query.empty()) return NotPrivate;
-    return std::string(NotPrivate) + " and (" + setting.m_query + ")";
-}
-
-// The table shows what the query names, for those who look at the rows.
-void AddQueryColumns(const CCompileRestriction& compiler, const IMAPITablePtr& table) {
-    SPropTagArray* columns = nullptr;
-    THROW_ON_FAILURE_FOR(table->QueryColumns(0, &columns), table.Get());
-    SPropTagArray* merged = compiler.MergeUsedTags(columns);
-    HRESULT hr = S_OK;
-    if (merged && columns && merged->cValues != columns->cValues) hr = table->SetColumns(merged, TBL_BATCH);
-    MAPIFreeBuffer(merged);
-    MAPIFreeBuffer(columns);
-    THROW_ON_FAILURE_FOR(hr, table.Get());
-}
-
 // Rows changed at `time` or later.
 class CSinceRestriction {
 public:
@@ -54,27 +33,30 @@ private:
 }  // namespace
 
 bool CSyncFolder::IsFiltered() const {
-    return m_setting && (HasFlag(SYNC_NEW_ONLY) || !QueryText(*m_setting).empty());
+    return m_setting && (HasFlag(SYNC_NEW_ONLY) || HasFlag(SYNC_SKIP_PRIVATE) || !m_setting->m_query.empty());
+}
+
+std::string CSyncFolder::SettleQuery(const IMAPIFolderPtr& source, const IMAPIFolderPtr& target) {
+    m_leaveQueryOut = false;
+    if (!m_setting || m_setting->m_query.empty()) return {};
+    std::string problem;
+    for (const IMAPIFolderPtr* folder : {&source, &target})
+        if (folder->IsValid() && problem.empty()) problem = CPairQuery(*m_setting, *folder, false).Problem();
+    m_leaveQueryOut = !problem.empty();
+    return problem;
 }
 
 void CSyncFolder::ApplyTableFilter(const IMAPIFolderPtr& folder, const IMAPITablePtr& table,
                                    const FILETIME* time, bool useTime) {
     table.Restrict(nullptr, TBL_BATCH);
     if (!m_setting) return;
-    const std::string query = QueryText(*m_setting);
-    CINIQuerys queries;
-    CCompileRestriction compiler;
-    if (!query.empty()) {
-        queries = LoadStoredQueries();
-        PrepareQueryCompiler(compiler, folder.Get(), nullptr, &queries);
-        compiler.Compile(query);
-    }
-    SRestriction* restriction = compiler.Restriction();
-    const bool failed = !restriction && compiler.HasError();
-
+    CPairQuery query(*m_setting, folder, m_leaveQueryOut);
+    // What was settled for both sides before they were looked at must not fall open for one of them now:
+    // rows that the look did not have would count as new, or be remembered as seen.
+    if (!query.Problem().empty()) throw CMAPIException(MAPI_E_CALL_FAILED, "ApplyTableFilter", nullptr);
+    SRestriction* restriction = query.Restriction();
+    if (restriction) query.AddColumns(table);
     CSinceRestriction since(time ? *time : FILETIME{});
     if (time && useTime && HasFlag(SYNC_NEW_ONLY)) restriction = since.And(restriction);
-    if (!query.empty()) AddQueryColumns(compiler, table);
     if (restriction) table.Restrict(restriction, TBL_BATCH);
-    if (failed) ShowMessageBox(compiler.ErrorText(), "Vellumware");
 }

@@ -46,6 +46,9 @@ void CTarnSetting::FromText(const std::string& line) {
     TakeToken(tokens, 8, m_targetPath);
     TakeToken(tokens, 9, m_groupId);
     TakeToken(tokens, 10, m_query);
+    // A blank is what writers put where nothing must vanish.
+    for (std::string* field : {&m_groupId, &m_query})
+        if (field->find_first_not_of(' ') == std::string::npos) field->clear();
 }
 
 void CTarnSetting::EmailsFromText(const std::vector<std::string>& lines) {

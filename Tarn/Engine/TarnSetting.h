@@ -51,8 +51,8 @@ public:
 
     // Takes a record line without its line end. A run of semicolons counts as one and nothing is
     // escaped, so an empty field moves those behind it forward: a query survives only in a record that
-    // has a group identifier. A field that the line does not have stays as it was; never throws for
-    // what the line holds.
+    // has a group identifier. A group or query of blanks is empty. A field that the line does not have stays
+    // as it was; never throws for what the line holds.
     void FromText(const std::string& line);
 
     // Appends one member for each line, "+spare;address;name".

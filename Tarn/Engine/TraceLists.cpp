@@ -37,7 +37,7 @@ void CSyncFolder::TraceModifications(CSyncMessages& list) {
         const CSyncMessage& message = list.At(i);
         word = StateWord(message.m_state, word);
         TraceFormat(m_traceFile, "%s %-20s %-50s %-50s\n", word, message.m_name.c_str(),
-                    message.m_entryId.Hex().c_str(), message.m_syncId.c_str());
+                    message.m_item.Hex().c_str(), message.m_syncId.c_str());
     }
 }
 
@@ -49,8 +49,7 @@ void CSyncFolder::TraceRows(const char* name, const CMapiRowSet& rows) {
     for (ULONG row = 0; row < rows.Count(); ++row) {
         const CMapiPropValue subject = rows.Cell(row, COL_SUBJECT);
         const CMapiPropValue label = subject.IsError() ? rows.Cell(row, COL_DISPLAY_NAME) : subject;
-        TraceFormat(m_traceFile, "%s %s %s %s %s %s %s\n",
-                    HexFromBinary(rows.Cell(row, COL_ENTRYID).Binary()).c_str(),
+        TraceFormat(m_traceFile, "%s %s %s %s %s %s %s\n", HexFromBinary(KeyOfRow(rows, row)).c_str(),
                     FormatFileTime(rows.Cell(row, COL_MODIFIED).Time()).c_str(),
                     rows.Cell(row, COL_STAMP).Text().c_str(),
                     rows.Cell(row, COL_LONGTERM_ENTRYID).Text().c_str(),

@@ -27,7 +27,19 @@ public:
     // The window that serves the dialog, 0 until it is up. Set by the thread of the window, read by
     // that of the run.
     WindowHandle Window() const { return m_window.load(); }
-    void SetWindow(WindowHandle window) { m_window.store(window); }
+    // False: the run has ended already, and nobody will end the dialog any more.
+    bool SetWindow(WindowHandle window) {
+        m_window.store(window);
+        return !m_runEnded.load();
+    }
+    // By the thread of the run: ends the dialog through its window, now or as soon as it comes up.
+    void EndRun() {
+        m_runEnded.store(true);
+        if (const WindowHandle window = Window()) SendWindowMessage(window, PROGRESS_CLOSE, 0, 0);
+    }
+    // By the thread of the window: the dialog has gone, or will not come up.
+    void Abandon() { m_abandoned.store(true); }
+    bool IsAbandoned() const { return m_abandoned.load(); }
 
     // The Cancel button; any thread. The run sees it at its next look.
     void Cancel() { m_cancelled.store(1); }
@@ -45,6 +57,8 @@ private:
     IVellumDlgView* m_view;
     std::atomic<WindowHandle> m_window{0};
     std::atomic<int> m_cancelled{0};
+    std::atomic<bool> m_runEnded{false};
+    std::atomic<bool> m_abandoned{false};
     int m_message = 0;
     int m_messages = 0;
     int m_folder = 0;

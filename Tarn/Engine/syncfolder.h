@@ -17,17 +17,23 @@
 #include <Tarn/Engine/TarnSetting.h>
 
 #include <array>
+#include <list>
 #include <memory>
+#include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 class CMessageCache;
+class CStoreBatch;
+class CSyncRun;
 
 // What a batch did, beyond what SyncSubFolder answers (its number is information only). Sums over all
 // pairs and subfolders since the caller last cleared it.
 struct CSyncOutcome {
     unsigned pairsRun = 0;        // pairs whose folders and tables were open
     unsigned pairsNotOpened = 0;  // pairs with a store, folder or table that did not open
+    unsigned pairsHeld = 0;       // pairs that were not begun, because another run has one of their folders
     unsigned phasesFailed = 0;    // phases of a run that ended with an error of their own
     unsigned rowsFailed = 0;      // items that could not be carried over or removed
     unsigned sourceChanged = 0;   // items created, rewritten or removed in source folders
@@ -47,14 +53,15 @@ struct CSyncTargetRecord {
     ULONG m_modifiedHigh = 0;
 };
 
-// Entry IDs that wait to be removed together.
+// Items that wait to be removed together.
 class CEntryIdBatch {
 public:
     void Clear();
-    void Add(const SBinary& entryId);
+    void Add(const CItemKeyView& item);
     size_t Count() const { return m_ids.size(); }
     bool IsEmpty() const { return m_ids.empty(); }
-    // Valid until the batch is changed.
+    // Both valid until the batch is changed.
+    CItemKeyView At(size_t index) const { return CItemKeyView::OfKept(m_ids.at(index)); }
     ENTRYLIST* List();
 
 private:
@@ -67,6 +74,9 @@ private:
 enum DeletionBatch { BATCH_DELETED = 0, BATCH_CONFLICTS = 1, BATCH_OVERWRITTEN = 2, BATCH_COUNT = 3 };
 
 inline constexpr LONG DeletionBatchCapacity = 5000;
+
+// What a person is told of a folder that has the name of another one beside it.
+std::string NamesakeText(const std::string& path);
 
 // One object for one batch of pairs, on the thread that uses the session. The caller sets session,
 // setting, progress, protocol and the options below, then calls SyncSubFolder once per pair. Between
@@ -108,6 +118,9 @@ public:
     // Gives items that bear another item's stamp an identity of their own. True: some were changed,
     // query the rows again. Does not throw CMAPIException.
     bool CheckSyncID(const IMAPIFolderPtr& folder, CMapiRowSet& rows);
+    // Makes `rows` what CheckSyncID and another reading would make of them, with nothing written. The new IDs
+    // stand in `ids`, which must live as long as the rows are used. Throws.
+    void PreviewSyncIDs(const IMAPIFolderPtr& folder, CMapiRowSet& rows, std::list<std::string>& ids);
     // Takes the text out of a private appointment, if the option is on. Never throws.
     void ModifyTarget(IMessagePtr& message);
     // The stamp's tags in the object's store, asked for once per store and run. Throws.
@@ -116,15 +129,23 @@ public:
     // ---- hidden messages and sync files (SyncFileStore.cpp) --------------------------------------
 
     // The hidden message of this subject and class, or an empty wrapper. With `create` set a message
-    // that is not there is made, unsaved; a folder that cannot be searched throws then.
+    // that is not there is made, unsaved. A folder that cannot be searched throws.
     IMessagePtr OpenConfigMessage(const IMAPIFolderPtr& folder, const std::string& subject,
                                   const std::string& messageClass, bool create);
     // The message with the last sync times, made (unsaved) if absent; empty after a failure.
     IMessagePtr GetConfigMsg(const IMAPIFolderPtr& folder);
+    // m_lastSyncSource and m_lastSyncTarget, from the settings message of the source folder. Reports and
+    // counts what fails.
+    void ReadLastSyncTimes(const IMAPIFolderPtr& sourceFolder);
     // Names the target of the pair whose sync files are read and written from now on; an empty folder
     // for a folder that stands alone. WriteSyncFiles does it by itself. Throws.
     void SetPairTarget(const IMAPIFolderPtr& targetFolder);
-    void ReadSyncFiles(const IMAPIFolderPtr& sourceFolder);
+    // What stays of a folder's names whenever its store is opened; empty for a folder without. Throws.
+    static std::string PairKeyOf(const IMAPIFolderPtr& folder);
+    // Of the pair named by SetPairTarget. A folder that was made from the target's side had its first run
+    // the other way round, and the memory of that lies in `targetFolder` (may be empty): it is looked for
+    // there where the source has none.
+    void ReadSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder);
     // `name` is "SourceID" or "TargetID"; `syncTime` may be null. S_OK also where no message exists.
     // Never throws; after a failure the map holds what was read so far.
     HRESULT ReadSyncFile(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
@@ -144,23 +165,32 @@ public:
                           CSyncFileMap& otherData, const IMAPIFolderPtr& ownFolder,
                           const IMAPIFolderPtr& otherFolder, CMapiRowSet& ownRows,
                           const CMapiRowSet& otherRows, const FILETIME& lastSyncTime);
-    // Restricts the table to what the pair's query and the private option select, and with `useTime`
-    // in the incremental mode to rows since `time` (may be null). Throws.
+    // Whether the pair's query can be used in these two folders (one may be empty), to be asked before they
+    // are looked at: empty, or what is wrong with it in words for a person. A query that cannot be used on
+    // either side is left out on both until the next call; the private option holds all the same. Throws.
+    std::string SettleQuery(const IMAPIFolderPtr& source, const IMAPIFolderPtr& target);
+    // Restricts the table to what the pair's query (as settled) and the private option select, and with
+    // `useTime` in the incremental mode to rows since `time` (may be null). Throws.
     void ApplyTableFilter(const IMAPIFolderPtr& folder, const IMAPITablePtr& table, const FILETIME* time,
                           bool useTime);
     // Whether the pair's setting selects some of the rows.
     bool IsFiltered() const;
-    bool FindBySearchKey(CSyncFileMap& ownData, const SBinary& identifier, const CMapiRowSet& otherRows,
-                         const FILETIME& rowTime, const SBinary& searchKey, LONG& result);
+    bool FindBySearchKey(CSyncFileMap& ownData, const CItemKeyView& item, const CMapiRowSet& otherRows,
+                         const FILETIME& rowTime, const SBinary& searchKey, const CMapiRowSet& ownRows,
+                         LONG& result);
 
     // ---- conflicts (Conflicts.cpp) ---------------------------------------------------------------
 
-    void FindConflicts(CSyncMessages& source, CSyncMessages& target);
+    // With the folders given, two items that hold the same have no conflict. Polls the progress then.
+    void FindConflicts(CSyncMessages& source, CSyncMessages& target,
+                       const IMAPIFolderPtr* sourceFolder = nullptr,
+                       const IMAPIFolderPtr* targetFolder = nullptr);
     void MoveConflicts(CSyncMessages& list, const IMAPIFolderPtr& ownFolder,
                        const IMAPIFolderPtr& otherFolder, const CMapiRowSet& ownRows,
                        const CMapiRowSet& otherRows, CSyncFileMap& ownData, CSyncFileMap& otherData,
                        const IMsgStorePtr& ownStore, const IMsgStorePtr& otherStore);
-    void MoveToConflictFolder(ENTRYLIST* entries, const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
+    void MoveToConflictFolder(CEntryIdBatch& entries, const IMsgStorePtr& store,
+                              const IMAPIFolderPtr& folder);
 
     // ---- subfolders (SubFolders.cpp) -------------------------------------------------------------
 
@@ -171,16 +201,20 @@ public:
     // ---- deletion (Deletion.cpp) -----------------------------------------------------------------
 
     void InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder, LONG capacity);
-    void AddToDelArray(const SBinary& entryId, const IMAPIFolderPtr& folder, int batch);
+    // False where the item stays: a copy of this pass has written it.
+    bool AddToDelArray(const CItemKeyView& item, const IMAPIFolderPtr& folder, int batch);
     void FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
-    void MoveToDeletedFolder(ENTRYLIST* entries, const char* name, const IMsgStorePtr& store,
-                             const IMAPIFolderPtr& folder);
-    void MoveOverwritten(const SBinary& entryId, const IMAPIFolderPtr& folder);
+    // Counts each item that stays as a failed row and names it in NotRemoved. Answers how many are gone.
+    unsigned MoveToDeletedFolder(CEntryIdBatch& entries, const char* name, const IMsgStorePtr& store,
+                                 const IMAPIFolderPtr& folder);
+    // The bytes of the keys of items that could not be removed since InitDelArrays.
+    const std::set<std::string>& NotRemoved() const { return m_notRemoved; }
+    void MoveOverwritten(const CItemKeyView& item, const IMAPIFolderPtr& folder);
     // Creates the folders of `path` (separated by backslashes) below `parent`; the deepest, or an
     // empty wrapper.
     IMAPIFolderPtr CreateHoldingPath(const IMAPIFolderPtr& parent, const std::string& path);
     // Also takes the entry out of the message cache.
-    void DeleteEntry(const SBinary& entryId, const IMAPIFolderPtr& folder);
+    void DeleteEntry(const CItemKeyView& item, const IMAPIFolderPtr& folder);
     // The registry switch that makes removing final. Read once in a process.
     static bool IsHardDelete();
     static void ForgetHardDelete();  // for tests
@@ -212,7 +246,7 @@ public:
                         const IMAPIFolderPtr& targetFolder, const CMapiRowSet& sourceRows,
                         const CMapiRowSet& targetRows, CSyncFileMap& syncData, std::string& status);
     // Moves the entry to `overwriteFolder`; does nothing if that is not open.
-    void DeleteRowEntry(const IMAPIFolderPtr& folder, const SBinary& entryId,
+    void DeleteRowEntry(const IMAPIFolderPtr& folder, const CItemKeyView& item,
                         const IMAPIFolderPtr& overwriteFolder);
     bool IsSkippedPrivate(IMessagePtr& message);
     IMessagePtr OpenRowMessage(CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
@@ -223,7 +257,7 @@ public:
     bool IsMarkedPrivate(IMessagePtr& message);
     void RemoveContents(IMessagePtr& message);
     int ResyncObject(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
-                     const SBinary& sourceEntryId, const SBinary& targetEntryId, std::string& status);
+                     const SBinary& sourceEntryId, const CItemKeyView& targetItem, std::string& status);
     void CheckIfTargetExists(const SBinary& sourceEntryId, CSyncFileMap& syncData,
                              const CMapiRowSet& targetRows, const IMAPIFolderPtr& sourceFolder,
                              const IMAPIFolderPtr& targetFolder);
@@ -233,8 +267,10 @@ public:
 
     // ---- counterpart search (CounterpartSearch.cpp) ----------------------------------------------
 
+    // With `sourceRows` no item is found that is linked with one of these.
     int FindSimilarObject(CSyncMessage* row, const CMapiRowSet& targetRows,
-                          const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder);
+                          const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder,
+                          const CMapiRowSet* sourceRows = nullptr);
     int FindEqual(CSyncMessage* row, const CMapiRowSet& targetRows, const IMAPIFolderPtr& sourceFolder,
                   const IMAPIFolderPtr& targetFolder);
     void FindCounterpart(CSyncMessage& row, const IMAPIFolderPtr& sourceFolder,
@@ -249,26 +285,46 @@ public:
         ++m_outcome.rowsFailed;
         NoteUnsure();
     }
-    void NoteChanged(unsigned items = 1);
+    void NoteChanged(unsigned items = 1) { ChangedSide() += items; }
+    // An item that was counted as changed is as it was, or was counted already.
+    void NoteNotChanged() {
+        if (ChangedSide() > 0) --ChangedSide();
+    }
+    // The side of the pair that the copy loop writes to, whichever of the two folders is called the source
+    // in a part of a tree.
+    bool WritesToSource() const { return m_copyToSource != m_sidesSwapped; }
     // The item that a copy was just saved to. A deletion under the name that it had before does not
     // remove it any more in this copy loop.
-    void NoteWritten(const SBinary& entryId);
+    void NoteWritten(const CItemKeyView& item);
     // An item was saved: its time now is the run's own doing. `inFrom` where it lies on the side that the
     // copy loop reads from. Never throws CMAPIException.
-    void NoteSaved(const IMessagePtr& message, const SBinary& entryId, const std::string& syncId,
+    void NoteSaved(const IMessagePtr& message, const CItemKeyView& item, const std::string& syncId,
                    bool inFrom = false);
     // An item has left its folder.
-    void NoteRemoved(const SBinary& entryId) { m_writtenRows.NoteRemoved(entryId); }
+    void NoteRemoved(const CItemKeyView& item) {
+        m_writtenRows.NoteRemoved(item);
+        m_ownWrites.NoteRemoved(item);
+    }
     // Something happened to a folder that the notes of a run cannot tell: it is read again at the end.
     void NoteUnsure() { m_writtenRows.Drop(); }
     // True for such an item: it belongs to the item it was copied from, and no other one may take it.
-    bool WasWritten(const SBinary& entryId) const;
+    bool WasWritten(const CItemKeyView& item) const;
+    // True for an item that this run has linked, wherever it lies, or that has a conflict without a link: it
+    // is no counterpart of any other.
+    bool IsTaken(const CItemKeyView& item) const;
     void ForgetWritten() { m_ownWrites.StartPass(); }  // at the start of a copy loop
     // Asks the progress and keeps the answer in m_cancelled.
     bool PollCancelled();
     // The memories of the two sides were written by different runs: only one of the two got to the disk. A
     // change that the older one shows may have been dealt with, so what it replaces is kept.
-    bool MemoriesDiffer() const { return CompareFileTimes(m_sourceRun, m_targetRun) != 0; }
+    // The same where the target's store is older or newer than they.
+    bool MemoriesDiffer() const { return m_targetDiffers || CompareFileTimes(m_sourceRun, m_targetRun) != 0; }
+    // An item of the side that the copy loop writes to may have been changed since the last run and still
+    // bear the time that was remembered: its store's clock ticks in whole seconds, and the last run was
+    // under way, or not even begun, in that second.
+    bool MayHideAChange(const FILETIME& time) const;
+    // See CSyncRun. False outside a run.
+    bool HasLost() const;
     bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }
 
     // ---- members, set by the caller or shared by the phases ----------------------------------------
@@ -278,6 +334,9 @@ public:
     CSyncProgress* m_progress = nullptr;  // may be null; not owned
     CSyncProtocol* m_protocol = nullptr;  // may be null; not owned
     IRunGuard* m_guard = nullptr;         // may be null; not owned
+    IFolderGate* m_gate = nullptr;        // may be null; not owned
+    IQueryGuard* m_queryGuard = nullptr;  // may be null; not owned
+    bool m_leaveQueryOut = false;         // see SettleQuery
     bool m_stoppedByGuard = false;        // the pair under way ends; cleared by the caller before a pair
     int m_cancelled = 0;                  // the last answer of IsCancelled
     std::string m_sourceText;             // folder keys of SyncPrepared
@@ -308,13 +367,15 @@ public:
     CSideMemory* m_targetMemory = nullptr;
     unsigned m_notReadAgain = 0;  // memories made without reading the folder again, of all pairs so far
     COwnWrites m_ownWrites;
+    std::unordered_set<std::string> m_inConflict;  // bytes of the keys of items without a link, of this run
     CWrittenRows m_writtenRows;
     std::array<CEntryIdBatch, BATCH_COUNT> m_batches;
     std::vector<std::string> m_missingFolders;  // paths without counterpart that were not created
     CMapiSession m_session;
     std::unique_ptr<CMessageCache> m_cache;
     CSyncOutcome m_outcome;
-    bool m_copyToSource = false;  // the side that the copy loop under way writes to
+    bool m_copyToSource = false;  // the side that the copy loop under way writes to, of those of the run
+    CStoreBatch* m_batchFrom = nullptr;  // of the store that it reads from; may be null, not owned
 
 private:
     friend class CSyncRun;  // the phases of one pair (SyncRun.h)
@@ -324,6 +385,7 @@ private:
     HRESULT ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
                              FILETIME* syncTime);
     FILETIME& RunOf(const char* name);
+    void ReadSwappedSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder);
     void NamePairTarget(const IMAPIFolderPtr& targetFolder);
     void WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,
                            const char* name);
@@ -336,12 +398,15 @@ private:
         bool createFolders;
     };
     int RefuseTransport();
+    bool EndsWalk();
+    void NoteNamesake(const IMAPIFolderPtr& parent, const std::string& name);
     void SyncChildren(const std::string& sourceText, const std::string& targetText,
                       const CDirections& directions);
     void SyncLevel(const std::string& sourceText, const std::string& targetText,
                    const CDirections& directions);
     void CreateOrNote(const IMAPIFolderPtr& parent, const IMAPIFolderPtr& otherParent, const SBinary& entryId,
                       const std::string& name, const CMapiRowSet& rows, const CDirections& directions);
+    void TellOneFolderForTwo(const std::string& name);
     std::string ChildPath(const IMAPIFolderPtr& parent, const SBinary& entryId, const std::string& name);
     void FindDuplicates();
     std::string HoldingPathOf(const IMAPIFolderPtr& folder);
@@ -351,14 +416,28 @@ private:
                                const std::string& prefix);
     IMAPIFolderPtr OpenConflicts(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
     void TakeContainerClass(const IMAPIFolderPtr& folder, IMAPIFolderPtr& holding);
-    void MoveEntries(const ENTRYLIST& entries, const IMAPIFolderPtr& folder, const IMAPIFolderPtr& holding);
+    unsigned& ChangedSide() { return WritesToSource() ? m_outcome.sourceChanged : m_outcome.targetChanged; }
+    unsigned MoveEntries(const CEntryIdBatch& entries, const IMsgStorePtr& store,
+                         const IMAPIFolderPtr& folder, const IMAPIFolderPtr& holding);
+    unsigned DestroyEntries(CEntryIdBatch& entries, const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
+    void NoteNotRemoved(const CItemKeyView& item);
     void TraceDeletionFailure();
 
+    const CSyncRun* m_run = nullptr;  // the one under way
     CSyncTagCache m_tags;
     FILETIME m_sourceRun{};  // the runs that wrote the two memories; zero if not known
     FILETIME m_targetRun{};
-    FILETIME m_thisRun{};   // what this one writes
-    std::string m_pairKey;  // see SetPairTarget
+    FILETIME m_rememberedMark{};  // of the target's store, in its memory; zero if there is none
+    FILETIME m_thisMark{};
+    bool m_targetDiffers = false;  // the store bears another mark
+    FILETIME m_thisRun{};          // what this one writes
+    std::string m_pairKey;         // see SetPairTarget
+    bool m_foundMemory = false;    // of the last ReadSyncFiles
+    bool m_takesNobodys = true;    // a memory that names no pair may be this one's
     bool m_toldOfDuplicates = false;
-    int m_depth = 0;  // levels of subfolders above the pair under way
+    int m_depth = 0;               // levels of subfolders above the pair under way
+    bool m_walkCancelled = false;  // since the topmost of them began
+    // A folder that only the target has is the source of the pair that is made for it.
+    bool m_sidesSwapped = false;
+    std::set<std::string> m_notRemoved;
 };
