@@ -1,6 +1,7 @@
 #include <Tarn/Settings/ProtocolText.h>
 
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Tarn/Engine/SyncMessages.h>
 
 #include <iterator>
@@ -28,7 +29,7 @@ constexpr Words kCaptions[kProtocolColumns] = {
 };
 
 std::string Text(const Words& words) {
-    return NarrowFromWide(std::wstring(UserLanguage() == Language::German ? words.german : words.english));
+    return Utf8FromWide(std::wstring(UserLanguage() == Language::German ? words.german : words.english));
 }
 
 }  // namespace

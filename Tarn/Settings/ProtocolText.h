@@ -11,7 +11,7 @@ enum class ProtocolFilter { All = 0, Conflicts = 1, Changed = 2, New = 3, Delete
 
 bool IsShown(const CSyncProtocolEntry& entry, ProtocolFilter filter);
 
-// In UserLanguage(), 8-bit. A state without a word is "unknown".
+// In UserLanguage(). A state without a word is "unknown".
 std::string ProtocolStateName(int state);
 // The columns: destination, origin, item, state, detail, identity.
 std::array<std::string, kProtocolColumns> ProtocolCaptions();

@@ -20,10 +20,8 @@ IMessagePtr FindSettingsMessage(const IMAPIFolderPtr& folder, const char* subjec
         if (rowSubject != subject || rowClass != CTarnSettings::MessageClass) continue;
         IMessagePtr message;
         const IMAPIPropPtr opened = folder.OpenEntryv(rows.Cell(row, 2));
-        if (opened.IsValid())
-            THROW_ON_FAILURE_FOR(
-                opened->QueryInterface(IID_IMessage, reinterpret_cast<void**>(message.Out())),
-                opened.RawProp());
+        THROW_ON_FAILURE_FOR(opened->QueryInterface(IID_IMessage, reinterpret_cast<void**>(message.Out())),
+                             opened.RawProp());
         return message;
     }
     return {};
@@ -38,31 +36,47 @@ IMessagePtr FindOrCreateSettingsMessage(const IMAPIFolderPtr& folder, const char
     return message;
 }
 
+// 0 only where the message does not have the value: one that cannot be read would be saved as 0.
+LONG LongOrZero(const IMessagePtr& message, const wchar_t* name) {
+    CMapiPropValue value;
+    const ULONG tag = message.GetIDFromName(PS_PUBLIC_STRINGS, name, PT_LONG);
+    const HRESULT hr = message.GetOneProp(tag, value);
+    if (hr == MAPI_E_NOT_FOUND) return 0;
+    THROW_ON_FAILURE_FOR(hr, message.RawProp());
+    return value.Long();
+}
+
+// All of the body, or an exception: a list cut short would be written back so.
+std::string WholeBody(const IMessagePtr& message) {
+    std::string body;
+    const HRESULT hr = message.ReadTextStream(PR_BODY_A, 0, 0, body);
+    if (hr == MAPI_E_NOT_FOUND) return {};
+    THROW_ON_FAILURE_FOR(hr, message.RawProp());
+    return body;
+}
+
 }  // namespace
 
 void CTarnSettings::ReadValues(const IMessagePtr& message) {
-    m_timer = message.GetNamedLong(L"timer", 0) != 0;
-    m_timerVisual = message.GetNamedLong(L"timerVisual", 0) != 0;
-    m_seconds = static_cast<ULONG>(message.GetNamedLong(L"seconds", 0));
+    m_timer = LongOrZero(message, L"timer") != 0;
+    m_timerVisual = LongOrZero(message, L"timerVisual") != 0;
+    m_seconds = static_cast<ULONG>(LongOrZero(message, L"seconds"));
 }
 
 void CTarnSettings::ReadBody(const IMessagePtr& message) {
-    const std::string body = message.GetBody();
+    const std::string body = WholeBody(message);
     TraceFormat(nullptr, "Found body size=%d", static_cast<int>(body.size()));
-    // The read of a body never fails: an empty one may be one that cannot be read.
-    CComPtr<IStream> stream;
-    const HRESULT hr = body.empty() ? message.OpenStream(PR_BODY_A, 0, 0, stream) : S_OK;
-    if (FAILED(hr) && hr != MAPI_E_NOT_FOUND) throw CMAPIException(hr, "CTarnSettings::ReadBody", nullptr);
     ReadText(body);
 }
 
-void CTarnSettings::LoadFromMessage(const CMapiSession& session) {
+bool CTarnSettings::LoadFromMessage(const CMapiSession& session) {
+    bool readable = true;
     bool reached = false;
     try {
         const IMsgStorePtr store = session.OpenDefaultStore();
         if (!store.IsValid()) {
             ShowMessageBox("Loading settings, did not find default store", "Tarn");
-            return;
+            return false;
         }
         const IMessagePtr message = FindSettingsMessage(store.GetReceiveFolder(""), MessageSubject);
         if (message.IsValid()) {
@@ -73,32 +87,35 @@ void CTarnSettings::LoadFromMessage(const CMapiSession& session) {
             message.GetIDFromName(PS_PUBLIC_STRINGS, L"ReminderFolders", PT_MV_BINARY);
             message.GetIDFromName(PS_PUBLIC_STRINGS, L"ReminderFolder", PT_BINARY);
             ReadBody(message);
-            return;
+            return true;
         }
     } catch (const CMAPIException& e) {
-        m_readWhole = m_readWhole && !reached;
+        readable = false;
         ReportException(e, "Loading settings");
     } catch (...) {
-        m_readWhole = m_readWhole && !reached;
+        readable = false;
         ShowMessageBox("Fatal error reading settings", "Tarn");
     }
-    if (!reached) LoadFromOldMessage(session);
+    if (!reached) readable = LoadFromOldMessage(session) && readable;
+    return readable;
 }
 
-void CTarnSettings::LoadFromOldMessage(const CMapiSession& session) {
+bool CTarnSettings::LoadFromOldMessage(const CMapiSession& session) {
     try {
         const IMsgStorePtr store = session.OpenDefaultStore();
-        if (!store.IsValid()) return;
+        if (!store.IsValid()) return false;
         const IMessagePtr message = FindSettingsMessage(store._getIPMRoot(), MessageSubject);
-        if (!message.IsValid()) return;
+        if (!message.IsValid()) return true;
         TarnContext().m_ownAddress = message.GetStrPropOrEmpty(PR_SENDER_EMAIL_ADDRESS_A);
         ReadBody(message);
         ReadValues(message);
+        return true;
     } catch (const CMAPIException& e) {
         ReportException(e, "Loading settings");
     } catch (...) {
         ShowMessageBox("Fatal error reading settings", "Tarn");
     }
+    return false;
 }
 
 // The message as it stands, beside the one that is about to be replaced. A text that could not be read
@@ -112,6 +129,11 @@ void CTarnSettings::KeepOldMessage(const IMAPIFolderPtr& folder) {
         message.RawProp());
     kept.SetStrProp(PR_SUBJECT_A, KeptSubject);
     kept.SaveChanges(KEEP_OPEN_READWRITE);
+    ShowMessageBox(
+        std::string("A part of the list of pairs was not understood. The list as it was is kept in the "
+                    "hidden message ") +
+            KeptSubject + " beside it",
+        "Tarn");
 }
 
 void CTarnSettings::SaveToMessage(const CMapiSession& session) {

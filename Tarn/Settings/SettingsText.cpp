@@ -62,7 +62,47 @@ bool IsWholeRecordLine(const std::string& line) {
            line.find('\n') == std::string::npos;
 }
 
+// What stands between semicolons and at the end of a line is only shown.
+std::string Shown(std::string path) {
+    for (char& c : path)
+        if (c == ';' || static_cast<unsigned char>(c) < ' ') c = c == ';' ? ',' : ' ';
+    return path;
+}
+
+// A copy that is read back as it is, behind a record with the fields of `before`: a field that is empty
+// would vanish from the line, so that those behind it move forward, or the one of the record before would
+// stand in its place. A blank says nothing in either field.
+CTarnSetting Shielded(const CTarnSetting& setting, const CTarnSetting& before) {
+    CTarnSetting shielded = setting;
+    shielded.m_sourcePath = Shown(setting.m_sourcePath);
+    shielded.m_targetPath = Shown(setting.m_targetPath);
+    if (setting.m_query.empty() && !before.m_query.empty()) shielded.m_query = " ";
+    if (setting.m_groupId.empty() && (!before.m_groupId.empty() || !shielded.m_query.empty()))
+        shielded.m_groupId = " ";
+    return shielded;
+}
+
+bool SameMembers(const CTarnSetting& a, const CTarnSetting& b) {
+    // An empty text of a member comes back as a blank.
+    const auto same = [](const std::string& x, const std::string& y) {
+        return (x.empty() ? " " : x) == (y.empty() ? " " : y);
+    };
+    return std::equal(a.m_emails.begin(), a.m_emails.end(), b.m_emails.begin(), b.m_emails.end(),
+                      [&](const CSyncEmailSetting& x, const CSyncEmailSetting& y) {
+                          return same(x.m_name, y.m_name) && same(x.m_address, y.m_address) &&
+                                 same(x.m_spare, y.m_spare);
+                      });
+}
+
+bool SameRecord(const CTarnSetting& a, const CTarnSetting& b) {
+    return a.m_sourceKey == b.m_sourceKey && a.m_targetKey == b.m_targetKey && a.m_flags == b.m_flags &&
+           Shown(a.m_sourcePath) == Shown(b.m_sourcePath) && Shown(a.m_targetPath) == Shown(b.m_targetPath) &&
+           a.m_groupId == b.m_groupId && a.m_query == b.m_query && SameMembers(a, b);
+}
+
+// A record without one of its keys cannot be read: the line's fields would move into their place.
 bool IsWritten(const CTarnSetting& setting) {
+    if (setting.m_sourceKey.empty() || setting.m_targetKey.empty()) return false;
     if (setting.m_deleted != 0) return false;
     const bool hasPath = !setting.m_sourcePath.empty() && setting.m_sourcePath[0] != '-';
     return hasPath || !setting.m_emails.empty();
@@ -85,6 +125,9 @@ bool CTarnSettings::ParseSettingsText(const std::string& text) {
         const bool known = std::any_of(m_list.begin(), m_list.end(), [&](const CTarnSetting& other) {
             return other.m_sourceKey == record.m_sourceKey;
         });
+        // Members belong to the record that they stand behind. Those of the records before it would be
+        // written with it, and be more with each time that the list is read.
+        record.m_emails.clear();
         if (!line.empty() && !known && !record.m_sourceKey.empty() && !record.m_targetKey.empty()) {
             record.EmailsFromText(members);
             m_list.push_back(record);
@@ -100,9 +143,12 @@ bool CTarnSettings::ParseSettingsText(const std::string& text) {
 std::string CTarnSettings::BuildSettingsText() {
     std::string text;
     bool first = true;
+    CTarnSetting before;
     for (CTarnSetting& setting : m_list) {
         if (!IsWritten(setting)) continue;
-        const std::string line = setting.ToText();
+        const std::string line = Shielded(setting, before).ToText();
+        setting.ToText();  // blanks its empty paths
+        before = setting;
         TraceText(nullptr, "Setting: " + line.substr(0, 300));
         if (!first) text += "\r\n";
         first = false;
@@ -111,10 +157,19 @@ std::string CTarnSettings::BuildSettingsText() {
     return text;
 }
 
-void CTarnSettings::Clear() {
-    m_list.clear();
-    m_readWhole = true;
-    m_unreadText.clear();
+// The first record that the text does not give back, for a person; empty if it gives back all.
+std::string CTarnSettings::WhatIsNotReadBack(const std::string& text) const {
+    CTarnSettings read;
+    read.ParseSettingsText(text);
+    size_t at = 0;
+    for (const CTarnSetting& setting : m_list) {
+        if (!IsWritten(setting)) continue;
+        if (at == read.Count() || !SameRecord(setting, read.At(at)))
+            return "the pair \"" + (setting.m_groupId.empty() ? setting.m_sourcePath : setting.m_groupId) +
+                   "\"";
+        ++at;
+    }
+    return at == read.Count() ? std::string() : "more than was written";
 }
 
 CTarnSetting* CTarnSettings::Find(const std::string& sourceKey) {

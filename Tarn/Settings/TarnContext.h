@@ -11,10 +11,12 @@ public:
     // Ends a session that this object opened itself.
     ~CTarnContext();
 
-    // Takes over a session of the running mail program; it is not logged off here.
-    void UseSession(const CMapiSession& session);
+    // Takes over a session of the running mail program; it is not logged off here. One that this object
+    // opened itself stays open until Logoff: runs and watchers may still be at work with it.
+    void UseSession(const CMapiSession& session) { m_session = session; }
     // Logs on under `profile` (empty: the configured or the default one). S_OK or the failing code.
     HRESULT Logon(const std::string& profile);
+    // Ends the own session, if there is one, and lets go of the one in use. On the thread that called Logon.
     void Logoff();
 
     CMapiSession m_session;
@@ -24,7 +26,7 @@ public:
     std::string m_profileName;
 
 private:
-    bool m_loggedOn = false;
+    CMapiSession m_ownSession;
 };
 
 // The one context of the process.

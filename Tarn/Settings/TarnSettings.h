@@ -6,6 +6,7 @@
 #include <MapiWrapper/MapiWrapper.h>
 #include <Tarn/Engine/TarnSetting.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,30 +22,41 @@ enum ShowProtocolMode : ULONG {
     SHOW_PROTOCOL_CONFLICTS = 2
 };
 
-// Every change of the list is followed by Save. Not locked: used by the thread of the user interface, and
-// by the thread of a run while that thread waits for it.
+// An object is used by one thread at a time: that of the user interface, or that of a run while the former
+// waits for it. Between processes the list is locked while it is changed.
 class CTarnSettings {
 public:
     CTarnSettings() = default;
     virtual ~CTarnSettings() = default;
 
-    // Reads everything. What goes wrong is shown in message boxes; the list then holds what could be read.
-    void Load(CMapiSession session);
-    // Writes everything. A failure is shown in a message box with "Writing settings" and answered with
-    // false; the list in memory stays. A text that could not be read whole is kept beside the new one
-    // first; if that fails nothing is replaced.
+    // Reads everything anew. What goes wrong is shown in message boxes; the list then holds what could be
+    // read. False if a place of the list is there and could not be read, or could not be looked for: the list
+    // is then no more than a part, and Save refuses until a Load has gone well.
+    bool Load(CMapiSession session);
+    // Writes everything. A failure is shown in a message box and answered with false; then nothing is
+    // replaced, and the list in memory stays. So is a list that would not be read back as it is. A text that
+    // could not be understood whole is kept beside the new one first. Who has read the list a while ago takes
+    // Change.
     bool Save(CMapiSession session);
+    // The way to change the list: reads it anew, calls `change` with this object and saves, while no other
+    // process changes it. `change` answers false where there is nothing to save; what it throws goes on to
+    // the caller, with nothing saved. False: not read or not saved, which was shown.
+    bool Change(CMapiSession session, const std::function<bool(CTarnSettings&)>& change);
+    // Runs `work` while no other process changes the list; Save and Change within it do not wait for
+    // themselves. False: another process has held the list for long, which was shown, and `work` was not run.
+    static bool Exclusively(const std::function<void()>& work);
 
     // The message side. LoadFromMessage falls back to LoadFromOldMessage, the place of an earlier version.
-    void LoadFromMessage(const CMapiSession& session);
-    void LoadFromOldMessage(const CMapiSession& session);
+    // False as Load.
+    bool LoadFromMessage(const CMapiSession& session);
+    bool LoadFromOldMessage(const CMapiSession& session);
     void SaveToMessage(const CMapiSession& session);  // throws CMAPIException
 
     // Appends the records found in the text; the first of several with one source key wins. False if
     // something in it was not understood and would be lost by writing the list back.
     bool ParseSettingsText(const std::string& text);
     // One line a record, and its member lines; records are joined by "\r\n". Blanks empty paths of the
-    // records on the way.
+    // records on the way. A record that would inherit a field of the one before has a blank in its place.
     std::string BuildSettingsText();
 
     // --- the list -------------------------------------------------------------------------------------
@@ -54,12 +66,14 @@ public:
     void Add(const CTarnSetting& setting) { m_list.push_back(setting); }
     void SetAt(size_t index, const CTarnSetting& setting) { m_list.at(index) = setting; }
     void RemoveAt(size_t index) { m_list.erase(m_list.begin() + static_cast<std::ptrdiff_t>(index)); }
-    void Clear();
+    void Clear() { m_list.clear(); }  // what Load found otherwise is remembered for Save
     // The record with this source key that is not marked deleted; null if there is none.
     CTarnSetting* Find(const std::string& sourceKey);
     void InsertOrReplace(const CTarnSetting& setting);
-    // False if the places of the list hold something that was not understood.
+    // False if the text of the list holds something that was not understood.
     bool WasReadWhole() const { return m_readWhole; }
+    // False if the last Load failed.
+    bool WasReadable() const { return m_readable; }
 
     // --- values of the installation -----------------------------------------------------------------
     bool m_loaded = false;   // set when a Load begins
@@ -70,6 +84,9 @@ public:
     // A run that would delete more than so many per cent of one side asks first; 0: never. Without a value
     // the command line has a share of its own and the add-in does not ask.
     std::optional<ULONG> m_massDeleteGuard;
+    // Not zero: a pair whose query does not select is stopped, or the person asked. Without a value the
+    // command line stops and the add-in does not ask.
+    std::optional<ULONG> m_queryGuard;
     std::string m_directory;     // of the directory transport
     bool m_timer = false;        // the timed run is switched on
     ULONG m_seconds = 60;        // its period
@@ -84,16 +101,20 @@ public:
     static constexpr char MessageClass[] = "IPM.Vellum";
 
 private:
-    void LoadRegistry();
-    bool LoadFromFile(const CMapiSession& session);
+    bool LoadRegistry();
+    bool LoadFromFile();
     void SaveRegistry() const;
-    bool SaveToFile();
+    bool SaveHeld(const CMapiSession& session);
+    bool SaveToFile(const CMapiSession& session);
+    bool KeepUnreadText() const;
+    std::string WhatIsNotReadBack(const std::string& text) const;
     void ReadValues(const IMessagePtr& message);
     void ReadText(const std::string& text);
     void ReadBody(const IMessagePtr& message);  // throws CMAPIException
     void KeepOldMessage(const IMAPIFolderPtr& folder);
 
     std::vector<CTarnSetting> m_list;
-    bool m_readWhole = true;   // nothing on disk that the list does not hold
+    bool m_readable = true;    // the places of the list could be read
+    bool m_readWhole = true;   // nothing in them that the list does not hold
     std::string m_unreadText;  // and if not, the file's text as it stood
 };

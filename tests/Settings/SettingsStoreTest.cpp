@@ -7,6 +7,10 @@
 #include <Tarn/Settings/TarnSettings.h>
 #include <support/StoreFixture.h>
 
+#include <atomic>
+#include <random>
+#include <thread>
+
 namespace {
 
 constexpr char kKey[] = "Software\\Ostrand\\Vellum";
@@ -33,7 +37,7 @@ protected:
     void SetUp() override {
         TwoStores::SetUp();
         DeleteRegistryTree(RegistryRoot::CurrentUser, kKey);
-        RemoveFile(CTarnSettings::FilePath());
+        RemoveTree(CTarnSettings::FilePath());
         RemoveFile(CTarnSettings::FilePath() + ".kept");
         mapi = CMapiSession(session.Get());
     }
@@ -87,14 +91,13 @@ TEST(SettingsText, AShortLineInheritsFromTheRecordBefore) {
     EXPECT_EQ(settings.At(1).m_query, "query");
 }
 
-TEST(SettingsText, MembersOfAnEarlierRecordComeAgainInLaterOnes) {
+TEST(SettingsText, MembersBelongToTheRecordThatTheyStandBehind) {
     CTarnSettings settings;
     settings.ParseSettingsText(
         "AA:11;BB:22;9;0;0;0;0;s;t\r\n+ ;a@b;Ann\r\nCC:33;DD:44;1;0;0;0;0;s2;t2\r\n+ ;c@d;Cid\r\n");
     ASSERT_EQ(settings.Count(), 2u);
-    ASSERT_EQ(settings.At(1).m_emails.size(), 2u);
-    EXPECT_EQ(settings.At(1).m_emails[0].m_address, "a@b");
-    EXPECT_EQ(settings.At(1).m_emails[1].m_address, "c@d");
+    ASSERT_EQ(settings.At(1).m_emails.size(), 1u) << "or a pair is shared with people of another";
+    EXPECT_EQ(settings.At(1).m_emails[0].m_address, "c@d");
 }
 
 TEST(SettingsText, RecordsWithoutShownPathAndMembersAreNotWritten) {
@@ -109,19 +112,42 @@ TEST(SettingsText, RecordsWithoutShownPathAndMembersAreNotWritten) {
     EXPECT_EQ(settings.BuildSettingsText().find("\r\n"), std::string::npos);
 }
 
-TEST(SettingsText, WhatIsWrittenIsReadWhole) {
-    CTarnSettings written;
-    CTarnSetting shared = Pair("AA:11");
-    shared.m_groupId = "group";
-    shared.m_query = "Subject = \"x\"";
-    shared.m_emails.push_back({"Ann", "a@b", ""});
-    written.Add(shared);
-    written.Add(Pair("CC:33"));
-    CTarnSettings read;
-    EXPECT_TRUE(read.ParseSettingsText(written.BuildSettingsText()));
-    ASSERT_EQ(read.Count(), 2u);
-    EXPECT_EQ(read.At(0).m_query, shared.m_query);
-    EXPECT_EQ(read.At(0).m_flags, shared.m_flags);
+// Every field of every record, whatever stands in the records around it: what is empty must not be filled
+// from there, and what is full must not move.
+TEST(SettingsText, EveryListIsReadBackAsItWasWritten) {
+    std::mt19937 random(3);
+    const auto one = [&](std::vector<std::string> texts) {
+        return texts[std::uniform_int_distribution<size_t>(0, texts.size() - 1)(random)];
+    };
+    unsigned emptyBehindQuery = 0, queriesWithoutGroup = 0;
+    for (int list = 0; list < 400; ++list) {
+        CTarnSettings written;
+        for (int i = 0; i < 5; ++i) {
+            CTarnSetting pair = Pair("A" + std::to_string(i) + ":11", one({"Home\\A", "a;b\n", "s"}));
+            pair.m_targetPath = one({"", " ", "t"});
+            pair.m_groupId = one({"", "g", "two words"});
+            pair.m_query = one({"", "Subject = \"x\"", "q"});
+            pair.m_flags = one({"", "x"}).empty() ? ULONG{SYNC_ACTIVE} : 0xFFFFFFFFu;
+            if (one({"", "", "m"}) == "m") pair.m_emails = {{"Ann", "a@b", ""}, {"", one({"c@d", ""}), "s"}};
+            queriesWithoutGroup += pair.m_groupId.empty() && !pair.m_query.empty();
+            emptyBehindQuery +=
+                i > 0 && pair.m_query.empty() && !written.At(written.Count() - 1).m_query.empty();
+            written.Add(pair);
+        }
+        const std::string text = written.BuildSettingsText();
+        CTarnSettings read;
+        ASSERT_TRUE(read.ParseSettingsText(text)) << text;
+        ASSERT_EQ(read.Count(), written.Count()) << text;
+        for (size_t i = 0; i < read.Count(); ++i) {
+            EXPECT_EQ(read.At(i).m_query, written.At(i).m_query) << text;
+            EXPECT_EQ(read.At(i).m_groupId, written.At(i).m_groupId) << text;
+            EXPECT_EQ(read.At(i).m_flags, written.At(i).m_flags) << text;
+            EXPECT_EQ(read.At(i).m_emails.size(), written.At(i).m_emails.size()) << text;
+        }
+        ASSERT_EQ(read.BuildSettingsText(), text) << "and stays so";
+    }
+    EXPECT_GT(emptyBehindQuery, 100u);
+    EXPECT_GT(queriesWithoutGroup, 100u);
 }
 
 TEST(SettingsText, HostileTextNeverFailsAndLoadsWhatCanBeLoaded) {
@@ -180,6 +206,35 @@ TEST_F(SettingsStore, TextThatWasNotUnderstoodIsKeptBesideTheNewOne) {
     EXPECT_NE(BodyOf(CTarnSettings::MessageSubject), damaged);
     EXPECT_TRUE(settings.Save(mapi));
     EXPECT_EQ(HiddenMessages(CTarnSettings::KeptSubject), 1u) << "a text that was read is not kept";
+    EXPECT_EQ(shown.messages.size(), 1u) << "the person is told once";
+}
+
+TEST_F(SettingsStore, EmptyingTheListForgivesNothing) {
+    const std::string damaged = "AA:11;BB:22;9;0;0;0;0;s;t\r\nsomething from the future";
+    PlantMessage(Inbox(), damaged);
+    CTarnSettings settings = Loaded();
+    settings.Clear();
+    settings.Add(Pair("CC:33"));
+    EXPECT_TRUE(settings.Save(mapi));
+    EXPECT_EQ(BodyOf(CTarnSettings::KeptSubject), damaged);
+}
+
+TEST_F(SettingsStore, AListThatWouldNotBeReadBackIsRefused) {
+    CTarnSettings settings;
+    settings.Add(Pair("AA:11"));
+    ASSERT_TRUE(settings.Save(mapi));
+    CTarnSetting cut = Pair("CC:33"), broken = Pair("CC:33"), twin = Pair("AA:11");
+    cut.m_groupId = broken.m_groupId = twin.m_groupId = "the pair";
+    cut.m_query = "Subject = \"a;b\"";
+    broken.m_query = "Subject = x\r\ny";
+    for (const CTarnSetting& pair : {cut, broken, twin}) {
+        CTarnSettings changed = Loaded();
+        changed.Add(pair);
+        EXPECT_FALSE(changed.Save(mapi));
+        ASSERT_FALSE(shown.messages.empty());
+        EXPECT_NE(shown.messages.back().text.find("\"the pair\""), std::string::npos);
+        EXPECT_EQ(SourceKeys(Loaded()), std::vector<std::string>{"AA:11"});
+    }
 }
 
 TEST_F(SettingsStore, FileModeKeepsTheListInTheFile) {
@@ -218,6 +273,60 @@ TEST_F(SettingsStore, ADamagedFileIsKeptBesideTheNewOne) {
     std::string kept;
     ASSERT_TRUE(ReadFileBytes(CTarnSettings::FilePath() + ".kept", kept));
     EXPECT_EQ(kept, damaged);
+
+    const std::string second = "damaged once more";
+    ASSERT_TRUE(WriteFileDurably(CTarnSettings::FilePath(), second));
+    settings = Loaded();
+    EXPECT_TRUE(settings.Save(mapi));
+    ASSERT_TRUE(ReadFileBytes(CTarnSettings::FilePath() + ".kept", kept));
+    EXPECT_EQ(kept, damaged) << "what was kept is not replaced";
+    ASSERT_TRUE(ReadFileBytes(CTarnSettings::FilePath() + ".kept2", kept));
+    EXPECT_EQ(kept, second);
+    RemoveFile(CTarnSettings::FilePath() + ".kept2");
+}
+
+// A directory in the file's place: there, and neither readable nor to be replaced.
+TEST_F(SettingsStore, AFileThatCannotBeReadIsNeverReplaced) {
+    CTarnSettings inMessage;
+    inMessage.Add(Pair("AA:11"));
+    ASSERT_TRUE(inMessage.Save(mapi));
+    CRegistryKey key;
+    ASSERT_EQ(key.Create(RegistryRoot::CurrentUser, kKey), ERROR_SUCCESS);
+    key.WriteDword("StoreInIni", 1);
+    ASSERT_TRUE(MakeDirectories(JoinPath(CTarnSettings::FilePath(), "x")));
+    CTarnSettings settings;
+    EXPECT_FALSE(settings.Load(mapi));
+    EXPECT_EQ(settings.Count(), 0u) << "the mailbox holds another list";
+    settings.Add(Pair("CC:33"));
+    EXPECT_FALSE(settings.Save(mapi));
+    EXPECT_FALSE(settings.Change(mapi, [](CTarnSettings&) { return true; }));
+    CTarnSettings fresh;
+    fresh.m_storeInIni = 1;
+    fresh.Add(Pair("CC:33"));
+    EXPECT_FALSE(fresh.Save(mapi)) << "what the next Load would not read is no save";
+    RemoveTree(CTarnSettings::FilePath());
+    EXPECT_EQ(SourceKeys(Loaded()), std::vector<std::string>{"AA:11"});
+}
+
+TEST_F(SettingsStore, ChangesAtOnceAllCount) {
+    CRegistryKey key;
+    ASSERT_EQ(key.Create(RegistryRoot::CurrentUser, kKey), ERROR_SUCCESS);
+    key.WriteDword("StoreInIni", 1);
+    ASSERT_TRUE(WriteFileDurably(CTarnSettings::FilePath(), std::string(1, '\0')));
+    std::vector<std::thread> threads;
+    std::atomic<unsigned> changed{0};
+    for (int thread = 0; thread < 6; ++thread)
+        threads.emplace_back([&, thread] {
+            for (int i = 0; i < 5; ++i)
+                changed += CTarnSettings().Change({}, [&](CTarnSettings& settings) {
+                    settings.Add(Pair(std::to_string(thread) + std::to_string(i) + ":11"));
+                    return true;
+                });
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(changed, 30u);
+    EXPECT_EQ(Loaded().Count(), 30u);
 }
 
 TEST_F(SettingsStore, ShowProtocolIsOneWithoutTheKeyAndZeroWithoutTheValue) {
@@ -228,26 +337,43 @@ TEST_F(SettingsStore, ShowProtocolIsOneWithoutTheKeyAndZeroWithoutTheValue) {
     EXPECT_EQ(Loaded().m_useComputername, 1u);
 }
 
-TEST_F(SettingsStore, ASaveThatFailsIsShownAndLosesNothing) {
-    CTarnSettings settings;
-    settings.Add(Pair("AA:11"));
-    ASSERT_TRUE(settings.Save(mapi));
-    settings.Add(Pair("CC:33"));
+// Once, and from then on: whichever call of the store fails while a pair is added, the list is the former or
+// the new one, as the answer says.
+TEST_F(SettingsStore, AChangeThatFailsLeavesTheFormerList) {
     TestRef<IStoreFaults> faults;
     ASSERT_EQ(leftStore->QueryInterface(IID_IStoreFaults, reinterpret_cast<void**>(faults.Out())), S_OK);
-    unsigned failures = 0;
-    for (ULONG n = 1; n < 200; ++n) {
-        faults->SetFault(n, MAPI_E_CALL_FAILED, FALSE);
-        const bool saved = settings.Save(mapi);
-        const bool reached = faults->CallCount() >= n;
-        faults->SetFault(0, S_OK, FALSE);
-        failures += !saved;
-        EXPECT_GE(Loaded().Count(), 1u) << "after the failure of call " << n;
-        EXPECT_EQ(HiddenMessages(CTarnSettings::MessageSubject), 1u);
-        if (!reached) break;
+    for (const BOOL lasting : {FALSE, TRUE}) {
+        CTarnSettings former;
+        former.Add(Pair("AA:11"));
+        former.m_timer = true;
+        former.m_seconds = 17;
+        ASSERT_TRUE(former.Save(mapi));
+        unsigned failures = 0;
+        for (ULONG n = 1;; ++n) {
+            ASSERT_LT(n, 500u);
+            const auto before = SourceKeys(Loaded());
+            const std::string added = std::to_string(n) + ":1";
+            const size_t messages = shown.messages.size();
+            faults->SetFault(n, MAPI_E_CALL_FAILED, lasting);
+            const bool changed = CTarnSettings().Change(mapi, [&](CTarnSettings& settings) {
+                settings.Add(Pair(added));
+                return true;
+            });
+            const bool reached = faults->CallCount() >= n;
+            faults->SetFault(0, S_OK, FALSE);
+            auto expected = before;
+            if (changed) expected.push_back(added);
+            const CTarnSettings after = Loaded();
+            EXPECT_EQ(SourceKeys(after), expected) << "after the failure of call " << n;
+            EXPECT_TRUE(after.m_timer && after.m_seconds == 17u) << n;
+            EXPECT_EQ(HiddenMessages(CTarnSettings::MessageSubject), 1u) << n;
+            EXPECT_EQ(HiddenMessages(CTarnSettings::KeptSubject), 0u) << n;
+            EXPECT_TRUE(changed || shown.messages.size() > messages) << "a failure is told, " << n;
+            failures += !changed;
+            if (!reached) break;
+        }
+        EXPECT_GT(failures, 10u);
     }
-    EXPECT_GT(failures, 5u);
-    EXPECT_EQ(settings.Count(), 2u);
 }
 
 }  // namespace
