@@ -41,9 +41,9 @@ function(vellum_tests name)
   # A relative path, which means the same to a program under Wine.
   add_test(NAME ${name} COMMAND ${name} --gtest_output=xml:test-results/${name}.xml
            WORKING_DIRECTORY ${CMAKE_BINARY_DIR})
-  set_tests_properties(${name} PROPERTIES TIMEOUT 1200)
+  set_tests_properties(${name} PROPERTIES TIMEOUT 2400)
   # The registry of Windows is one for all programs of a person.
-  if(WIN32 AND name MATCHES "^(Engine|Settings|Programs)Tests$")
+  if(WIN32 AND name MATCHES "^(Engine|Settings|Dispatch|Programs)Tests$")
     set_tests_properties(${name} PROPERTIES RESOURCE_LOCK registry)
   endif()
 endfunction()

@@ -16,7 +16,8 @@ std::string Rewritten(CSyncFileMap& map) {
     CSyncFileWriter writer(static_cast<std::uint32_t>(entries.size()));
     for (const CSyncFileEntry* entry : entries) {
         const CSyncFileEntry* found = map.FindByIdentifier(entry->Identifier());
-        Require(found && CSyncFileMap::KeyOf(found->Identifier()) == CSyncFileMap::KeyOf(entry->Identifier()));
+        Require(found &&
+                CSyncFileMap::KeyOf(found->Identifier()) == CSyncFileMap::KeyOf(entry->Identifier()));
         if (!entry->SyncId().empty()) Require(map.FindBySyncId(entry->SyncId()) != nullptr);
         writer.Add(entry->Identifier(), entry->time, entry->SyncId(), entry->Name());
     }
