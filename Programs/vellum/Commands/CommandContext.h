@@ -66,6 +66,7 @@ inline int Code(ExitCode code) {
 // One for each source file of the folder.
 void AddProfileCommands(CCommandTable& table);
 void AddStoreCommands(CCommandTable& table);
+void AddStoreCareCommands(CCommandTable& table, CLI::App& group);
 void AddFolderCommands(CCommandTable& table);
 void AddImportCommand(CCommandTable& table);
 void AddExportCommand(CCommandTable& table);

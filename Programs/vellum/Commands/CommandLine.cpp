@@ -40,8 +40,8 @@ constexpr const char* footer =
 void AddGlobalOptions(CLI::App& app, CGlobalOptions& options) {
     app.add_option("--data-dir", options.dataDirectory, "Directory of profiles, stores and settings")
         ->type_name("DIR");
-    app.add_option("--profile", options.profile, "Profile to use (default: the default profile)")
-        ->envname("VELLUM_PROFILE")
+    app.add_option("--profile", options.profile,
+                   "Profile to use (default: VELLUM_PROFILE, or the default profile)")
         ->type_name("NAME");
     app.add_flag("--json", options.json, "Print data as JSON on standard output");
     app.add_flag("--no-color,--no-colour", options.noColour, "No colour");
@@ -98,10 +98,11 @@ int ReportParse(const CLI::App& app, const CLI::ParseError& error, CConsole& con
     return Code(ExitCode::Usage);
 }
 
-void ApplyGlobalOptions(const CGlobalOptions& options, CConsole& console) {
+void ApplyGlobalOptions(CGlobalOptions& options, CConsole& console) {
     if (!options.dataDirectory.empty()) SetBaseDirectory(options.dataDirectory);
     if (!options.language.empty())
         SetUserLanguage(options.language == "de" ? Language::German : Language::English);
+    if (options.profile.empty()) options.profile = EnvironmentVariable("VELLUM_PROFILE");
     if (options.noColour) console.ForbidColour();
     console.SetQuiet(options.quiet);
 }
@@ -122,7 +123,7 @@ int Guarded(CConsole& console, Body body) {
         console.Error(e.what(), e.Hint());
         return Code(e.Code());
     } catch (const CMAPIException& e) {
-        console.Error("The mail system refused: " + Explain(e.Hr()) +
+        console.Error("The mail system refused: " + Explain(e) +
                       (e.Context().empty() ? "" : " (" + e.Context() + ")"));
         return Code(ExitCode::Internal);
     } catch (const std::bad_alloc&) {

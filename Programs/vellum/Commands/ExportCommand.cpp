@@ -1,5 +1,6 @@
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Commands/FolderTree.h>
 #include <Programs/vellum/Console/Interrupt.h>
@@ -19,7 +20,7 @@ constexpr std::size_t nameLength = 60;
 // A name that every file system takes, from a text in UTF-8.
 std::string FileNameFrom(const std::string& text) {
     const std::string shown = Utf8Shorten(OneLine(text), nameLength);
-    std::string name = NarrowFromWide(WideFromUtf8(shown));
+    std::string name = Utf8FromNarrow(shown);
     for (char& c : name)
         if (std::strchr("\\/:*?\"<>|", c)) c = '_';
     while (!name.empty() && (name.back() == ' ' || name.back() == '.'))
@@ -33,7 +34,7 @@ public:
         : m_context(context), m_query(query), m_progress(context.Console()) {}
 
     void Folder(const CFolderRef& folder, const std::string& directory) {
-        const auto items = ListItems(m_context.Session(), folder, m_query);
+        const auto items = ListItems(folder, m_query);
         if (!items.empty() && !MakeDirectories(directory))
             throw CCommandError(ExitCode::NotOpen,
                                 "The directory \"" + directory + "\" cannot be created: " + LastFileError());
@@ -90,7 +91,7 @@ int Export(CCommandContext& context, const CExportArguments& arguments) {
         throw CCommandError(ExitCode::NotOpen, "The directory \"" + arguments.directory +
                                                    "\" cannot be created: " + LastFileError());
     CExport out(context, arguments.query);
-    WalkFolders(session, top, [&](const CFolderRef& folder, const CFolderRow&, int depth) {
+    WalkFolders(session, top, [&](const CFolderRef& folder, const CFolderEntry&, int depth) {
         if ((depth > 0 && !arguments.subfolders) || !folder.folder) return;
         std::string directory = arguments.directory;
         for (const std::string& name : SplitFolderPath(folder.path.substr(top.path.size())))

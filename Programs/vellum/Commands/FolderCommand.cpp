@@ -11,7 +11,7 @@ int ListFolders(CCommandContext& context, const std::string& path) {
         {{"path", "Folder"}, {"class", "Class"}, {"items", "Items"}, {"unread", "Unread"}},
         "The profile \"" + session.Name() + "\" has no stores yet. Create one:  vellum store create NAME");
     const auto list = [&](const CFolderRef& top) {
-        WalkFolders(session, top, [&](const CFolderRef& folder, const CFolderRow& row, int depth) {
+        WalkFolders(session, top, [&](const CFolderRef& folder, const CFolderEntry& row, int depth) {
             const std::string name = depth == 0 ? folder.path : row.name;
             listing.AddRow({{Utf8FromNarrow(folder.path),
                              std::string(2 * static_cast<std::size_t>(depth), ' ') + Utf8FromNarrow(name)},
@@ -45,7 +45,7 @@ int RemoveFolder(CCommandContext& context, const std::string& path, bool force) 
     if (cut == std::string::npos)
         throw CCommandError(ExitCode::Usage, "\"" + folder.path + "\" is a store, not a folder",
                             "A store is removed with:  vellum store remove \"" + folder.path + "\"");
-    const CFolderRow row = RowOfFolder(folder);
+    const CFolderEntry row = RowOfFolder(folder);
     if (!force && (row.items > 0 || !session.Subfolders(folder.folder).empty()))
         throw CCommandError(ExitCode::Guarded,
                             "The folder \"" + folder.path + "\" is not empty: it holds " +

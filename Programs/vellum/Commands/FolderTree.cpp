@@ -7,11 +7,11 @@ namespace {
 // A store whose folders go round in a circle must not keep us for ever.
 constexpr int maxDepth = 200;
 
-void Walk(CProfileSession& session, const CFolderRef& folder, const CFolderRow& row, int depth,
-          const std::function<void(const CFolderRef&, const CFolderRow&, int)>& visit) {
+void Walk(CProfileSession& session, const CFolderRef& folder, const CFolderEntry& row, int depth,
+          const std::function<void(const CFolderRef&, const CFolderEntry&, int)>& visit) {
     visit(folder, row, depth);
     if (!folder.folder || depth >= maxDepth) return;
-    for (const CFolderRow& childRow : session.Subfolders(folder.folder)) {
+    for (const CFolderEntry& childRow : session.Subfolders(folder.folder)) {
         CFolderRef child;
         try {
             child = session.OpenSubfolder(folder, childRow);
@@ -24,8 +24,8 @@ void Walk(CProfileSession& session, const CFolderRef& folder, const CFolderRow& 
 
 }  // namespace
 
-CFolderRow RowOfFolder(const CFolderRef& folder) {
-    CFolderRow row;
+CFolderEntry RowOfFolder(const CFolderRef& folder) {
+    CFolderEntry row;
     const auto cut = folder.path.rfind('\\');
     row.name = cut == std::string::npos ? folder.path : folder.path.substr(cut + 1);
     row.entryId = folder.entryId;
@@ -36,6 +36,6 @@ CFolderRow RowOfFolder(const CFolderRef& folder) {
 }
 
 void WalkFolders(CProfileSession& session, const CFolderRef& top,
-                 const std::function<void(const CFolderRef&, const CFolderRow&, int)>& visit) {
+                 const std::function<void(const CFolderRef&, const CFolderEntry&, int)>& visit) {
     Walk(session, top, RowOfFolder(top), 0, visit);
 }

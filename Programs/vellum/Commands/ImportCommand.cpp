@@ -4,7 +4,8 @@
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/MsgFile.h>
 #include <Programs/vellum/Mailbox/MailboxImporter.h>
-#include <Programs/vellum/Session/StoreBatch.h>
+#include <Programs/vellum/Session/Explain.h>
+#include <Tarn/Engine/StoreBatch.h>
 
 #include <Platform/Files.h>
 
@@ -88,13 +89,16 @@ int Import(CCommandContext& context, const std::vector<std::string>& files, cons
     const CFolderRef folder = create ? session.CreateFolder(path, "", created) : session.OpenFolder(path);
     CImportResult result;
     {
-        const CStoreBatch batch(folder.store);
+        CStoreBatch batch;
+        batch.Begin(folder.store);
         CImport import(context, folder);
         for (const std::string& file : files) {
             if (import.Total().cancelled || InterruptRequested()) break;
             import.TakeFile(file);
         }
         result = import.Total();
+        CheckCall(batch.Flush(), "The last items could not be written to \"" + folder.path + "\"",
+                  ExitCode::NotOpen);
     }
     result.cancelled = result.cancelled || InterruptRequested();
     if (context.Json()) {

@@ -29,7 +29,7 @@ int ListFolderItems(CCommandContext& context, const std::string& path, const std
         value.Value.ft = ft;
         return ValueToJson(value);
     };
-    for (const CItemRow& row : ListItems(session, folder, query))
+    for (const CItemRow& row : ListItems(folder, query))
         listing.AddRow({row.number,
                         {time(row.date), ShortTime(row.date)},
                         row.from,
@@ -66,7 +66,7 @@ void PrintProperties(CConsole& console, const Json& properties) {
 int ShowItem(CCommandContext& context, const std::string& path, const std::string& word, bool properties) {
     CProfileSession& session = context.Session();
     const CFolderRef folder = session.OpenFolder(path);
-    const CItemRow row = FindItem(session, folder, word);
+    const CItemRow row = FindItem(folder, word);
     const IMessagePtr message = OpenItem(folder, row, 0);
     if (context.Json()) {
         Json item = Json::object();
@@ -75,7 +75,7 @@ int ShowItem(CCommandContext& context, const std::string& path, const std::strin
         item.update(ItemToJson(message.Get()));
         context.Console().Out() << JsonText(item);
     } else if (properties) {
-        PrintProperties(context.Console(), PropertiesToJson(message.Get()));
+        PrintProperties(context.Console(), PropertiesToJson(message));
     } else {
         PrintItem(context.Console(), message);
     }

@@ -41,7 +41,7 @@ void PrintId(CCommandContext& context, const IMessagePtr& message) {
     if (!context.Json()) return;
     Json item = Json::object();
     item["id"] = message.GetBinProp(PR_ENTRYID).Hex();
-    item["subject"] = ShownText(message, PR_SUBJECT_W);
+    item["subject"] = ShownText(message, PR_SUBJECT_A);
     context.Console().Out() << JsonText(item);
 }
 
@@ -63,7 +63,7 @@ int SetItem(CCommandContext& context, const CEditArguments& arguments) {
                             "Name it, for example:  --subject TEXT, --body TEXT or --set NAME=VALUE");
     CProfileSession& session = context.Session();
     const CFolderRef folder = session.OpenFolder(arguments.folder);
-    const CItemRow row = FindItem(session, folder, arguments.item);
+    const CItemRow row = FindItem(folder, arguments.item);
     IMessagePtr message = OpenItem(folder, row, MAPI_MODIFY);
     ApplyChanges(session, folder, message, arguments.changes);
     message.SaveChanges(KEEP_OPEN_READWRITE);
@@ -75,10 +75,10 @@ int SetItem(CCommandContext& context, const CEditArguments& arguments) {
 // Entry IDs for the calls that take several items.
 class CItemList {
 public:
-    CItemList(CProfileSession& session, const CFolderRef& folder, const std::vector<std::string>& words) {
+    CItemList(const CFolderRef& folder, const std::vector<std::string>& words) {
         std::set<std::string> named;  // one item may be named twice, by its number and by its subject
         for (const std::string& word : words) {
-            CItemRow row = FindItem(session, folder, word);
+            CItemRow row = FindItem(folder, word);
             if (named.insert(row.entryId.Hex()).second) m_rows.push_back(std::move(row));
         }
         for (const CItemRow& row : m_rows)
@@ -100,7 +100,7 @@ int CopyItems(CCommandContext& context, const CEditArguments& arguments, bool mo
     CProfileSession& session = context.Session();
     const CFolderRef source = session.OpenFolder(arguments.folder);
     const CFolderRef target = session.OpenFolder(arguments.target);
-    CItemList items(session, source, arguments.items);
+    CItemList items(source, arguments.items);
     CheckCall(source.folder->CopyMessages(items.Get(), nullptr, target.folder.Get(), 0, nullptr,
                                           move ? MESSAGE_MOVE : 0),
               "Items cannot be " + std::string(move ? "moved" : "copied") + " from \"" + source.path +
@@ -113,7 +113,7 @@ int CopyItems(CCommandContext& context, const CEditArguments& arguments, bool mo
 int DeleteItems(CCommandContext& context, const CEditArguments& arguments) {
     CProfileSession& session = context.Session();
     const CFolderRef folder = session.OpenFolder(arguments.folder);
-    CItemList items(session, folder, arguments.items);
+    CItemList items(folder, arguments.items);
     const std::string failure = "Items in \"" + folder.path + "\" cannot be deleted";
     IMAPIFolderPtr bin;
     if (!arguments.permanently) bin = folder.store.GetWastebasket();

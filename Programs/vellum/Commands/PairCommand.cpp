@@ -81,7 +81,10 @@ int ShowPair(CCommandContext& context, const std::string& word) {
 std::string FreeName(const std::vector<CTarnSetting>& pairs, const std::string& sourcePath) {
     const auto names = SplitFolderPath(sourcePath);
     std::string base = names.empty() ? "pair" : names.back();
-    std::replace(base.begin(), base.end(), ';', ',');
+    // As the list can keep it.
+    for (char& c : base)
+        if (c == ';' || static_cast<unsigned char>(c) < ' ') c = c == ';' ? ',' : ' ';
+    if (base.find_first_not_of(' ') == std::string::npos) base = "pair";
     if (base.find_first_not_of("0123456789") == std::string::npos) base = "pair " + base;
     std::string name = base;
     const auto taken = [&](const CTarnSetting& pair) { return pair.m_groupId == name; };
@@ -126,70 +129,82 @@ void CheckFolders(const CTarnSetting& pair) {
                             "Leave --subfolders out, or choose folders side by side.");
 }
 
-void CheckPairQuery(CProfileSession& session, const CTarnSetting& pair, const CFolderRef& source,
+void CheckPairQuery(CConsole& console, const CTarnSetting& pair, const CFolderRef& source,
                     const CFolderRef& target) {
     if (pair.m_query.empty()) return;
-    CheckQuery(session, source, pair.m_query);
-    CheckQuery(session, target, pair.m_query);
+    CheckQuery(target, pair.m_query);
+    for (const std::string& doubt : CheckQuery(source, pair.m_query))
+        console.Warn(doubt + ".");
 }
 
 int AddPair(CCommandContext& context, const CPairArguments& arguments) {
     CProfileSession& session = context.Session();
     const CFolderRef source = session.OpenFolder(arguments.source);
     const CFolderRef target = session.OpenFolder(arguments.target);
-    CPairStore store(session);
-    auto pairs = store.Load();
     CTarnSetting pair;
     pair.m_flags = SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_ACTIVE;
     pair.m_sourceKey = source.Key();
     pair.m_sourcePath = source.path;
     pair.m_targetKey = target.Key();
     pair.m_targetPath = target.path;
-    pair.m_groupId = FreeName(pairs, source.path);
     arguments.options.Apply(pair);
     CheckFolders(pair);
-    CheckAgainstOthers(pairs, pairs.size(), pair);
-    CheckPairQuery(session, pair, source, target);
-    pairs.push_back(pair);
-    store.Save(pairs);
+    CheckPairQuery(context.Console(), pair, source, target);
+    std::size_t number = 0;
+    CPairStore(session).Change([&](CPairStore::Pairs& pairs) {
+        if (!arguments.options.Name()) pair.m_groupId = FreeName(pairs, source.path);
+        CheckAgainstOthers(pairs, pairs.size(), pair);
+        pairs.push_back(pair);
+        number = pairs.size();
+        return true;
+    });
     context.Console().Note("Added the pair \"" + pair.m_groupId + "\".");
-    if (context.Json()) context.Console().Out() << JsonText(PairToJson(pair, pairs.size()));
+    if (context.Json()) context.Console().Out() << JsonText(PairToJson(pair, number));
     return Code(ExitCode::Done);
+}
+
+// A query that stays is not looked at: other options can be changed although it is broken.
+void CheckEditedQuery(CCommandContext& context, const CPairArguments& arguments, const CTarnSetting& pair) {
+    if (!arguments.options.Query()) return;
+    CFolderRef source;
+    CFolderRef target;
+    CProfileSession& session = context.Session();
+    if (session.OpenFolderByKey(pair.m_sourceKey, source) &&
+        session.OpenFolderByKey(pair.m_targetKey, target))
+        CheckPairQuery(context.Console(), pair, source, target);
 }
 
 int EditPair(CCommandContext& context, const CPairArguments& arguments) {
     if (arguments.options.IsEmpty())
         throw CCommandError(ExitCode::Usage, "Nothing is said about what to change",
                             "Name it, for example:  --delete, --to-target or --query TEXT");
-    CProfileSession& session = context.Session();
-    CPairStore store(session);
-    auto pairs = store.Load();
-    const std::size_t index = FindPair(pairs, arguments.pair);
-    CTarnSetting pair = pairs[index];
-    arguments.options.Apply(pair);
-    CheckFolders(pair);
-    CheckAgainstOthers(pairs, index, pair);
-    if (arguments.options.Query()) {
-        CFolderRef source;
-        CFolderRef target;
-        if (session.OpenFolderByKey(pair.m_sourceKey, source) &&
-            session.OpenFolderByKey(pair.m_targetKey, target))
-            CheckPairQuery(session, pair, source, target);
-    }
-    pairs[index] = pair;
-    store.Save(pairs);
-    context.Console().Note("Changed the pair \"" + PairLabel(pairs, index) + "\".");
+    CTarnSetting pair;
+    std::string label;
+    std::size_t index = 0;
+    CPairStore(context.Session()).Change([&](CPairStore::Pairs& pairs) {
+        index = FindPair(pairs, arguments.pair);
+        pair = pairs[index];
+        arguments.options.Apply(pair);
+        CheckFolders(pair);
+        CheckAgainstOthers(pairs, index, pair);
+        CheckEditedQuery(context, arguments, pair);
+        pairs[index] = pair;
+        label = PairLabel(pairs, index);
+        return true;
+    });
+    context.Console().Note("Changed the pair \"" + label + "\".");
     if (context.Json()) context.Console().Out() << JsonText(PairToJson(pair, index + 1));
     return Code(ExitCode::Done);
 }
 
 int RemovePair(CCommandContext& context, const std::string& word) {
-    CPairStore store(context.Session());
-    auto pairs = store.Load();
-    const std::size_t index = FindPair(pairs, word);
-    const std::string label = PairLabel(pairs, index);
-    pairs.erase(pairs.begin() + static_cast<std::ptrdiff_t>(index));
-    store.Save(pairs);
+    std::string label;
+    CPairStore(context.Session()).Change([&](CPairStore::Pairs& pairs) {
+        const std::size_t index = FindPair(pairs, word);
+        label = PairLabel(pairs, index);
+        pairs.erase(pairs.begin() + static_cast<std::ptrdiff_t>(index));
+        return true;
+    });
     context.Console().Note("Removed the pair \"" + label + "\"; its folders stay as they are.");
     return Code(ExitCode::Done);
 }

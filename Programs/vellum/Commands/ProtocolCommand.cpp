@@ -32,17 +32,15 @@ void PrintCsv(CConsole& console, const CKeptRun& run) {
 
 Json PairJson(const CKeptPair& pair, ProtocolFilter filter) {
     Json entries = Json::array();
-    for (std::size_t i = 0; i < pair.protocol.Count(); ++i) {
-        const CSyncProtocolEntry& entry = pair.protocol.At(i);
+    for (const CSyncProtocolEntry& entry : pair.protocol) {
         if (!IsShown(entry, filter)) continue;
-        entries.push_back(
-            {{"to", Utf8FromNarrow(entry.m_destination)},
-             {"from", Utf8FromNarrow(entry.m_origin)},
-             {"subject", Utf8FromNarrow(entry.m_subject)},
-             {"state", StateWord(entry.m_state)},
-             {"direction", i < pair.toSource.size() && pair.toSource[i] ? "to-source" : "to-target"},
-             {"detail", Utf8FromNarrow(entry.m_detail)},
-             {"sync_id", Utf8FromNarrow(entry.m_syncId)}});
+        entries.push_back({{"to", Utf8FromNarrow(entry.m_destination)},
+                           {"from", Utf8FromNarrow(entry.m_origin)},
+                           {"subject", Utf8FromNarrow(entry.m_subject)},
+                           {"state", StateWord(entry.m_state)},
+                           {"direction", entry.m_toSource ? "to-source" : "to-target"},
+                           {"detail", Utf8FromNarrow(entry.m_done)},
+                           {"sync_id", Utf8FromNarrow(entry.m_syncId)}});
     }
     Json json = {{"name", Utf8FromNarrow(pair.label)},
                  {"source", Utf8FromNarrow(pair.source)},
@@ -77,7 +75,9 @@ void PrintTables(CConsole& console, const CKeptRun& run, ProtocolFilter filter) 
         for (const CSyncProtocolEntry& entry : pair.protocol) {
             if (!IsShown(entry, filter)) continue;
             std::vector<CListing::Cell> cells;
-            const auto values = ProtocolValues(entry);
+            CSyncProtocolEntry shown = entry;
+            shown.m_detail = entry.m_done;
+            const auto values = ProtocolValues(shown);
             for (std::size_t i = 0; i + 1 < values.size(); ++i)
                 cells.emplace_back(Utf8FromNarrow(values[i]));
             listing.AddRow(std::move(cells));

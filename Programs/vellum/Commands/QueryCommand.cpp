@@ -8,6 +8,8 @@
 #include <Programs/vellum/Items/PropertyReport.h>
 #include <Programs/vellum/Items/QueryReport.h>
 #include <Tools/QueryLexer.h>
+#include <Tools/QueryWrite.h>
+#include <Tools/RestrictionTree.h>
 
 #include <cstdio>
 #include <optional>
@@ -36,50 +38,104 @@ struct CScope {
     IMAPIFolderPtr folder;
 };
 
+// The part behind the end of the expression, on one line; mostly empty.
+std::string Unread(const CCompileRestriction& compiler, const std::string& text) {
+    const std::string rest = text.substr(compiler.EndOffset());
+    return rest.find_first_not_of(" \t\r\n") == std::string::npos ? std::string()
+                                                                  : OneLine(Utf8FromNarrow(rest));
+}
+
+void WarnOfDoubts(CCommandContext& context, const CQueryCompiler& query) {
+    for (const std::string& doubt : query.Doubts())
+        context.Console().Warn(doubt + ".");
+    if (!query.compiler.Restriction())
+        context.Console().Note("The query restricts nothing: every item fits.");
+}
+
 // A text is read as far as it is one expression. That is no error, but seldom what was meant.
-void WarnOfWhatIsNotRead(CCommandContext& context, const CCompileRestriction& compiler,
-                         const std::string& text) {
-    if (compiler.EndOffset() < text.size())
-        context.Console().Warn("The query ends before \"" +
-                               OneLine(Utf8FromNarrow(text.substr(compiler.EndOffset()))) +
-                               "\", which is not read.");
-    if (!compiler.Restriction()) context.Console().Note("The query restricts nothing: every item fits.");
+void WarnOfWhatIsNotRead(CCommandContext& context, const CQueryCompiler& query, const std::string& text) {
+    const std::string rest = Unread(query.compiler, text);
+    if (!rest.empty()) context.Console().Warn("The query ends before \"" + rest + "\", which is not read.");
+    WarnOfDoubts(context, query);
+}
+
+// Throws CCommandError where the query cannot be used whole. Not tried on a folder where there is none.
+void RequireCorrect(CQueryCompiler& query, const std::string& text, const std::string& path) {
+    query.Compile(text);
+    const std::string rest = Unread(query.compiler, text);
+    if (!rest.empty())
+        throw CCommandError(ExitCode::Usage, "The query ends before \"" + rest + "\", which is not read",
+                            "Conditions are joined by 'and' and 'or'.");
+    if (query.compiler.Folder()) query.TryOn(IMAPIContainerPtr(query.compiler.Folder()), path);
+}
+
+// "correct" is null where nothing can be said, for want of a store to ask.
+Json CheckedToJson(const CQueryCompiler& query, const std::string& error) {
+    const CCompileRestriction& compiler = query.compiler;
+    Json result = Json::object();
+    result["correct"] = !error.empty() ? Json(false) : compiler.Folder() ? Json(true) : Json();
+    if (compiler.HasError())
+        result.update({{"error", query.Message()}, {"offset", compiler.ErrorOffset()}});
+    else
+        result["end"] = compiler.EndOffset();
+    if (!error.empty() && !compiler.HasError()) result["error"] = error;
+    if (!compiler.ErrorHint().empty()) result["hint"] = OneLine(Utf8FromNarrow(compiler.ErrorHint()));
+    result["warnings"] = query.Doubts();
+    return result;
 }
 
 int CheckQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
     const CScope scope(context, path);
     CQueryCompiler query(scope.folder, scope.session);
-    if (context.Json()) {
-        const bool correct = query.compiler.Compile(text);
-        Json result = {{"correct", correct}};
-        if (correct)
-            result["end"] = query.compiler.EndOffset();
-        else
-            result.update({{"error", query.Message()}, {"offset", query.compiler.ErrorOffset()}});
-        context.Console().Out() << JsonText(result);
-    }
+    const auto print = [&](const std::string& error) {
+        if (context.Json()) context.Console().Out() << JsonText(CheckedToJson(query, error));
+    };
     try {
-        query.Compile(text);
-    } catch (const CCommandError&) {
+        RequireCorrect(query, text, path.empty() ? "the top of the store" : path);
+    } catch (const CCommandError& e) {
+        print(e.what());
         if (!scope.folder.IsValid())
             context.Console().Warn(
                 "There is no store here, so words for named properties (Private, Categories) are unknown.");
         throw;
     }
-    WarnOfWhatIsNotRead(context, query.compiler, text);
-    context.Console().Note("The query is correct.");
+    print({});
+    WarnOfDoubts(context, query);
+    context.Console().Note(query.compiler.Folder()
+                               ? "The query is correct."
+                               : "The query can be understood; there is no store here to try it on.");
     return Code(ExitCode::Done);
+}
+
+// The text that compiles to the same again; where the language has none, one that only comes close, and
+// false.
+bool QueryTextOf(const CQueryCompiler& query, const CScope& scope, std::string& text) {
+    text = WriteQuery(query.compiler, query.compiler.Restriction());
+    CQueryCompiler again(scope.folder, scope.session);
+    again.compiler.SetFolder(query.compiler.Folder());  // which the text may have chosen
+    if (again.compiler.Compile(text) &&
+        RestrictionTree(again.compiler.Restriction()) == RestrictionTree(query.compiler.Restriction()))
+        return true;
+    text = query.compiler.PrintRestriction(query.compiler.Restriction());
+    return false;
 }
 
 int PrintQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
     const CScope scope(context, path);
     CQueryCompiler query(scope.folder, scope.session);
     query.Compile(text);
-    WarnOfWhatIsNotRead(context, query.compiler, text);
+    WarnOfWhatIsNotRead(context, query, text);
+    std::string printed;
+    const bool compiles = QueryTextOf(query, scope, printed);
+    if (!compiles)
+        context.Console().Warn(
+            "What is printed does not compile to the same query; the tree shows what is meant.");
+    Json json = {{"text", Utf8FromNarrow(printed)}, {"compiles", compiles}};
+    json.update(QueryToJson(query.compiler));
     if (context.Json())
-        context.Console().Out() << JsonText(QueryToJson(query.compiler));
+        context.Console().Out() << JsonText(json);
     else
-        PrintQuery(context.Console(), query.compiler);
+        PrintQuery(context.Console(), json);
     return Code(ExitCode::Done);
 }
 
@@ -118,7 +174,7 @@ int RunQueryText(CCommandContext& context, const std::string& text, const std::s
     if (!query.compiler.Folder())
         throw CCommandError(ExitCode::NotOpen, "There is no folder \"" + folder.path + "\".",
                             "In the text of a query it is written with a backslash: \"Store\\Folder\".");
-    WarnOfWhatIsNotRead(context, query.compiler, text);
+    WarnOfWhatIsNotRead(context, query, text);
     RunQuery(query.compiler, folder.path).Print(context.Console(), context.Json());
     return Code(ExitCode::Done);
 }

@@ -1,6 +1,7 @@
 // Several pairs, one after the other, for all commands that run pairs.
 #pragma once
 #include <Programs/vellum/Commands/CommandContext.h>
+#include <Tarn/Dispatch/PairLock.h>
 #include <Tarn/Engine/TarnSetting.h>
 #include <Tarn/Settings/TarnSettings.h>
 
@@ -10,7 +11,10 @@ struct CRunOptions {
     bool dryRun = false;
     bool inBackground = false;     // no line for each folder, and no word of pairs that had nothing to do
     unsigned massDeleteShare = 0;  // per cent, see CMassDeleteGuard; 0: no guard
-    unsigned waitSeconds = 0;      // for a run of the same pair in another process; CPatience::kForEver
+    bool ignoreBadQuery = false;   // run a pair whose query does not select as if it had none
+    // For runs of other processes; a pair that shares a folder is waited for unless somebody says otherwise.
+    unsigned samePairSeconds = 0;
+    unsigned sharedSeconds = CPatience::kForEver;
 };
 
 // The share that the installation has set, or else the usual one.

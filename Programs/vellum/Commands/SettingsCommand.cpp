@@ -1,11 +1,12 @@
 // The values of the installation, and the list of pairs as text.
+#include <Platform/CodePage.h>
 #include <Platform/Files.h>
 #include <Platform/Registry.h>
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Sync/PairStore.h>
+#include <Tarn/Dispatch/MassDeleteGuard.h>
 #include <Tarn/Engine/FolderKey.h>
-#include <Tarn/Settings/MassDeleteGuard.h>
 #include <Tarn/Settings/TarnSettings.h>
 
 #include <algorithm>
@@ -35,14 +36,15 @@ constexpr CValue values[] = {
      "1: the pairs lie in the file VellumCfg.ini instead of the mailbox"},
     {"show-protocol", "ShowProtocol", vellumKey, false, 2, SHOW_PROTOCOL_ALWAYS,
      "Add-in: the protocol after a run, 0 never, 1 always, 2 for conflicts"},
-    {"use-computername", "UseComputername", vellumKey, false, 1, 1,
-     "1: each computer has a memory of its own for each pair"},
     {"pump", "Pump", vellumKey, false, 1, 1, "Kept for the add-in"},
     {"find-duplicates", "FindDuplicates", vellumKey, false, 1, 0,
      "1: asks for duplicates to be removed before a run (not in this version)"},
     {"directory", "Directory", vellumKey, true, 0, 0, "Directory of the pairs that travel as files"},
     {"mass-delete-guard", "MassDeleteGuard", vellumKey, false, 100, kMassDeleteShare,
      "A run that would delete more than so many per cent of one side is stopped; 0: never"},
+    {"query-guard", "QueryGuard", vellumKey, false, 1, 1,
+     "1: a pair whose query does not select is stopped; 0: it carries everything. The add-in asks only where "
+     "it is set"},
     {"hard-delete", "HardDelete", vellumwareKey, false, 1, 0,
      "1: what a run removes is destroyed instead of kept below the wastebasket"},
     {"profile", "Profil", tarnKey, true, 0, 0, "Add-in: the profile of a logon of its own"},
@@ -117,36 +119,36 @@ void MakeKey(CRegistryKey& key, const CValue& value) {
     if (isNew && std::string(value.key) == vellumKey) key.WriteDword("ShowProtocol", SHOW_PROTOCOL_ALWAYS);
 }
 
-// Whoever switches the place of the list takes the list along. Pairs that lie in the new place from former
-// times stay beside them.
+// Whoever switches the place of the list takes the list along.
 void MovePairs(CCommandContext& context, const CValue& value, DWORD number) {
-    CPairStore former(context.Session());
-    const auto pairs = former.Load();
-    const DWORD formerNumber = former.Settings().m_storeInIni;
     CRegistryKey key;
     MakeKey(key, value);
-    CheckWritten(key.WriteDword(value.registry, number), value);
-    CTarnSettings settings;
-    settings.Load(context.Session().Mapi());
-    for (const CTarnSetting& pair : pairs)
-        settings.InsertOrReplace(pair);
-    if (settings.Save(context.Session().Mapi())) return;
-    key.WriteDword(value.registry, formerNumber);
-    throw CCommandError(ExitCode::NotOpen, "The list of pairs could not be written to its new place");
+    const DWORD former = key.ReadDword(value.registry).value_or(value.fallback);
+    const auto choose = [&](DWORD place) { CheckWritten(key.WriteDword(value.registry, place), value); };
+    CPairStore(context.Session()).Move([&] { choose(number); }, [&] { choose(former); });
 }
 
-int SetValue(CCommandContext& context, const std::string& name, const std::string& text) {
-    const CValue& value = ValueOf(name);
-    const DWORD number = value.isText ? 0 : NumberOf(value, text);
-    if (name == "store-in-ini") {
-        MovePairs(context, value, number);
-    } else {
+// A change of the list writes some of the values with it, so nobody may be at one meanwhile.
+void WriteValue(const CValue& value, const std::string& text, DWORD number) {
+    const auto write = [&] {
         CRegistryKey key;
         MakeKey(key, value);
         CheckWritten(
             value.isText ? key.WriteString(value.registry, text) : key.WriteDword(value.registry, number),
             value);
-    }
+    };
+    if (!CTarnSettings::Exclusively(write))
+        throw CCommandError(ExitCode::NotOpen,
+                            std::string("The value \"") + value.name + "\" could not be written");
+}
+
+int SetValue(CCommandContext& context, const std::string& name, const std::string& text) {
+    const CValue& value = ValueOf(name);
+    const DWORD number = value.isText ? 0 : NumberOf(value, text);
+    if (name == "store-in-ini")
+        MovePairs(context, value, number);
+    else
+        WriteValue(value, text, number);
     context.Console().Note("\"" + name + "\" is " + (text.empty() ? "empty" : text) + " now.");
     return Code(ExitCode::Done);
 }
@@ -173,7 +175,7 @@ std::string ReadSettingsFile(const std::string& path) {
     if (!ReadFileBytes(path, text))
         throw CCommandError(ExitCode::NotOpen, "\"" + path + "\" cannot be read: " + LastFileError());
     if (!text.empty() && text.back() == '\0') text.pop_back();
-    return text;
+    return Utf8FromFile(text);
 }
 
 struct CImportArguments {
@@ -228,12 +230,12 @@ int ImportSettings(CCommandContext& context, const CImportArguments& arguments) 
                                 "\" is not wholly understood: " + std::to_string(found.size()) +
                                 " pair(s) were found, and something beside them",
                             "To take what was found:  --partly");
-    CPairStore store(context.Session());
-    auto pairs = store.Load();
     unsigned added = 0, known = 0;
-    for (const CTarnSetting& pair : found)
-        ++(TakePair(pairs, pair, arguments.replace) ? added : known);
-    if (added != 0) store.Save(pairs);
+    CPairStore(context.Session()).Change([&](CPairStore::Pairs& pairs) {
+        for (const CTarnSetting& pair : found)
+            ++(TakePair(pairs, pair, arguments.replace) ? added : known);
+        return added != 0;
+    });
     context.Console().Note("Imported " + std::to_string(added) + " pair(s)" +
                            (known == 0
                                 ? "."

@@ -1,3 +1,4 @@
+#include <Platform/StoreExtensions.h>
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Commands/FolderTree.h>
 #include <Programs/vellum/Console/Utf8.h>
@@ -15,7 +16,7 @@ int ListStores(CCommandContext& context) {
         unsigned folders = 0;
         long long items = 0;
         WalkFolders(session, session.OpenFolder(store.name),
-                    [&](const CFolderRef&, const CFolderRow& row, int depth) {
+                    [&](const CFolderRef&, const CFolderEntry& row, int depth) {
                         folders += depth > 0 ? 1 : 0;
                         items += row.items;
                     });
@@ -26,10 +27,10 @@ int ListStores(CCommandContext& context) {
     return Code(ExitCode::Done);
 }
 
-int CreateStore(CCommandContext& context, const std::string& name, bool shortTermTables) {
+int CreateStore(CCommandContext& context, const std::string& name, const std::vector<std::string>& habits) {
     CProfileAdmin admin;
     const std::string profile = admin.Resolve(context.Options().profile);
-    admin.CreateStore(profile, name, shortTermTables);
+    admin.CreateStore(profile, name, habits);
     context.Console().Note("Created the store \"" + name + "\" in the profile \"" + profile + "\".");
     return Code(ExitCode::Done);
 }
@@ -61,7 +62,7 @@ int RemoveStore(CCommandContext& context, const std::string& name, bool force) {
                     "Remove those pairs first, or say --force.");
             long long items = 0;
             WalkFolders(session, session.OpenFolder(name),
-                        [&](const CFolderRef&, const CFolderRow& row, int) { items += row.items; });
+                        [&](const CFolderRef&, const CFolderEntry& row, int) { items += row.items; });
             if (items > 0)
                 throw CCommandError(ExitCode::Guarded,
                                     "The store \"" + name + "\" holds " + std::to_string(items) +
@@ -80,10 +81,13 @@ int SetDefaultStore(CCommandContext& context, const std::string& name) {
     const CStoreInfo store = session.FindStore(name);
     if (store.isDefault) return Code(ExitCode::Done);
     // The list of pairs lies in the default store and goes with it.
-    CPairStore list(session);
-    const auto pairs = list.Load();
-    session.SetDefaultStore(store);
-    list.Save(pairs);
+    const std::vector<CStoreInfo> stores = session.Stores();
+    const auto former =
+        std::find_if(stores.begin(), stores.end(), [](const CStoreInfo& s) { return s.isDefault; });
+    CPairStore(session).Move([&] { session.SetDefaultStore(store); },
+                             [&] {
+                                 if (former != stores.end()) session.SetDefaultStore(*former);
+                             });
     context.Console().Note("\"" + name + "\" is the default store now.");
     return Code(ExitCode::Done);
 }
@@ -94,21 +98,22 @@ void AddStoreCommands(CCommandTable& table) {
     struct Arguments {
         std::string name;
         bool force = false;
-        bool shortTermTables = false;
+        std::vector<std::string> habits;
     };
     auto arguments = std::make_shared<Arguments>();
     CLI::App& group = table.AddGroup("store", "Stores of a profile: each is a file of folders and items",
                                      "store create Home");
     table.AddCommand(group, "list", "List the stores, with counts", "store list --json", ListStores);
-    CLI::App& create =
-        table.AddCommand(group, "create", "Create a store; the first one becomes the default",
-                         "store create Home", [arguments](CCommandContext& context) {
-                             return CreateStore(context, arguments->name, arguments->shortTermTables);
-                         });
+    CLI::App& create = table.AddCommand(group, "create", "Create a store; the first one becomes the default",
+                                        "store create Home", [arguments](CCommandContext& context) {
+                                            return CreateStore(context, arguments->name, arguments->habits);
+                                        });
     create.add_option("NAME", arguments->name, "Its name")->required();
-    create.add_flag(
-        "--short-term-tables", arguments->shortTermTables,
-        "Its tables give short-term entry IDs beside the long-term ones, as those of some servers do");
+    std::string habits = "Let it do as some real stores do, to try things out; repeatable. ";
+    for (const CStoreHabitName& habit : kStoreHabits)
+        habits += std::string(habit.name) + ": " + habit.meaning + ". ";
+    habits.pop_back();
+    create.add_option("--habit", arguments->habits, habits)->allow_extra_args(false);
     CLI::App& remove = table.AddCommand(group, "remove", "Remove a store with its items",
                                         "store remove Old --force", [arguments](CCommandContext& context) {
                                             return RemoveStore(context, arguments->name, arguments->force);
@@ -122,4 +127,5 @@ void AddStoreCommands(CCommandTable& table) {
             [arguments](CCommandContext& context) { return SetDefaultStore(context, arguments->name); })
         .add_option("NAME", arguments->name, "Its name")
         ->required();
+    AddStoreCareCommands(table, group);
 }

@@ -1,8 +1,7 @@
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Commands/RunPairs.h>
-#include <Programs/vellum/Sync/PairLock.h>
 #include <Programs/vellum/Sync/PairStore.h>
-#include <Tarn/Settings/MassDeleteGuard.h>
+#include <Tarn/Dispatch/MassDeleteGuard.h>
 
 #include <algorithm>
 #include <optional>
@@ -17,6 +16,7 @@ struct CSyncArguments {
     bool dryRun = false;
     bool extendedExit = false;
     bool allowMassDelete = false;
+    bool ignoreBadQuery = false;
     std::optional<unsigned> massDeleteShare;
     const CLI::Option* wait = nullptr;
     std::string waitText;
@@ -43,24 +43,28 @@ bool IsNumber(const std::string& text) {
     return !text.empty() && text.size() <= 6 && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// The seconds behind --wait may be left out; the word that stands there is then the name of a pair.
-unsigned TakeWait(CSyncArguments& arguments) {
-    if (arguments.wait->count() == 0) return 0;
-    if (IsNumber(arguments.waitText)) return static_cast<unsigned>(std::stoul(arguments.waitText));
-    if (!arguments.waitText.empty() && arguments.waitText != "true")
+// The seconds behind --wait may be left out; the word that stands there is then the name of a pair. Seconds
+// that are given hold for everything that is waited for.
+void TakeWait(CSyncArguments& arguments, CRunOptions& options) {
+    if (arguments.wait->count() == 0) return;
+    options.samePairSeconds = CPatience::kForEver;
+    if (IsNumber(arguments.waitText))
+        options.samePairSeconds = options.sharedSeconds =
+            static_cast<unsigned>(std::stoul(arguments.waitText));
+    else if (!arguments.waitText.empty() && arguments.waitText != "true")
         arguments.pairs.push_back(arguments.waitText);
-    return CPatience::kForEver;
 }
 
 int Sync(CCommandContext& context, CSyncArguments arguments) {
     CRunOptions options;
     options.dryRun = arguments.dryRun;
-    options.waitSeconds = TakeWait(arguments);
+    TakeWait(arguments, options);
     CPairStore store(context.Session());
     CConsole& console = context.Console();
     const auto pairs = store.Load();
     options.massDeleteShare = arguments.massDeleteShare.value_or(MassDeleteShare(store.Settings()));
     if (arguments.allowMassDelete) options.massDeleteShare = 0;
+    options.ignoreBadQuery = arguments.ignoreBadQuery || store.Settings().m_queryGuard == 0u;
     const auto chosen = ChoosePairs(pairs, arguments);
     if (chosen.empty())
         console.Note(pairs.empty() ? "The profile has no pairs yet. Add one:  vellum pair add SOURCE TARGET"
@@ -91,12 +95,14 @@ void AddSyncCommand(CCommandTable& table) {
     arguments->wait =
         command
             .add_option("--wait", arguments->waitText,
-                        "Wait for a run of the same pair in another process (default: until it ends)")
+                        "Wait for runs of the same folders in other processes (default: until they end)")
             ->type_name("[SECONDS]")
             ->expected(0, 1);
     command.add_flag("--dry-run", arguments->dryRun, "Only say what would be done");
     command.add_flag("--allow-mass-delete", arguments->allowMassDelete,
                      "Delete also where most items of a folder would go");
+    command.add_flag("--ignore-bad-query", arguments->ignoreBadQuery,
+                     "Run pairs whose query does not select anything as if they had none");
     command
         .add_option("--mass-delete-share", arguments->massDeleteShare,
                     "Stop a pair of which more than so many per cent, and at least " +

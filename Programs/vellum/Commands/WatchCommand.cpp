@@ -3,153 +3,206 @@
 #include <Programs/vellum/Commands/CommandContext.h>
 #include <Programs/vellum/Commands/RunPairs.h>
 #include <Programs/vellum/Console/Interrupt.h>
+#include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Session/Explain.h>
-#include <Programs/vellum/Sync/PairLock.h>
 #include <Programs/vellum/Sync/PairStore.h>
-#include <Tarn/Settings/PermanentSynchronization.h>
+#include <Tarn/Dispatch/TimedSync.h>
+#include <Tarn/Dispatch/WatchLoop.h>
+#include <Tarn/Settings/SettingsStamp.h>
+#include <Tarn/Settings/TarnContext.h>
 
 #include <algorithm>
-#include <atomic>
-#include <memory>
+#include <utility>
 
 namespace {
 
-constexpr DWORD pollMs = 50;
-// Changes mostly come in groups; a run that begins at the first of them would be followed by another.
-constexpr DWORD settleMs = 300;
-constexpr DWORD settleAtMostMs = 3000;
-// A run notices the traces of the one before it and then finds nothing to do. One that still does something
-// or fails, again and again, must not keep the machine busy.
-constexpr DWORD firstPauseMs = 500;
-constexpr DWORD busyPauseMs = 2000;
-constexpr DWORD lastPauseMs = 60000;
+using Pairs = std::vector<CTarnSetting>;
+
+// Reading the list says what is wrong with it; whoever runs in the background need not hear that all the
+// time.
+constexpr DWORD listAgainMs = 60000;
 
 // Nobody is there to ask, and whoever runs the pair just now will be done some time.
 CRunOptions BackgroundRun(const CTarnSettings& settings) {
-    return {false, true, MassDeleteShare(settings), CPatience::kForEver};
+    CRunOptions options;
+    options.inBackground = true;
+    options.massDeleteShare = MassDeleteShare(settings);
+    options.ignoreBadQuery = settings.m_queryGuard == 0u;
+    options.samePairSeconds = CPatience::kForEver;
+    return options;
 }
 
-// One pair that is watched. The flags are set on the store's thread and taken on this one.
-class CWatchedPair {
-public:
-    CWatchedPair(CCommandContext& context, const std::vector<CTarnSetting>& pairs, std::size_t index,
-                 const CRunOptions& options)
-        : m_context(context), m_pairs(pairs), m_index(index), m_options(options), m_watcher(pairs[index]) {}
+bool IsSamePair(const CTarnSetting& a, const CTarnSetting& b) {
+    return a.m_sourceKey == b.m_sourceKey && a.m_targetKey == b.m_targetKey;
+}
 
-    void Watch() {
-        m_watcher.Watch(m_context.Session().Mapi(), [this] {
-            m_lastChange = TickCount();
-            m_changed = true;
-        });
+// The pairs that a command was given, or those that have the flags, in a list that changes meanwhile.
+class CChoice {
+public:
+    // Throws Usage for a word that no pair answers to.
+    CChoice(const Pairs& pairs, const std::vector<std::string>& words, ULONG flags) : m_flags(flags) {
+        for (const std::string& word : words)
+            m_named.push_back({word, pairs[FindPair(pairs, word)]});
     }
-    // A change has come, the burst that it belongs to is over, and the pause after the run before too.
-    bool IsDue() {
-        if (!m_changed) {
-            m_waits = false;
-            return false;
+    // Positions in `pairs`. A number that the person gave means the pair that had it then.
+    std::vector<std::size_t> In(const Pairs& pairs) const {
+        std::vector<std::size_t> chosen;
+        for (std::size_t i = 0; m_named.empty() && i < pairs.size(); ++i)
+            if (pairs[i].Has(SYNC_ACTIVE) && pairs[i].Has(m_flags)) chosen.push_back(i);
+        for (const auto& [word, former] : m_named) {
+            const auto is = [&, &word = word, &former = former](const CTarnSetting& pair) {
+                return IsSamePair(pair, former) || pair.m_groupId == word;
+            };
+            const auto found = std::find_if(pairs.begin(), pairs.end(), is);
+            if (found != pairs.end()) chosen.push_back(static_cast<std::size_t>(found - pairs.begin()));
         }
-        const DWORD now = TickCount();
-        if (!m_waits) m_firstSeen = now;
-        m_waits = true;
-        const bool settled = now - m_lastChange >= settleMs || now - m_firstSeen >= settleAtMostMs;
-        return settled && now - m_ended >= m_pauseMs;
-    }
-    // A run that fails is told and does not end the watching.
-    void Run() {
-        m_changed = m_waits = false;
-        ExitCode code = ExitCode::Internal;
-        bool changed = false;
-        try {
-            if (m_watcher.IsOutdated()) Watch();
-            const CBatchResult result = RunPairs(m_context, m_pairs, {m_index}, m_options);
-            code = result.code;
-            changed = result.sourceChanged || result.targetChanged;
-        } catch (const CCommandError& e) {
-            m_context.Console().Error(e.what(), e.Hint());
-        } catch (const CMAPIException& e) {
-            m_context.Console().Error("The pair \"" + PairLabel(m_pairs, m_index) +
-                                      "\" could not be run: " + Explain(e.Hr()));
-        }
-        const DWORD longer = m_pauseMs == 0 ? firstPauseMs : m_pauseMs * 2;
-        if (code != ExitCode::Done)
-            m_pauseMs = std::min(longer, lastPauseMs);
-        else
-            m_pauseMs = changed ? std::min(longer, busyPauseMs) : 0;
-        m_ended = TickCount();
+        return chosen;
     }
 
 private:
-    CCommandContext& m_context;
-    const std::vector<CTarnSetting>& m_pairs;
-    const std::size_t m_index;
-    const CRunOptions& m_options;
-    std::atomic<bool> m_changed{true};  // the first run brings both folders in step
-    std::atomic<DWORD> m_lastChange{0};
-    bool m_waits = false;
-    DWORD m_firstSeen = 0;
-    DWORD m_ended = 0;
-    DWORD m_pauseMs = 0;
-    CPermanentSynchronization m_watcher;  // last: no notification comes after it is gone
+    ULONG m_flags;
+    std::vector<std::pair<std::string, CTarnSetting>> m_named;
 };
-using WatchedPairs = std::vector<std::unique_ptr<CWatchedPair>>;
 
-std::vector<std::size_t> ChooseByFlags(const std::vector<CTarnSetting>& pairs,
-                                       const std::vector<std::string>& words, ULONG flags) {
-    std::vector<std::size_t> chosen;
-    for (const std::string& word : words)
-        chosen.push_back(FindPair(pairs, word));
-    for (std::size_t i = 0; words.empty() && i < pairs.size(); ++i)
-        if (pairs[i].Has(SYNC_ACTIVE) && pairs[i].Has(flags)) chosen.push_back(i);
-    return chosen;
-}
+// --- watch -------------------------------------------------------------------------------------------
 
-// False when the person wants to end.
-bool Wait(DWORD ms) {
-    for (DWORD waited = 0; waited < ms && !InterruptRequested(); waited += pollMs)
-        SleepMs(pollMs);
-    return !InterruptRequested();
-}
+class CWatchCommand : public IWatchHost {
+public:
+    CWatchCommand(CCommandContext& context, const std::vector<std::string>& words)
+        : m_context(context),
+          m_stamp(SettingsStamp(context.Session().Mapi())),
+          m_pairs(Read()),
+          m_choice(m_pairs, words, SYNC_CONTINUOUS_TO | SYNC_CONTINUOUS_FROM) {}
+
+    bool WantsEnd() override { return InterruptRequested(); }
+
+    Pairs Watched() const {
+        Pairs watched;
+        for (const std::size_t index : m_choice.In(m_pairs))
+            watched.push_back(m_pairs[index]);
+        return watched;
+    }
+    Pairs WatchedNow() override {
+        std::string stamp = SettingsStamp(m_context.Session().Mapi());
+        if (stamp != m_stamp && (!m_failed || TickCount() - m_failedAt >= listAgainMs)) {
+            try {
+                m_pairs = Read();
+                m_stamp = std::move(stamp);
+                m_failed = false;
+            } catch (const CCommandError& e) {
+                m_failed = true;
+                m_failedAt = TickCount();
+                m_context.Console().Error(e.what(), e.Hint());
+            }
+        }
+        return Watched();
+    }
+    CWatchedRun Run(const CTarnSetting& pair) override {
+        CWatchedRun run;
+        try {
+            const CBatchResult result = RunPairs(m_context, m_pairs, {IndexOf(pair)}, m_options);
+            run.failed = result.code != ExitCode::Done;
+            // A guard, or a kind of pair that is not run, says the same until somebody does something.
+            run.again = run.failed && result.code != ExitCode::Guarded && result.code != ExitCode::Usage;
+            run.changed = result.sourceChanged || result.targetChanged;
+        } catch (const CCommandError& e) {
+            m_context.Console().Error(e.what(), e.Hint());
+            run.failed = run.again = true;
+        } catch (const CMAPIException& e) {
+            m_context.Console().Error("The pair \"" + LabelOf(pair) + "\" could not be run: " + Explain(e));
+            run.failed = run.again = true;
+        }
+        return run;
+    }
+    void OnBegin(std::size_t pairs) override {
+        m_hasBegun = true;
+        m_context.Console().Note("Watching " + std::to_string(pairs) + " pair(s); Ctrl-C ends.");
+    }
+    void OnDeaf(const CTarnSetting& pair, const CMAPIException& why) override {
+        const std::string text = "The pair \"" + LabelOf(pair) + "\" cannot be watched: " + Explain(why.Hr());
+        if (!m_hasBegun) throw CCommandError(ExitCode::NotOpen, text);
+        m_context.Console().Error(text, "It is tried again.");
+    }
+    void OnAdded(const CTarnSetting& pair) override { Tell(pair, "is watched too"); }
+    void OnChanged(const CTarnSetting& pair) override { Tell(pair, "has been changed"); }
+    void OnRemoved(const CTarnSetting& pair) override {
+        m_context.Console().Note("The pair \"" +
+                                 OneLine(pair.m_groupId.empty() ? pair.m_sourcePath : pair.m_groupId) +
+                                 "\" is not watched any more.");
+    }
+
+private:
+    Pairs Read() {
+        CPairStore store(m_context.Session());
+        Pairs pairs = store.Load();
+        m_options = BackgroundRun(store.Settings());
+        return pairs;
+    }
+    std::size_t IndexOf(const CTarnSetting& pair) const {
+        const auto is = [&](const CTarnSetting& other) { return IsSamePair(pair, other); };
+        return static_cast<std::size_t>(std::find_if(m_pairs.begin(), m_pairs.end(), is) - m_pairs.begin());
+    }
+    std::string LabelOf(const CTarnSetting& pair) const { return PairLabel(m_pairs, IndexOf(pair)); }
+    void Tell(const CTarnSetting& pair, const std::string& what) {
+        m_context.Console().Note("The pair \"" + LabelOf(pair) + "\" " + what + ".");
+    }
+
+    CCommandContext& m_context;
+    CRunOptions m_options;
+    std::string m_stamp;  // read before the list: what is written in between is read again
+    Pairs m_pairs;
+    CChoice m_choice;
+    bool m_hasBegun = false;
+    bool m_failed = false;
+    DWORD m_failedAt = 0;
+};
 
 int Watch(CCommandContext& context, const std::vector<std::string>& words) {
-    CProfileSession& session = context.Session();
-    CPairStore store(session);
-    const auto pairs = store.Load();
-    const CRunOptions options = BackgroundRun(store.Settings());
-    const auto chosen = ChooseByFlags(pairs, words, SYNC_CONTINUOUS_TO | SYNC_CONTINUOUS_FROM);
-    if (chosen.empty())
+    CWatchCommand command(context, words);
+    const Pairs watched = command.Watched();
+    if (watched.empty())
         throw CCommandError(ExitCode::Usage, "No pair is to be watched",
                             "Name one, or:  vellum pair edit PAIR --continuous-to --continuous-from");
-    WatchedPairs watched;
-    for (const std::size_t index : chosen) {
-        watched.push_back(std::make_unique<CWatchedPair>(context, pairs, index, options));
-        try {
-            watched.back()->Watch();
-        } catch (const CMAPIException& e) {
-            throw CCommandError(ExitCode::NotOpen, "The pair \"" + PairLabel(pairs, index) +
-                                                       "\" cannot be watched: " + Explain(e.Hr()));
-        }
-    }
-    context.Console().Note("Watching " + std::to_string(chosen.size()) + " pair(s); Ctrl-C ends.");
-    do {
-        for (const auto& pair : watched)
-            if (!InterruptRequested() && pair->IsDue()) pair->Run();
-    } while (Wait(pollMs));
+    WatchLoop(context.Session().Mapi(), command, watched);
     context.Console().Note("Watching has ended.");
     return Code(ExitCode::Done);
 }
 
-int Timer(CCommandContext& context, const std::vector<std::string>& words, unsigned seconds, unsigned times) {
-    ExitCode last = ExitCode::Done;
-    for (unsigned run = 0; times == 0 || run < times; ++run) {
-        if (run > 0 && !Wait(seconds * 1000)) break;
-        CPairStore store(context.Session());
-        const auto pairs = store.Load();
-        const auto chosen = ChooseByFlags(pairs, words, SYNC_ACTIVE);
-        if (run == 0)
-            context.Console().Note("A run every " + std::to_string(seconds) + " second(s); Ctrl-C ends.");
-        last = RunPairs(context, pairs, chosen, BackgroundRun(store.Settings())).code;
-        if (InterruptRequested()) break;
+// --- timer -------------------------------------------------------------------------------------------
+
+// The exception under way, told; what a command would end with for it.
+ExitCode TellFailure(CConsole& console) {
+    try {
+        throw;
+    } catch (const CCommandError& e) {
+        console.Error(e.what(), e.Hint());
+        return e.Code();
+    } catch (const CMAPIException& e) {
+        console.Error("The run has failed: " + Explain(e));
+        return ExitCode::NotOpen;
+    } catch (const std::exception& e) {
+        console.Error(std::string("The run has failed: ") + e.what());
+        return ExitCode::Internal;
     }
+}
+
+int Timer(CCommandContext& context, const std::vector<std::string>& words, unsigned seconds, unsigned times) {
+    CPairStore store(context.Session());
+    const CChoice choice(store.Load(), words, SYNC_ACTIVE);
+    context.Console().Note("A run every " + std::to_string(seconds) + " second(s); Ctrl-C ends.");
+    ExitCode last = ExitCode::Done;
+    CTimerTerms terms;
+    terms.seconds = seconds;
+    terms.beginsAtOnce = true;
+    terms.times = times;
+    terms.wantsEnd = InterruptRequested;
+    terms.run = [&](const CMapiSession&) {
+        const Pairs pairs = store.Load();
+        last = RunPairs(context, pairs, choice.In(pairs), BackgroundRun(store.Settings())).code;
+    };
+    terms.onFailure = [&] { last = TellFailure(context.Console()); };
+    TimerLoop([&] { return context.Session().Mapi(); }, terms);
+    TarnContext().Logoff();
     context.Console().Note("The timer has ended.");
     return Code(last);
 }

@@ -20,8 +20,7 @@ public:
     // One value, and its words in the table where they differ from the value.
     struct Cell {
         template <class T>
-            requires(!std::is_same_v<std::remove_cvref_t<T>, Cell>)
-        Cell(T&& v) : value(std::forward<T>(v)) {}
+        requires(!std::is_same_v<std::remove_cvref_t<T>, Cell>) Cell(T&& v) : value(std::forward<T>(v)) {}
         template <class T>
         Cell(T&& v, std::string t) : value(std::forward<T>(v)), text(std::move(t)), hasText(true) {}
         Json value;

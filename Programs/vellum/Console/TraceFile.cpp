@@ -1,12 +1,13 @@
 #include <Programs/vellum/Console/TraceFile.h>
 
+#include <Platform/Files.h>
 #include <Programs/vellum/Console/ExitCode.h>
 #include <Tarn/Engine/SyncTrace.h>
 
 #include <cerrno>
 #include <cstring>
 
-CTraceFile::CTraceFile(const std::string& path) : m_file(std::fopen(path.c_str(), "a")) {
+CTraceFile::CTraceFile(const std::string& path) : m_file(OpenFile(path, "a")) {
     if (!m_file)
         throw CCommandError(ExitCode::NotOpen,
                             "The trace file \"" + path + "\" cannot be written: " + std::strerror(errno));

@@ -1,7 +1,5 @@
 #include <Programs/vellum/Console/Utf8.h>
 
-#include <Platform/Machine.h>
-
 #include <cstdint>
 
 namespace {
@@ -24,15 +22,6 @@ void Append(std::string& out, char32_t c) {
         out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
         out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
         out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
-void Append(std::wstring& out, char32_t c) {
-    if (sizeof(wchar_t) == 2 && c >= 0x10000) {
-        out += static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
-        out += static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-        out += static_cast<wchar_t>(c);
     }
 }
 
@@ -75,29 +64,9 @@ std::size_t WidthOf(char32_t c) {
 
 }  // namespace
 
-std::string Utf8FromWide(const std::wstring& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        auto c = static_cast<char32_t>(text[i]);
-        const bool high = c >= 0xD800 && c < 0xDC00;
-        if (high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000)
-            c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<char32_t>(text[++i]) - 0xDC00);
-        Append(out, c);
-    }
-    return out;
-}
-
 std::string Utf8FromNarrow(const std::string& text) {
-    return Utf8FromWide(WideFromNarrow(text));
-}
-
-std::wstring WideFromUtf8(const std::string& text) {
-    std::wstring out;
-    out.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();)
-        Append(out, NextUtf8(text, at));
-    return out;
+    if (IsUtf8(text)) return text;
+    return Utf8FromWide(WideFromUtf8(text));
 }
 
 std::size_t Utf8Length(const std::string& text) {

@@ -1,13 +1,11 @@
 // Text for the terminal and for JSON.
 #pragma once
+#include <Platform/Utf8.h>
+
 #include <string>
 
-// From the system's 8-bit code page, and from wide text. What has no meaning becomes U+FFFD, so the
-// result is always valid.
+// What is no character becomes U+FFFD, so the result is always valid.
 std::string Utf8FromNarrow(const std::string& text);
-std::string Utf8FromWide(const std::wstring& text);
-// Wide text from valid or broken UTF-8.
-std::wstring WideFromUtf8(const std::string& text);
 
 // Characters.
 std::size_t Utf8Length(const std::string& text);

@@ -16,17 +16,14 @@ namespace {
 constexpr std::size_t leastIdDigits = 40;
 
 const std::vector<ULONG> columns = {PR_ENTRYID,
-                                    PR_SUBJECT_W,
-                                    PR_SENDER_NAME_W,
+                                    PR_SUBJECT_A,
+                                    PR_SENDER_NAME_A,
                                     PR_MESSAGE_CLASS_A,
                                     PR_CLIENT_SUBMIT_TIME,
                                     PR_MESSAGE_DELIVERY_TIME,
                                     PR_CREATION_TIME,
                                     PR_LAST_MODIFICATION_TIME,
                                     PR_MESSAGE_SIZE,
-                                    PR_DISPLAY_NAME_W,
-                                    PR_SUBJECT_A,
-                                    PR_SENDER_NAME_A,
                                     PR_DISPLAY_NAME_A};
 
 enum Column : ULONG {
@@ -40,17 +37,14 @@ enum Column : ULONG {
     ITEM_MODIFIED,
     ITEM_SIZE,
     ITEM_NAME,
-    ITEM_NARROW_SUBJECT,
-    ITEM_NARROW_SENDER,
-    ITEM_NARROW_NAME,
 };
 
 CItemRow RowOf(const CMapiRowSet& rows, ULONG i) {
     CItemRow row;
     row.entryId.Assign(rows.Cell(i, ITEM_ENTRYID).Binary());
-    row.subject = ShownText(rows.Cell(i, ITEM_SUBJECT), rows.Cell(i, ITEM_NARROW_SUBJECT));
-    if (row.subject.empty()) row.subject = ShownText(rows.Cell(i, ITEM_NAME), rows.Cell(i, ITEM_NARROW_NAME));
-    row.from = ShownText(rows.Cell(i, ITEM_SENDER), rows.Cell(i, ITEM_NARROW_SENDER));
+    row.subject = Utf8FromNarrow(rows.Cell(i, ITEM_SUBJECT).Str());
+    if (row.subject.empty()) row.subject = Utf8FromNarrow(rows.Cell(i, ITEM_NAME).Str());
+    row.from = Utf8FromNarrow(rows.Cell(i, ITEM_SENDER).Str());
     row.messageClass = rows.Cell(i, ITEM_CLASS).Str();
     row.created = rows.Cell(i, ITEM_CREATED).Time();
     row.modified = rows.Cell(i, ITEM_MODIFIED).Time();
@@ -76,9 +70,8 @@ std::vector<CItemRow> ReadItems(const CFolderRef& folder) {
     return items;
 }
 
-std::set<std::string> FittingIds(CProfileSession& session, const CFolderRef& folder,
-                                 const std::string& query) {
-    CQueryCompiler compiled(folder.folder, session.Mapi());
+std::set<std::string> FittingIds(const CFolderRef& folder, const std::string& query) {
+    CQueryCompiler compiled(folder.folder, {});
     compiled.Compile(query);
     const IMAPITablePtr table = folder.folder._rawContentsTable();
     if (SRestriction* restriction = compiled.compiler.Restriction()) {
@@ -87,7 +80,7 @@ std::set<std::string> FittingIds(CProfileSession& session, const CFolderRef& fol
         } catch (const CMAPIException& e) {
             throw CCommandError(
                 ExitCode::NotOpen,
-                "The folder \"" + folder.path + "\" cannot be searched with this query: " + Explain(e.Hr()));
+                "The folder \"" + folder.path + "\" cannot be searched with this query: " + Explain(e));
         }
     }
     const CMapiRowSet rows = table.QueryRows({PR_ENTRYID});
@@ -109,8 +102,8 @@ std::string Upper(std::string text) {
 
 }  // namespace
 
-void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query) {
-    CQueryCompiler compiled(folder.folder, session.Mapi());
+std::vector<std::string> CheckQuery(const CFolderRef& folder, const std::string& query) {
+    CQueryCompiler compiled(folder.folder, {});
     compiled.Compile(query);
     // Both would quietly let more through than was meant.
     const char* hint = "Look how it is understood:  vellum query print TEXT";
@@ -120,14 +113,15 @@ void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::s
     if (rest.find_first_not_of(" \t\r\n") != std::string::npos)
         throw CCommandError(ExitCode::Usage,
                             "The query ends before \"" + OneLine(Utf8FromNarrow(rest)) + "\".", hint);
+    compiled.TryOn(folder.folder, folder.path);
+    return compiled.Doubts();
 }
 
-std::vector<CItemRow> ListItems(CProfileSession& session, const CFolderRef& folder,
-                                const std::string& query) {
+std::vector<CItemRow> ListItems(const CFolderRef& folder, const std::string& query) {
     auto items = ReadItems(folder);
     if (query.empty()) return items;
-    CheckQuery(session, folder, query);
-    const auto ids = FittingIds(session, folder, query);
+    CheckQuery(folder, query);
+    const auto ids = FittingIds(folder, query);
     std::erase_if(items, [&](const CItemRow& row) { return ids.count(row.entryId.Hex()) == 0; });
     return items;
 }
@@ -138,8 +132,8 @@ std::string ItemLabel(const CItemRow& row) {
            (date.empty() ? "" : " of " + date);
 }
 
-CItemRow FindItem(CProfileSession& session, const CFolderRef& folder, const std::string& word) {
-    const auto items = ListItems(session, folder, "");
+CItemRow FindItem(const CFolderRef& folder, const std::string& word) {
+    const auto items = ListItems(folder, "");
     const bool isNumber = IsDigits(word, "0123456789") && word.size() < 10;
     const bool isId = word.size() >= leastIdDigits && IsDigits(word, "0123456789ABCDEFabcdef");
     const std::string subject = Utf8FromNarrow(word);
@@ -173,7 +167,7 @@ IMessagePtr OpenItem(const CFolderRef& folder, const CItemRow& row, ULONG flags)
         if (message) return message;
     } catch (const CMAPIException& e) {
         throw CCommandError(ExitCode::NotOpen, "The item " + ItemLabel(row) + " in \"" + folder.path +
-                                                   "\" cannot be opened: " + Explain(e.Hr()));
+                                                   "\" cannot be opened: " + Explain(e));
     }
     throw CCommandError(ExitCode::NotOpen,
                         "The item " + ItemLabel(row) + " in \"" + folder.path + "\" cannot be opened");

@@ -19,11 +19,11 @@ struct CItemRow {
 
 // All items in the order of their creation, or those that fit a query. The numbers are those of the
 // whole listing in both cases. Throws CCommandError: Usage for a query that does not compile.
-std::vector<CItemRow> ListItems(CProfileSession& session, const CFolderRef& folder, const std::string& query);
+std::vector<CItemRow> ListItems(const CFolderRef& folder, const std::string& query);
 
 // The item that `word` names: its number, its id in hexadecimal, or its subject. Throws Usage where there
 // is none or a subject fits several.
-CItemRow FindItem(CProfileSession& session, const CFolderRef& folder, const std::string& word);
+CItemRow FindItem(const CFolderRef& folder, const std::string& word);
 
 // Opens an item with the flags given (MAPI_MODIFY, or 0 for reading). Throws CCommandError naming it.
 IMessagePtr OpenItem(const CFolderRef& folder, const CItemRow& row, ULONG flags);
@@ -32,5 +32,6 @@ IMessagePtr OpenItem(const CFolderRef& folder, const CItemRow& row, ULONG flags)
 std::string ItemLabel(const CItemRow& row);
 
 // Compiles a query for a folder; throws Usage with the place of the error, and for a text without any
-// condition or with something behind it.
-void CheckQuery(CProfileSession& session, const CFolderRef& folder, const std::string& query);
+// condition or with something behind it, NotOpen where the folder cannot be searched with it.
+// Answers what is seldom meant (CQueryCompiler::Doubts).
+std::vector<std::string> CheckQuery(const CFolderRef& folder, const std::string& query);

@@ -3,6 +3,7 @@
 #include <Programs/vellum/Items/ItemEdit.h>
 
 #include <Platform/Clock.h>
+#include <Platform/Files.h>
 #include <Programs/vellum/Session/Explain.h>
 #include <Tools/CompileRestriction.h>
 #include <Tools/INIQuerys.h>
@@ -179,12 +180,13 @@ void AddRecipient(IMessagePtr& message, const std::string& address, LONG type) {
     list.cEntries = 1;
     list.aEntries[0].cValues = 4;
     list.aEntries[0].rgPropVals = values;
-    CheckCall(message->ModifyRecipients(MODRECIP_ADD, &list),
+    CStoreText given(message.Text());
+    CheckCall(message->ModifyRecipients(MODRECIP_ADD, given.Addresses(&list)),
               "The recipient \"" + address + "\" cannot be added", ExitCode::Usage);
 }
 
 void AttachFile(IMessagePtr& message, const std::string& path) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(OpenFile(path, "rb"), std::fclose);
     if (!file)
         throw CCommandError(ExitCode::NotOpen,
                             "The file \"" + path + "\" cannot be read: " + std::strerror(errno));

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int maxEmbeddedDepth = 32;
 
-Json MessageToJson(IMessage* message, int depth);
+Json MessageToJson(const IMessagePtr& message, int depth);
 
 std::string RecipientType(LONG type) {
     switch (type & 0x0F) {
@@ -34,9 +34,10 @@ std::string TextOf(const CMapiPropValue& value) {
     return value.IsError() ? std::string() : Utf8FromNarrow(value.Str());
 }
 
-CMapiRowSet RecipientRows(IMessage* message) {
+CMapiRowSet RecipientRows(const IMessagePtr& message) {
     IMAPITablePtr table;
-    THROW_ON_FAILURE_FOR(message->GetRecipientTable(MAPI_UNICODE, table.Out()), message);
+    THROW_ON_FAILURE_FOR(message->GetRecipientTable(0, table.Out()), message.Get());
+    table.SetText(message.Text());
     return table.QueryRows();
 }
 
@@ -57,23 +58,23 @@ LONG CellLong(const SRow& row, ULONG tag) {
     return cell && PROP_TYPE(cell->ulPropTag) == PT_LONG ? cell->Value.l : 0;
 }
 
-Json RecipientsToJson(IMessage* message) {
+Json RecipientsToJson(const IMessagePtr& message) {
     Json array = Json::array();
     const CMapiRowSet rows = RecipientRows(message);
     for (ULONG i = 0; i < rows.Count(); ++i) {
         const SRow& row = rows.Get()->aRow[i];
         Json entry = Json::object();
         entry["type"] = RecipientType(CellLong(row, PR_RECIPIENT_TYPE));
-        entry["name"] = CellText(row, PR_DISPLAY_NAME_W);
-        entry["address"] = CellText(row, PR_EMAIL_ADDRESS_W);
-        entry["properties"] = RowToJson(row, message);
+        entry["name"] = CellText(row, PR_DISPLAY_NAME_A);
+        entry["address"] = CellText(row, PR_EMAIL_ADDRESS_A);
+        entry["properties"] = RowToJson(row, message.RawProp());
         array.push_back(std::move(entry));
     }
     return array;
 }
 
 std::string AttachmentName(const IAttachPtr& attachment) {
-    for (const ULONG tag : {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W}) {
+    for (const ULONG tag : {PR_ATTACH_LONG_FILENAME_A, PR_ATTACH_FILENAME_A, PR_DISPLAY_NAME_A}) {
         const std::string name = ShownText(attachment, tag);
         if (!name.empty()) return name;
     }
@@ -97,22 +98,24 @@ Json EmbeddedToJson(const IAttachPtr& attachment, int depth) {
     const HRESULT hr = attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, &object);
     if (hr < 0 || !object) return nullptr;
     embedded.Attach(static_cast<IMessage*>(object));
-    return MessageToJson(embedded.Get(), depth + 1);
+    embedded.SetText(attachment.KnownText());
+    return MessageToJson(embedded, depth + 1);
 }
 
-Json AttachmentsToJson(IMessage* message, int depth) {
+Json AttachmentsToJson(const IMessagePtr& message, int depth) {
     Json array = Json::array();
-    for (const ULONG number : AttachmentNumbers(message)) {
+    for (const ULONG number : AttachmentNumbers(message.Get())) {
         Json entry = Json::object();
         IAttachPtr attachment;
         const HRESULT hr = message->OpenAttach(number, nullptr, 0, attachment.Out());
         if (hr < 0) {
             entry["error"] = ErrorName(hr);
         } else {
+            attachment.SetText(message.KnownText());
             const LONG method = attachment.GetLongPropOr0(PR_ATTACH_METHOD);
             entry["name"] = AttachmentName(attachment);
             entry["method"] = method;
-            entry["properties"] = PropertiesToJson(attachment.Get());
+            entry["properties"] = PropertiesToJson(attachment);
             if (method == ATTACH_EMBEDDED_MSG) entry["item"] = EmbeddedToJson(attachment, depth);
         }
         array.push_back(std::move(entry));
@@ -120,11 +123,10 @@ Json AttachmentsToJson(IMessage* message, int depth) {
     return array;
 }
 
-Json MessageToJson(IMessage* message, int depth) {
-    const IMessagePtr wrapper(message);
+Json MessageToJson(const IMessagePtr& message, int depth) {
     Json item = Json::object();
-    item["subject"] = ShownText(wrapper, PR_SUBJECT_W);
-    item["class"] = ShownText(wrapper, PR_MESSAGE_CLASS_W);
+    item["subject"] = ShownText(message, PR_SUBJECT_A);
+    item["class"] = ShownText(message, PR_MESSAGE_CLASS_A);
     item["properties"] = PropertiesToJson(message);
     item["recipients"] = RecipientsToJson(message);
     item["attachments"] = AttachmentsToJson(message, depth);
@@ -157,22 +159,22 @@ std::string ShortTime(const FILETIME& time) {
 }
 
 Json ItemToJson(IMessage* message) {
-    return MessageToJson(message, 0);
+    return MessageToJson(IMessagePtr(message), 0);
 }
 
 void PrintItem(CConsole& console, const IMessagePtr& message) {
-    PrintHead(console, "Subject", ShownText(message, PR_SUBJECT_W));
-    PrintHead(console, "From", ShownText(message, PR_SENDER_NAME_W));
-    PrintHead(console, "To", ShownText(message, PR_DISPLAY_TO_W));
-    PrintHead(console, "Cc", ShownText(message, PR_DISPLAY_CC_W));
+    PrintHead(console, "Subject", ShownText(message, PR_SUBJECT_A));
+    PrintHead(console, "From", ShownText(message, PR_SENDER_NAME_A));
+    PrintHead(console, "To", ShownText(message, PR_DISPLAY_TO_A));
+    PrintHead(console, "Cc", ShownText(message, PR_DISPLAY_CC_A));
     PrintHead(console, "Date", TimeHead(message));
-    PrintHead(console, "Class", ShownText(message, PR_MESSAGE_CLASS_W));
+    PrintHead(console, "Class", ShownText(message, PR_MESSAGE_CLASS_A));
     for (const ULONG number : AttachmentNumbers(message.Get())) {
         IAttachPtr attachment;
         if (message->OpenAttach(number, nullptr, 0, attachment.Out()) < 0) continue;
         PrintHead(console, "Attached", AttachmentName(attachment));
     }
-    std::string body = ShownText(message, PR_BODY_W);
+    std::string body = ShownText(message, PR_BODY_A);
     if (body.empty()) body = Utf8FromNarrow(message.GetBody());
     body = PlainLines(body);
     if (!body.empty()) console.Out() << '\n' << body << (body.back() == '\n' ? "" : "\n");

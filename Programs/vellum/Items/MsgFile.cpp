@@ -2,6 +2,7 @@
 
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Programs/vellum/Session/Explain.h>
 
 #include <cstdio>
@@ -25,7 +26,7 @@ IMessagePtr OpenMessageOn(IStorage* storage, const std::string& path) {
 }  // namespace
 
 bool IsMsgFile(const std::string& path) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(OpenFile(path, "rb"), std::fclose);
     unsigned char head[sizeof(compoundMagic)]{};
     return file && std::fread(head, 1, sizeof(head), file.get()) == sizeof(head) &&
            std::memcmp(head, compoundMagic, sizeof(head)) == 0;
@@ -33,7 +34,7 @@ bool IsMsgFile(const std::string& path) {
 
 std::string ImportMsgFile(const std::string& path, const CFolderRef& folder) {
     CComPtr<IStorage> storage;
-    CheckCall(StgOpenStorage(WideFromNarrow(path).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr,
+    CheckCall(StgOpenStorage(WideFromUtf8(path).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr,
                              0, storage.Out()),
               "The file \"" + path + "\" cannot be opened", ExitCode::NotOpen);
     const IMessagePtr source = OpenMessageOn(storage.Get(), path);
@@ -45,7 +46,7 @@ std::string ImportMsgFile(const std::string& path, const CFolderRef& folder) {
     } catch (const CMAPIException& e) {
         throw CCommandError(ExitCode::NotOpen, "The item of the file \"" + path +
                                                    "\" cannot be written to \"" + folder.path +
-                                                   "\": " + Explain(e.Hr()));
+                                                   "\": " + Explain(e));
     }
     return source.GetStrPropOrEmpty(PR_SUBJECT_A);
 }
@@ -53,7 +54,7 @@ std::string ImportMsgFile(const std::string& path, const CFolderRef& folder) {
 void ExportMsgFile(const IMessagePtr& message, const std::string& path) {
     const std::string failure = "The file \"" + path + "\" cannot be written";
     CComPtr<IStorage> storage;
-    CheckCall(StgCreateDocfile(WideFromNarrow(path).c_str(),
+    CheckCall(StgCreateDocfile(WideFromUtf8(path).c_str(),
                                STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE | STGM_TRANSACTED, 0,
                                storage.Out()),
               failure, ExitCode::NotOpen);

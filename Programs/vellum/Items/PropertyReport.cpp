@@ -124,36 +124,26 @@ void AddDigest(Json& entry, const std::string& bytes) {
     entry["digest"] = text;
 }
 
-std::string Utf8FromUtf16Bytes(const std::string& bytes) {
-    std::wstring wide;
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
-        wide += static_cast<wchar_t>(static_cast<unsigned char>(bytes[i]) |
-                                     (static_cast<unsigned char>(bytes[i + 1]) << 8));
-    while (!wide.empty() && wide.back() == L'\0')
-        wide.pop_back();
-    return Utf8FromWide(wide);
-}
-
 // A value that does not come with GetProps because of its size.
-bool ReadBytes(IMAPIProp* object, ULONG tag, std::string& bytes) {
-    CComPtr<IStream> stream;
-    const HRESULT hr = object->OpenProperty(tag, &IID_IStream, 0, 0, stream.OutUnknown());
-    return hr >= 0 && stream && ReadToEnd(stream.Get(), bytes, cbReadPortion) >= 0;
-}
-
-bool ReadAsStream(IMAPIProp* object, ULONG tag, Json& entry) {
+bool ReadAsStream(const IMAPIPropPtr& object, ULONG tag, Json& entry) {
     std::string bytes;
-    if (!ReadBytes(object, tag, bytes)) return false;
-    const ULONG type = PROP_TYPE(tag);
-    if (type == PT_UNICODE && bytes.size() <= cbTextLimit)
-        entry["value"] = Utf8FromUtf16Bytes(bytes);
-    else if (type == PT_STRING8 && bytes.size() <= cbTextLimit)
-        entry["value"] = Utf8FromNarrow(std::string(bytes.c_str()));
-    else if (type == PT_BINARY && bytes.size() <= cbBinaryLimit)
-        entry["value"] =
-            HexFromBinary({static_cast<ULONG>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data())});
-    else
-        AddDigest(entry, bytes);
+    if (PROP_TYPE(tag) == PT_STRING8) {
+        if (object.ReadTextStream(tag, 0, 0, bytes) < 0) return false;
+        if (bytes.size() <= cbTextLimit) {
+            entry["value"] = Utf8FromNarrow(bytes);
+            return true;
+        }
+    } else {
+        CComPtr<IStream> stream;
+        if (object.OpenStream(tag, 0, 0, stream) < 0 || ReadToEnd(stream.Get(), bytes, cbReadPortion) < 0)
+            return false;
+        if (PROP_TYPE(tag) == PT_BINARY && bytes.size() <= cbBinaryLimit) {
+            entry["value"] =
+                HexFromBinary({static_cast<ULONG>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data())});
+            return true;
+        }
+    }
+    AddDigest(entry, bytes);
     return true;
 }
 
@@ -220,7 +210,7 @@ Json Sorted(std::vector<Json>& entries) {
     return array;
 }
 
-void PutValue(const SPropValue& value, ULONG tag, IMAPIProp* object, Json& entry) {
+void PutValue(const SPropValue& value, ULONG tag, const IMAPIPropPtr& object, Json& entry) {
     entry["type"] = TypeName(tag);
     const bool isError = PROP_TYPE(value.ulPropTag) == PT_ERROR;
     if (isError && value.Value.err == MAPI_E_NOT_ENOUGH_MEMORY && object && ReadAsStream(object, tag, entry))
@@ -325,41 +315,28 @@ Json ValueToJson(const SPropValue& value) {
     }
 }
 
-std::string ShownText(const CMapiPropValue& wide, const CMapiPropValue& narrow) {
-    if (wide.Type() == PT_UNICODE) return WideToJson(wide.Get()->Value.lpszW).get<std::string>();
-    return narrow.Type() == PT_STRING8 ? Utf8FromNarrow(narrow.Str()) : std::string();
-}
-
 std::string ShownText(const CGenMapiPropPtr& object, ULONG tag) {
-    const ULONG wideTag = CHANGE_PROP_TYPE(tag, PT_UNICODE);
-    CMapiPropValue wide;
-    const HRESULT hr = object.GetOneProp(wideTag, wide);
-    if (hr >= 0) return ShownText(wide, {});
-    std::string bytes;
-    if (hr == MAPI_E_NOT_ENOUGH_MEMORY && ReadBytes(object.RawProp(), wideTag, bytes))
-        return Utf8FromUtf16Bytes(bytes);
-    return Utf8FromNarrow(object.GetStrPropOrEmpty(CHANGE_PROP_TYPE(tag, PT_STRING8)));
+    CMapiPropValue value;
+    const HRESULT hr = object.GetOneProp(tag, value);
+    std::string text = hr >= 0 ? value.Str() : std::string();
+    if (hr == MAPI_E_NOT_ENOUGH_MEMORY) object.ReadTextStream(tag, 0, 0, text);
+    return Utf8FromNarrow(text);
 }
 
-Json PropertiesToJson(IMAPIProp* object) {
+Json PropertiesToJson(const IMAPIPropPtr& object) {
     SPropTagArray* list = nullptr;
-    THROW_ON_FAILURE_FOR(object->GetPropList(MAPI_UNICODE, &list), object);
+    THROW_ON_FAILURE_FOR(object->GetPropList(0, &list), object.Get());
     std::vector<ULONG> tags(list->aulPropTag, list->aulPropTag + list->cValues);
     MAPIFreeBuffer(list);
     std::vector<Json> entries;
     if (tags.empty()) return Sorted(entries);
 
-    const CNames names(object, tags);
-    CTagArray asked(tags);
-    CMapiPropValues values;
-    ULONG count = 0;
-    SPropValue* block = nullptr;
-    THROW_ON_FAILURE_FOR(object->GetProps(asked.Get(), MAPI_UNICODE, &count, &block), object);
-    values.Attach(block, count);
-    for (ULONG i = 0; i < count && i < tags.size(); ++i) {
+    const CNames names(object.Get(), tags);
+    const CMapiPropValues values = object.GetProps(tags);
+    for (ULONG i = 0; i < values.Count() && i < tags.size(); ++i) {
         Json entry = Json::object();
         names.Describe(tags[i], entry);
-        PutValue(block[i], tags[i], object, entry);
+        PutValue(*values[i].Get(), tags[i], object, entry);
         entries.push_back(std::move(entry));
     }
     return Sorted(entries);
@@ -376,7 +353,7 @@ Json RowToJson(const SRow& row, IMAPIProp* object) {
         if (PROP_TYPE(value.ulPropTag) == PT_ERROR) continue;
         Json entry = Json::object();
         names.Describe(value.ulPropTag, entry);
-        PutValue(value, value.ulPropTag, nullptr, entry);
+        PutValue(value, value.ulPropTag, {}, entry);
         entries.push_back(std::move(entry));
     }
     return Sorted(entries);

@@ -9,11 +9,8 @@
 // One value in JSON. Times are "2001-05-14T23:39:00.0000000Z", bytes upper-case hexadecimal, errors
 // and objects null, several values an array.
 Json ValueToJson(const SPropValue& value);
-// What is shown to a person, in UTF-8: asked for as wide text, since characters outside the code page do
-// not survive the other kind, which stands in where a store has nothing else. Empty where there is no text.
+// A text of any size for a person. Empty where there is none.
 std::string ShownText(const CGenMapiPropPtr& object, ULONG tag);
-// The same for two cells of a table, of which only one need hold a text.
-std::string ShownText(const CMapiPropValue& wide, const CMapiPropValue& narrow);
 // "text", "long", "time" ...; with "[]" behind it for several values. Both kinds of text are "text",
 // so that items of two stores compare.
 std::string TypeName(ULONG tag);
@@ -26,6 +23,6 @@ std::string PropertySetName(const GUID& set);
 //   {"id": "0x8208", "set": "PSETID_Appointment", ...}
 // ordered by tag, the named ones behind by set and name. Values of more than 64 KB that are not text
 // show "size" and "digest" instead of "value". A value that cannot be read shows "error".
-Json PropertiesToJson(IMAPIProp* object);
+Json PropertiesToJson(const IMAPIPropPtr& object);
 // The same for the cells of a table's row; `object` names the named ones (null: none has names).
 Json RowToJson(const SRow& row, IMAPIProp* object);

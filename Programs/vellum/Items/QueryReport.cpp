@@ -77,16 +77,21 @@ bool HasSize(const SRestriction* restriction) {
     return false;
 }
 
+void CheckSearch(HRESULT hr, const CCompileRestriction& compiler, const std::string& path) {
+    const std::string failure = "The folder \"" + path + "\" cannot be searched with this query";
+    if (hr == MAPI_E_INVALID_PARAMETER && HasSize(compiler.Restriction()))
+        throw CCommandError(ExitCode::NotOpen, failure + ": " + Explain(hr),
+                            "The word size makes a condition that no store takes; the size of an item is "
+                            "MessageSize.");
+    CheckCall(hr, failure, ExitCode::NotOpen);
+}
+
 std::vector<ULONG> ListedTags(const CCompileRestriction& compiler) {
     if (const SPropTagArray* columns = compiler.Columns()) return TagsOf(*columns);
     std::vector<ULONG> tags = {PR_SUBJECT_A};
     for (const ULONG tag : compiler.UsedTags())
         if (tag != PR_SUBJECT_A) tags.push_back(tag);
     return tags;
-}
-
-bool IsText(ULONG tag) {
-    return PROP_TYPE(tag) == PT_STRING8;
 }
 
 CListing::Cell CellOf(const CMapiPropValue& value) {
@@ -112,6 +117,7 @@ void AddPublishedWords(const CNameTable& names, CCompileRestriction& compiler,
 CQueryCompiler::CQueryCompiler(const IMAPIFolderPtr& folder, const CMapiSession& session)
     : queries(LoadStoredQueries()) {
     PrepareQueryCompiler(compiler, folder.Get(), session.Raw(), &queries);
+    compiler.SetCreateNames(false);
 }
 
 std::string CQueryCompiler::Message() const {
@@ -125,8 +131,32 @@ std::string CQueryCompiler::Message() const {
 
 void CQueryCompiler::Compile(const std::string& text) {
     if (compiler.Compile(text)) return;
+    const std::string hint = OneLine(Utf8FromNarrow(compiler.ErrorHint()));
     throw CCommandError(ExitCode::Usage, "The query cannot be understood: " + Message(),
-                        MarkedText(text, compiler.ErrorOffset()));
+                        MarkedText(text, compiler.ErrorOffset()) + (hint.empty() ? "" : "\n  " + hint + "."));
+}
+
+std::vector<std::string> CQueryCompiler::Doubts() const {
+    std::vector<std::string> doubts;
+    for (const std::string& warning : compiler.Warnings())
+        doubts.push_back(OneLine(Utf8FromNarrow(warning)));
+    for (const std::string& name : compiler.AbsentNames())
+        doubts.push_back("No item of this store has a field \"" + OneLine(Utf8FromNarrow(name)) +
+                         "\": the store does not know the name yet");
+    return doubts;
+}
+
+void CQueryCompiler::TryOn(const CGenMapiContPtr& folder, const std::string& path) const {
+    const IMAPITablePtr table = folder._rawContentsTable();
+    const std::vector<ULONG> columns = {PR_ENTRYID};
+    HRESULT hr = S_OK;
+    CStoreText text(table.Text());
+    if (SRestriction* restriction = compiler.Restriction())
+        hr = table->Restrict(text.Restriction(restriction), 0);
+    if (hr >= 0 && compiler.SortOrder()) hr = table->SortTable(text.Order(compiler.SortOrder()), 0);
+    CMapiRowSet row;
+    if (hr >= 0) hr = table.SetColumnsAndQuery(row, 1, 0, columns);
+    CheckSearch(hr, compiler, path);
 }
 
 Json QueryToJson(const CCompileRestriction& compiler) {
@@ -142,14 +172,10 @@ Json QueryToJson(const CCompileRestriction& compiler) {
             order.push_back({{"word", Utf8FromNarrow(compiler.WordOfTag(key->ulPropTag))},
                              {"tag", HexTag(key->ulPropTag)},
                              {"direction", DirectionName(key->ulOrder)}});
-    return {{"text", Utf8FromNarrow(compiler.PrintRestriction(compiler.Restriction()))},
-            {"tree", Lines(RestrictionTree(compiler.Restriction()))},
-            {"columns", columns},
-            {"order", order}};
+    return {{"tree", Lines(RestrictionTree(compiler.Restriction()))}, {"columns", columns}, {"order", order}};
 }
 
-void PrintQuery(CConsole& console, const CCompileRestriction& compiler) {
-    const Json query = QueryToJson(compiler);
+void PrintQuery(CConsole& console, const Json& query) {
     std::ostream& out = console.Out();
     out << OneLine(query["text"].get<std::string>()) << "\n\n";
     for (const Json& line : query["tree"])
@@ -169,29 +195,18 @@ CListing RunQuery(const CCompileRestriction& compiler, const std::string& folder
     for (const ULONG tag : tags) {
         const std::string word = Utf8FromNarrow(compiler.WordOfTag(tag));
         columns.push_back({word, word});
-        asked.push_back(IsText(tag) ? CHANGE_PROP_TYPE(tag, PT_UNICODE) : tag);
+        asked.push_back(tag);
     }
-    std::copy_if(tags.begin(), tags.end(), std::back_inserter(asked), IsText);  // as ShownText wants them
     CMapiRowSet rows;
     const IMAPIContainerPtr folder(compiler.Folder());
     const HRESULT hr = folder._rawContentsTable().QueryAllWithRestriction(compiler.Restriction(),
                                                                           compiler.SortOrder(), rows, asked);
-    const std::string failure = "The folder \"" + folderPath + "\" cannot be searched with this query";
-    if (hr == MAPI_E_INVALID_PARAMETER && HasSize(compiler.Restriction()))
-        throw CCommandError(ExitCode::NotOpen, failure + ": " + Explain(hr),
-                            "The word size makes a condition that no store takes; the size of an item is "
-                            "MessageSize.");
-    CheckCall(hr, failure, ExitCode::NotOpen);
+    CheckSearch(hr, compiler, folderPath);
     CListing listing(columns, "No item fits the query.");
     for (ULONG row = 0; row < rows.Count(); ++row) {
         std::vector<CListing::Cell> cells = {Json(HexFromBinary(rows.Cell(row, 0).Binary()))};
-        ULONG narrow = static_cast<ULONG>(tags.size());
-        for (ULONG column = 1; column <= tags.size(); ++column) {
-            const CMapiPropValue value = rows.Cell(row, column);
-            if (IsText(tags[column - 1])) ++narrow;
-            const bool isNarrow = IsText(tags[column - 1]) && value.IsError();
-            cells.push_back(CellOf(isNarrow ? rows.Cell(row, narrow) : value));
-        }
+        for (ULONG column = 1; column <= tags.size(); ++column)
+            cells.push_back(CellOf(rows.Cell(row, column)));
         listing.AddRow(std::move(cells));
     }
     return listing;

@@ -9,21 +9,27 @@
 #include <vector>
 
 // A compiler with the stored queries that a text may call. The folder numbers the named properties; an
-// empty one leaves words for them unknown.
+// empty one leaves words for them unknown. Names that its store does not have are not made in it.
 struct CQueryCompiler {
     CQueryCompiler(const IMAPIFolderPtr& folder, const CMapiSession& session);
     // Throws CCommandError (Usage) that shows the text and the place where the parser stood.
     void Compile(const std::string& text);
     // The compiler's messages on one line.
     std::string Message() const;
+    // What is seldom meant, and names that no item of the store can have; sentences without full stop.
+    std::vector<std::string> Doubts() const;
+    // Asks the folder for a row that fits, which not every condition that compiles is good for. Throws
+    // CCommandError (NotOpen).
+    void TryOn(const CGenMapiContPtr& folder, const std::string& path) const;
 
     CINIQuerys queries;
     CCompileRestriction compiler;
 };
 
-// {"text", "tree": [lines], "columns": [{"word", "tag", "type"}], "order": [{"word", "tag", "direction"}]}
+// {"tree": [lines], "columns": [{"word", "tag", "type"}], "order": [{"word", "tag", "direction"}]}
 Json QueryToJson(const CCompileRestriction& compiler);
-void PrintQuery(CConsole& console, const CCompileRestriction& compiler);
+// That with the "text" in it.
+void PrintQuery(CConsole& console, const Json& query);
 
 // The rows of the compiler's folder that fit, with the columns of `select` or else the subject and what
 // the condition names, in the query's order; by --json with "id". Throws CCommandError (NotOpen).

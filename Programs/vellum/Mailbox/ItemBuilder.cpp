@@ -176,7 +176,9 @@ void CItemBuilder::FlushProperties() {
     CPropertyBatch& batch = m_levels.back()->properties;
     if (batch.Count() == 0) return;
     // Single values that the store computes itself come back as problems, not as a failure.
-    THROW_ON_FAILURE_FOR(Object()->SetProps(batch.Count(), batch.Values(), nullptr), Object());
+    CStoreText given(m_levels.front()->message.Text());
+    THROW_ON_FAILURE_FOR(
+        Object()->SetProps(batch.Count(), given.Values(batch.Values(), batch.Count()), nullptr), Object());
     batch.Clear();
 }
 
@@ -192,7 +194,9 @@ void CItemBuilder::FlushRecipients() {
         entry.cValues = recipient->Count();
         entry.rgPropVals = recipient->Values();
     }
-    THROW_ON_FAILURE_FOR(level.message->ModifyRecipients(MODRECIP_ADD, list), level.message.RawProp());
+    CStoreText given(level.message.Text());
+    THROW_ON_FAILURE_FOR(level.message->ModifyRecipients(MODRECIP_ADD, given.Addresses(list)),
+                         level.message.RawProp());
     level.recipients.clear();
 }
 

@@ -1,6 +1,7 @@
 #include <Programs/vellum/Mailbox/MailboxImporter.h>
 
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Session/Explain.h>
 
@@ -10,7 +11,7 @@ namespace {
 
 // A backslash would be taken for the separator of a path.
 std::string FolderNameFrom(const std::string& utf8) {
-    std::string name = NarrowFromWide(WideFromUtf8(utf8));
+    std::string name = Utf8FromNarrow(utf8);
     std::replace(name.begin(), name.end(), '\\', '_');
     return name.empty() ? "Unnamed folder" : name;
 }
@@ -43,7 +44,7 @@ void CMailboxImporter::Warn(const std::string& text) {
 void CMailboxImporter::BeginFolder(const CMailboxEvent& event) {
     bool created = false;
     const CFolderRef folder = m_session.CreateSubfolder(m_folders.back(), FolderNameFrom(event.text),
-                                                        NarrowFromWide(WideFromUtf8(event.bytes)), created);
+                                                        Utf8FromNarrow(event.bytes), created);
     m_folders.push_back(folder);
     m_result.folders += created ? 1 : 0;
 }

@@ -1,6 +1,7 @@
 #include <Programs/vellum/Mailbox/PropertyBatch.h>
 
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Programs/vellum/Console/Utf8.h>
 
 #include <cstring>
@@ -8,21 +9,12 @@
 
 namespace {
 
-std::uint16_t WordAt(const std::string& bytes, std::size_t at) {
-    return static_cast<std::uint16_t>(static_cast<unsigned char>(bytes[at]) |
-                                      (static_cast<unsigned char>(bytes[at + 1]) << 8));
-}
-
 // Little-endian values of the file, for machines of that order, which all our targets are.
 template <class T>
 bool Read(const std::string& bytes, T& value) {
     if (bytes.size() < sizeof(T)) return false;
     std::memcpy(&value, bytes.data(), sizeof(T));
     return true;
-}
-
-std::string NarrowFromUtf8(const std::string& text) {
-    return NarrowFromWide(WideFromUtf8(text));
 }
 
 // The values of a multi-valued property; empty where the lengths do not fit the bytes.
@@ -42,24 +34,6 @@ std::optional<std::vector<std::string>> SplitValues(const std::string& bytes) {
 }
 
 }  // namespace
-
-std::wstring WideFromUtf16Bytes(const std::string& bytes) {
-    std::wstring text;
-    text.reserve(bytes.size() / 2);
-    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-        std::uint32_t c = WordAt(bytes, at);
-        const bool high = sizeof(wchar_t) > 2 && c >= 0xD800 && c < 0xDC00 && at + 3 < bytes.size();
-        if (high) {
-            const std::uint32_t low = WordAt(bytes, at + 2);
-            if (low >= 0xDC00 && low < 0xE000) {
-                c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-                at += 2;
-            }
-        }
-        text += static_cast<wchar_t>(c);
-    }
-    return text;
-}
 
 char* CPropertyBatch::Keep(std::string bytes) {
     m_cb += bytes.size();
@@ -99,7 +73,7 @@ std::string CPropertyBatch::TextOrEmpty(ULONG id) const {
     const SPropValue* value = Find(id);
     if (!value) return {};
     if (PROP_TYPE(value->ulPropTag) == PT_STRING8) return value->Value.lpszA;
-    return PROP_TYPE(value->ulPropTag) == PT_UNICODE ? NarrowFromWide(std::wstring(value->Value.lpszW))
+    return PROP_TYPE(value->ulPropTag) == PT_UNICODE ? Utf8FromWide(std::wstring(value->Value.lpszW))
                                                      : std::string();
 }
 
@@ -137,10 +111,10 @@ bool CPropertyBatch::FillFixed(SPropValue& value, const std::string& bytes) {
             v.lpguid = reinterpret_cast<GUID*>(Keep(bytes));
             return true;
         case PT_STRING8:
-            v.lpszA = Keep(NarrowFromUtf8(bytes));
+            v.lpszA = Keep(Utf8FromNarrow(bytes));
             return true;
         case PT_UNICODE:
-            v.lpszW = KeepWide(WideFromUtf16Bytes(bytes));
+            v.lpszW = KeepWide(WideFromUtf8(Utf8FromUtf16Bytes(bytes)));
             return true;
         case PT_BINARY:
             v.bin.cb = static_cast<ULONG>(bytes.size());
@@ -187,7 +161,7 @@ bool CPropertyBatch::FillMulti(SPropValue& value, const std::string& bytes) {
             return arrayOf(v.MVguid.lpguid, plain);
         case PT_MV_STRING8:
             return arrayOf(v.MVszA.lppszA, [&](char*& out, const std::string& part) {
-                out = Keep(NarrowFromUtf8(part));
+                out = Keep(Utf8FromNarrow(part));
                 return true;
             });
         case PT_MV_UNICODE:

@@ -35,6 +35,3 @@ private:
     std::deque<std::wstring> m_texts;
     std::size_t m_cb = 0;
 };
-
-// The text that UTF-16LE bytes stand for.
-std::wstring WideFromUtf16Bytes(const std::string& bytes);

@@ -38,6 +38,11 @@ std::string Explain(HRESULT hr) {
     return ErrorName(hr);
 }
 
+std::string Explain(const CMAPIException& exception) {
+    const std::string words = Explain(exception.Hr());
+    return exception.Reason().empty() ? words : words + " (" + exception.Reason() + ")";
+}
+
 void CheckCall(HRESULT hr, const std::string& what, ExitCode code) {
     if (hr < 0) throw CCommandError(code, what + ": " + Explain(hr));
 }

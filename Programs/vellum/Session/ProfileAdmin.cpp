@@ -10,8 +10,14 @@
 
 namespace {
 
-LPTSTR Narrow(const std::string& text) {
-    return reinterpret_cast<LPTSTR>(const_cast<char*>(text.c_str()));
+// Not every mail system takes the names of profiles and stores as wide text.
+template <class Call>
+HRESULT InEitherForm(Call call) {
+    CStoreText text(TextFormOfSystem());
+    const HRESULT hr = call(text);
+    if (hr != MAPI_E_BAD_CHARWIDTH && hr != MAPI_E_UNKNOWN_FLAGS) return hr;
+    CStoreText narrow(TextForm::Narrow);
+    return call(narrow);
 }
 
 std::string Names(const std::vector<CProfileInfo>& profiles) {
@@ -51,13 +57,32 @@ std::vector<CServiceInfo> ReadServices(IMsgServiceAdmin* admin) {
     return services;
 }
 
-void ConfigureStore(IMsgServiceAdmin* admin, MAPIUID uid, const std::string& name, bool shortTermTables) {
+ULONG HabitsOf(const std::vector<std::string>& names) {
+    ULONG habits = 0;
+    for (const std::string& name : names) {
+        ULONG known = 0;
+        std::string all;
+        for (const CStoreHabitName& habit : kStoreHabits) {
+            if (name == habit.name) known = habit.habit;
+            all += std::string(all.empty() ? "" : ", ") + habit.name;
+        }
+        if (!known)
+            throw CCommandError(ExitCode::Usage, "There is no habit \"" + name + "\"",
+                                "There are: " + all + ".");
+        habits |= known;
+    }
+    return habits;
+}
+
+void ConfigureStore(IMsgServiceAdmin* admin, MAPIUID uid, const std::string& name, ULONG habits) {
     SPropValue values[2]{};
     values[0].ulPropTag = PR_DISPLAY_NAME_A;
     values[0].Value.lpszA = const_cast<char*>(name.c_str());
-    values[1].ulPropTag = PR_STORE_TABLES_SHORT_TERM;
-    values[1].Value.b = TRUE;
-    const HRESULT hr = admin->ConfigureMsgService(&uid, 0, 0, shortTermTables ? 2 : 1, values);
+    values[1].ulPropTag = PR_STORE_HABITS;
+    values[1].Value.l = static_cast<LONG>(habits);
+    const HRESULT hr = InEitherForm([&](CStoreText& text) {
+        return admin->ConfigureMsgService(&uid, 0, 0, habits ? 2 : 1, text.Values(values, 2));
+    });
     if (hr >= 0) return;
     admin->DeleteMsgService(&uid);
     CheckCall(hr, "The store \"" + name + "\" cannot be created", ExitCode::NotOpen);
@@ -66,16 +91,9 @@ void ConfigureStore(IMsgServiceAdmin* admin, MAPIUID uid, const std::string& nam
 }  // namespace
 
 CProfileAdmin::CProfileAdmin() {
-    CheckCall(MAPIInitialize(nullptr), "The mail system does not start", ExitCode::NotOpen);
-    const HRESULT hr = MAPIAdminProfiles(0, m_admin.Out());
-    if (hr >= 0) return;
-    MAPIUninitialize();
-    CheckCall(hr, "The profiles in \"" + DataDirectory() + "\" cannot be opened", ExitCode::NotOpen);
-}
-
-CProfileAdmin::~CProfileAdmin() {
-    m_admin.Free();
-    MAPIUninitialize();
+    CheckCall(m_mapi.Hr(), "The mail system does not start", ExitCode::NotOpen);
+    CheckCall(MAPIAdminProfiles(0, m_admin.Out()),
+              "The profiles in \"" + DataDirectory() + "\" cannot be opened", ExitCode::NotOpen);
 }
 
 std::vector<CProfileInfo> CProfileAdmin::Profiles() const {
@@ -113,24 +131,34 @@ void CProfileAdmin::Create(const std::string& name) {
             throw CCommandError(
                 ExitCode::Usage, "There is a profile \"" + name + "\" already",
                 "Give another name, or remove the old one:  vellum profile remove \"" + name + "\"");
-    CheckCall(m_admin->CreateProfile(Narrow(name), nullptr, 0, 0),
+    CheckCall(InEitherForm([&](CStoreText& text) {
+                  return m_admin->CreateProfile(text.Argument(name), nullptr, 0, text.Flag());
+              }),
               "The profile \"" + name + "\" cannot be created", ExitCode::NotOpen);
     if (profiles.empty()) SetDefault(name);
 }
 
 void CProfileAdmin::Remove(const std::string& name) {
-    CheckCall(m_admin->DeleteProfile(Narrow(Resolve(name)), 0),
+    const std::string known = Resolve(name);
+    CheckCall(InEitherForm([&](CStoreText& text) {
+                  return m_admin->DeleteProfile(text.Argument(known), text.Flag());
+              }),
               "The profile \"" + name + "\" cannot be removed", ExitCode::NotOpen);
 }
 
 void CProfileAdmin::SetDefault(const std::string& name) {
-    CheckCall(m_admin->SetDefaultProfile(Narrow(Resolve(name)), 0),
+    const std::string known = Resolve(name);
+    CheckCall(InEitherForm([&](CStoreText& text) {
+                  return m_admin->SetDefaultProfile(text.Argument(known), text.Flag());
+              }),
               "The profile \"" + name + "\" cannot be made the default one", ExitCode::NotOpen);
 }
 
 CComPtr<IMsgServiceAdmin> CProfileAdmin::Services(const std::string& profile) const {
     CComPtr<IMsgServiceAdmin> admin;
-    CheckCall(m_admin->AdminServices(Narrow(profile), nullptr, 0, 0, admin.Out()),
+    CheckCall(InEitherForm([&](CStoreText& text) {
+                  return m_admin->AdminServices(text.Argument(profile), nullptr, 0, text.Flag(), admin.Out());
+              }),
               "The profile \"" + profile + "\" cannot be opened", ExitCode::NotOpen);
     return admin;
 }
@@ -139,21 +167,26 @@ std::vector<CServiceInfo> CProfileAdmin::Stores(const std::string& profile) cons
     return ReadServices(Services(profile).Get());
 }
 
-void CProfileAdmin::CreateStore(const std::string& profile, const std::string& name, bool shortTermTables) {
+void CProfileAdmin::CreateStore(const std::string& profile, const std::string& name,
+                                const std::vector<std::string>& habitNames) {
     CheckName(name, "store");
+    const ULONG habits = HabitsOf(habitNames);
     const auto admin = Services(profile);
     const auto before = ReadServices(admin.Get());
     for (const CServiceInfo& service : before)
         if (service.name == name)
             throw CCommandError(ExitCode::Usage, "There is a store \"" + name + "\" in the profile \"" +
                                                      profile + "\" already");
-    CheckCall(admin->CreateMsgService(Narrow(kStoreServiceName), Narrow(name), 0, 0),
+    CheckCall(InEitherForm([&](CStoreText& text) {
+                  return admin->CreateMsgService(text.Argument(kStoreServiceName), text.Argument(name), 0,
+                                                 text.Flag());
+              }),
               "The store \"" + name + "\" cannot be created", ExitCode::NotOpen);
     for (const CServiceInfo& service : ReadServices(admin.Get())) {
         const bool isOld = std::any_of(before.begin(), before.end(), [&](const CServiceInfo& old) {
             return std::memcmp(&old.uid, &service.uid, sizeof(MAPIUID)) == 0;
         });
-        if (!isOld) return ConfigureStore(admin.Get(), service.uid, name, shortTermTables);
+        if (!isOld) return ConfigureStore(admin.Get(), service.uid, name, habits);
     }
     throw CCommandError(ExitCode::Internal, "The new store \"" + name + "\" does not turn up in the profile");
 }
@@ -164,6 +197,57 @@ void CProfileAdmin::RemoveStore(const std::string& profile, const std::string& n
         if (service.name == name)
             return CheckCall(admin->DeleteMsgService(&service.uid),
                              "The store \"" + name + "\" cannot be removed", ExitCode::NotOpen);
+    throw CCommandError(ExitCode::NotOpen,
+                        "There is no store \"" + name + "\" in the profile \"" + profile + "\"",
+                        "See:  vellum store list");
+}
+
+namespace {
+
+void CheckRestored(HRESULT hr, const std::string& name, const std::string& file) {
+    switch (hr) {
+        case MAPI_E_BUSY:
+            throw CCommandError(
+                ExitCode::Busy, "The store \"" + name + "\" is in use",
+                "End the programs that work with it (\"vellum watch\", for one), then try again.");
+        case MAPI_E_UNABLE_TO_COMPLETE:
+            throw CCommandError(ExitCode::NotOpen, "\"" + file + "\" is a store that is in use, no backup",
+                                "Write a backup of it first:  vellum store backup NAME FILE");
+        case MAPI_E_CORRUPT_STORE:
+            throw CCommandError(ExitCode::NotOpen, "\"" + file + "\" is damaged, or no backup of a store",
+                                "Nothing was changed. --force takes a damaged backup all the same.");
+        case MAPI_E_UNKNOWN_ENTRYID:
+            throw CCommandError(ExitCode::Guarded,
+                                "\"" + file + "\" is the backup of another store than \"" + name + "\"",
+                                "If it is to take the place of this one, say so with --force.");
+        case MAPI_E_COLLISION:
+            throw CCommandError(ExitCode::Guarded,
+                                "\"" + file + "\" is the backup of another store of the profile",
+                                "Restore it in the place of that store.");
+        default:
+            CheckCall(hr, "The store \"" + name + "\" cannot be restored from \"" + file + "\"",
+                      ExitCode::NotOpen);
+    }
+}
+
+}  // namespace
+
+std::string CProfileAdmin::RestoreStore(const std::string& profile, const std::string& name,
+                                        const std::string& file, bool force) {
+    const auto admin = Services(profile);
+    void* found = nullptr;
+    if (admin->QueryInterface(IID_IStoreRestore, &found) < 0)
+        throw CCommandError(ExitCode::NotOpen,
+                            "The stores of the profile \"" + profile + "\" cannot be restored");
+    CComPtr<IStoreRestore> restore;
+    restore.Attach(static_cast<IStoreRestore*>(found));
+    for (const CServiceInfo& service : ReadServices(admin.Get())) {
+        if (service.name != name) continue;
+        char kept[4096] = {};
+        const ULONG flags = force ? STORE_RESTORE_DAMAGED | STORE_RESTORE_OTHER : 0;
+        CheckRestored(restore->Restore(&service.uid, file.c_str(), flags, kept, sizeof kept), name, file);
+        return kept;
+    }
     throw CCommandError(ExitCode::NotOpen,
                         "There is no store \"" + name + "\" in the profile \"" + profile + "\"",
                         "See:  vellum store list");

@@ -1,5 +1,6 @@
 // Profiles, and the stores that belong to them, through the published administration interfaces.
 #pragma once
+#include <MapiWrapper/MapiThread.h>
 #include <MapiWrapper/MapiWrapper.h>
 
 #include <string>
@@ -20,7 +21,6 @@ struct CServiceInfo {
 class CProfileAdmin {
 public:
     CProfileAdmin();
-    ~CProfileAdmin();
     CProfileAdmin(const CProfileAdmin&) = delete;
     CProfileAdmin& operator=(const CProfileAdmin&) = delete;
 
@@ -34,12 +34,17 @@ public:
 
     // Stores of a profile. The first one becomes its default store.
     std::vector<CServiceInfo> Stores(const std::string& profile) const;
-    // `shortTermTables`: the store's tables give short-term entry IDs beside the long-term ones, as those
-    // of some servers do.
-    void CreateStore(const std::string& profile, const std::string& name, bool shortTermTables);
+    // `habits`: names of StoreExtensions.h; a name that is not there is an error of usage.
+    void CreateStore(const std::string& profile, const std::string& name,
+                     const std::vector<std::string>& habits);
     void RemoveStore(const std::string& profile, const std::string& name);
+    // Puts a backup in the store's place and answers where what it held is kept. Busy where the store is
+    // open, Guarded for the backup of another store (unless `force`), NotOpen for a file that is no good.
+    std::string RestoreStore(const std::string& profile, const std::string& name, const std::string& file,
+                             bool force);
 
 private:
     CComPtr<IMsgServiceAdmin> Services(const std::string& profile) const;
+    const CMapiThread m_mapi;
     CComPtr<IProfAdmin> m_admin;
 };

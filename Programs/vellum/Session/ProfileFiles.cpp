@@ -21,14 +21,8 @@ std::string Encoded(const std::string& name) {
 
 }  // namespace
 
-std::string ProfileLocksDirectory(const std::string& profile) {
-    const std::string directory = JoinPath(JoinPath(DataDirectory(), "locks"), Encoded(profile));
-    MakeDirectories(directory);
-    return directory;
-}
-
 std::string ProfileProtocolFile(const std::string& profile) {
     const std::string directory = JoinPath(ConfigDirectory(), "protocols");
-    MakeDirectories(directory);
+    MakePrivateDirectories(directory);
     return JoinPath(directory, Encoded(profile) + ".json");
 }

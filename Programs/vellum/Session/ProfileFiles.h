@@ -3,7 +3,5 @@
 #pragma once
 #include <string>
 
-// Below the data directory; made if it is not there.
-std::string ProfileLocksDirectory(const std::string& profile);
 // Below the configuration directory, whose folder is made if it is not there.
 std::string ProfileProtocolFile(const std::string& profile);

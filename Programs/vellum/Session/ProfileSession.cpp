@@ -83,7 +83,7 @@ IMsgStorePtr CProfileSession::OpenStore(const CStoreInfo& store) {
         return m_session.OpenStore(store.entryId);
     } catch (const CMAPIException& e) {
         throw CCommandError(ExitCode::NotOpen,
-                            "The store \"" + store.name + "\" cannot be opened: " + Explain(e.Hr()));
+                            "The store \"" + store.name + "\" cannot be opened: " + Explain(e));
     }
 }
 
@@ -103,13 +103,13 @@ CFolderRef CProfileSession::TopFolder(const CStoreInfo& store) {
     return top;
 }
 
-std::vector<CFolderRow> CProfileSession::Subfolders(const IMAPIFolderPtr& folder) {
+std::vector<CFolderEntry> CProfileSession::Subfolders(const IMAPIFolderPtr& folder) {
     const CMapiRowSet rows =
         folder._rawHierrarchyTable().QueryRows({PR_DISPLAY_NAME_A, PR_ENTRYID, PR_CONTAINER_CLASS_A,
                                                 PR_CONTENT_COUNT, PR_CONTENT_UNREAD, PR_SUBFOLDERS});
-    std::vector<CFolderRow> children;
+    std::vector<CFolderEntry> children;
     for (ULONG i = 0; i < rows.Count(); ++i) {
-        CFolderRow child;
+        CFolderEntry child;
         child.name = rows.Cell(i, 0).Str();
         child.entryId.Assign(rows.Cell(i, 1).Binary());
         child.containerClass = rows.Cell(i, 2).Str();
@@ -119,11 +119,11 @@ std::vector<CFolderRow> CProfileSession::Subfolders(const IMAPIFolderPtr& folder
         children.push_back(std::move(child));
     }
     std::sort(children.begin(), children.end(),
-              [](const CFolderRow& a, const CFolderRow& b) { return a.name < b.name; });
+              [](const CFolderEntry& a, const CFolderEntry& b) { return a.name < b.name; });
     return children;
 }
 
-CFolderRef CProfileSession::OpenSubfolder(const CFolderRef& parent, const CFolderRow& row) {
+CFolderRef CProfileSession::OpenSubfolder(const CFolderRef& parent, const CFolderEntry& row) {
     CFolderRef child;
     child.path = parent.path + "\\" + row.name;
     child.store = parent.store;
@@ -133,7 +133,7 @@ CFolderRef CProfileSession::OpenSubfolder(const CFolderRef& parent, const CFolde
         child.folder = parent.folder.OpenEntryv(row.entryId.Bin()).As<IMAPIFolderPtr>();
     } catch (const CMAPIException& e) {
         throw CCommandError(ExitCode::NotOpen,
-                            "The folder \"" + child.path + "\" cannot be opened: " + Explain(e.Hr()));
+                            "The folder \"" + child.path + "\" cannot be opened: " + Explain(e));
     }
     return child;
 }
@@ -147,7 +147,7 @@ CFolderRef CProfileSession::OpenFolder(const std::string& path) {
     for (std::size_t i = 1; i < names.size(); ++i) {
         const auto children = Subfolders(folder.folder);
         const auto child = std::find_if(children.begin(), children.end(),
-                                        [&](const CFolderRow& row) { return row.name == names[i]; });
+                                        [&](const CFolderEntry& row) { return row.name == names[i]; });
         if (child == children.end())
             throw CCommandError(
                 ExitCode::NotOpen, "There is no folder \"" + names[i] + "\" in \"" + folder.path + "\"",
@@ -161,7 +161,7 @@ CFolderRef CProfileSession::CreateSubfolder(const CFolderRef& parent, const std:
                                             const std::string& containerClass, bool& created) {
     const auto children = Subfolders(parent.folder);
     const auto child = std::find_if(children.begin(), children.end(),
-                                    [&](const CFolderRow& row) { return row.name == name; });
+                                    [&](const CFolderEntry& row) { return row.name == name; });
     created = child == children.end();
     if (!created) return OpenSubfolder(parent, *child);
 
@@ -175,7 +175,7 @@ CFolderRef CProfileSession::CreateSubfolder(const CFolderRef& parent, const std:
         folder.folder.SaveChanges(KEEP_OPEN_READWRITE);
     } catch (const CMAPIException& e) {
         throw CCommandError(ExitCode::NotOpen,
-                            "The folder \"" + folder.path + "\" cannot be created: " + Explain(e.Hr()));
+                            "The folder \"" + folder.path + "\" cannot be created: " + Explain(e));
     }
     folder.entryId = EntryIdOf(folder.folder);
     return folder;

@@ -23,7 +23,7 @@ struct CFolderRef {
     std::string Key() const;
 };
 
-struct CFolderRow {
+struct CFolderEntry {
     std::string name;
     CMapiBinary entryId;
     std::string containerClass;
@@ -61,10 +61,10 @@ public:
                                const std::string& containerClass, bool& created);
     // False where the store or the folder is not there any more; nothing is thrown for that.
     bool OpenFolderByKey(const std::string& key, CFolderRef& folder);
-    CFolderRef OpenSubfolder(const CFolderRef& parent, const CFolderRow& row);
+    CFolderRef OpenSubfolder(const CFolderRef& parent, const CFolderEntry& row);
 
     // The folders directly below, ordered by name.
-    std::vector<CFolderRow> Subfolders(const IMAPIFolderPtr& folder);
+    std::vector<CFolderEntry> Subfolders(const IMAPIFolderPtr& folder);
 
 private:
     CFolderRef TopFolder(const CStoreInfo& store);

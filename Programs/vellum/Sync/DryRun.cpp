@@ -1,19 +1,24 @@
 #include <Programs/vellum/Sync/DryRun.h>
 
+#include <Platform/UserInterface.h>
 #include <Programs/vellum/Session/Explain.h>
-#include <Tarn/Settings/PairPlan.h>
+#include <Tarn/Dispatch/PairPlan.h>
+#include <Tarn/Dispatch/QueryGuard.h>
 
 namespace {
 
-const char* Intention(LONG state) {
-    switch (state) {
+const char* Intention(const CSyncMessage& change, const CMapiRowSet& otherRows) {
+    switch (change.m_state) {
         case STATE_NEW:
         case STATE_MOVED:
             return "would be copied";
         case STATE_MODIFIED:
             return "would be carried over";
         case STATE_DELETED:
-            return "would be deleted there";
+            return change.m_syncId.empty() || !otherRows.IsValid() ||
+                           otherRows.FindRow(COL_SYNC_ID, change.m_syncId) < 0
+                       ? "is gone there as well"
+                       : "would be deleted there";
         default:
             return "";
     }
@@ -23,19 +28,22 @@ void Report(CPairResult& result, const CPlannedFolders::Side& from, const CPlann
             bool toSource) {
     for (std::size_t i = 0; i < from.changes.Count(); ++i) {
         const CSyncMessage& change = from.changes.At(i);
-        result.protocol.Add(to.name, from.name, change.m_name, change.m_state, Intention(change.m_state),
-                            change.m_syncId);
-        result.toSource.push_back(toSource);
+        const std::string intention = Intention(change, to.rows);
+        result.protocol.Add({to.name, from.name, change.m_name, intention, static_cast<int>(change.m_state),
+                             change.m_syncId, intention, toSource});
         if (change.m_state == STATE_CONFLICT) ++result.outcome.conflicts;
     }
 }
 
 }  // namespace
 
-void DryRunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result) {
-    CFolderRef source;
-    CFolderRef target;
-    if (!OpenPairFolders(session, result, source, target)) return;
+void DryRunPair(CProfileSession& session, CSyncProgress& progress, bool ignoreBadQuery, CPairResult& result) {
+    if (!CanOpenPair(session, result)) return;
+    CQueryGuard guard;
+    if (!ignoreBadQuery && !guard.PermitsPair(session.Mapi(), result.pair)) {
+        result.badQuery = guard.Refused();
+        return;
+    }
     try {
         CPairPlan plan(session.Mapi(), result.pair, &progress);
         plan.Walk(
@@ -45,7 +53,11 @@ void DryRunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& 
                 ++result.outcome.pairsRun;
             },
             [&](const std::string& path) { result.missingFolders.push_back(path); });
+        for (const std::string& path : plan.Namesakes()) {
+            ShowMessageBox(NamesakeText(path), "Tarn");
+            ++result.outcome.pairsNotOpened;
+        }
     } catch (const CMAPIException& e) {
-        result.problem = "it cannot be looked at: " + Explain(e.Hr());
+        result.problem = "it cannot be looked at: " + Explain(e);
     }
 }

@@ -5,5 +5,5 @@
 // Fills the protocol of `result` with what a run over the pair would carry over, delete or find in
 // conflict, and the missing folders with those it would name or create. Changes no item, no folder and
 // no memory of the pair. An item that a run would recognise on the other side only by its contents
-// shows as new.
-void DryRunPair(CProfileSession& session, CSyncProgress& progress, CPairResult& result);
+// shows as new. A pair whose query does not select is stopped as a run is, unless `ignoreBadQuery`.
+void DryRunPair(CProfileSession& session, CSyncProgress& progress, bool ignoreBadQuery, CPairResult& result);

@@ -3,26 +3,27 @@
 #include <Platform/Clock.h>
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Programs/vellum/Console/ExitCode.h>
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/ItemReport.h>
 #include <Programs/vellum/Session/ProfileFiles.h>
 #include <Programs/vellum/Sync/PairRun.h>
+#include <Tarn/Dispatch/MassDeleteGuard.h>
 
 namespace {
 
 Json ToJson(const CKeptPair& pair) {
     Json entries = Json::array();
-    for (std::size_t i = 0; i < pair.protocol.Count(); ++i) {
-        const CSyncProtocolEntry& entry = pair.protocol.At(i);
+    for (const CSyncProtocolEntry& entry : pair.protocol)
         entries.push_back({{"destination", Utf8FromNarrow(entry.m_destination)},
                            {"origin", Utf8FromNarrow(entry.m_origin)},
                            {"subject", Utf8FromNarrow(entry.m_subject)},
                            {"detail", Utf8FromNarrow(entry.m_detail)},
                            {"state", entry.m_state},
                            {"sync_id", Utf8FromNarrow(entry.m_syncId)},
-                           {"to_source", i < pair.toSource.size() && pair.toSource[i]}});
-    }
+                           {"done", Utf8FromNarrow(entry.m_done)},
+                           {"to_source", entry.m_toSource}});
     return {{"name", Utf8FromNarrow(pair.label)},
             {"source", Utf8FromNarrow(pair.source)},
             {"target", Utf8FromNarrow(pair.target)},
@@ -31,7 +32,7 @@ Json ToJson(const CKeptPair& pair) {
 }
 
 std::string TextIn(const Json& object, const char* key) {
-    return NarrowFromWide(WideFromUtf8(object.at(key).get<std::string>()));
+    return Utf8FromNarrow(object.at(key).get<std::string>());
 }
 
 CKeptPair PairFromJson(const Json& json) {
@@ -40,11 +41,12 @@ CKeptPair PairFromJson(const Json& json) {
     pair.source = TextIn(json, "source");
     pair.target = TextIn(json, "target");
     pair.remark = TextIn(json, "remark");
-    for (const Json& entry : json.at("entries")) {
-        pair.protocol.Add(TextIn(entry, "destination"), TextIn(entry, "origin"), TextIn(entry, "subject"),
-                          entry.at("state").get<int>(), TextIn(entry, "detail"), TextIn(entry, "sync_id"));
-        pair.toSource.push_back(entry.at("to_source").get<bool>());
-    }
+    for (const Json& entry : json.at("entries"))
+        pair.protocol.Add({TextIn(entry, "destination"), TextIn(entry, "origin"), TextIn(entry, "subject"),
+                           TextIn(entry, "detail"), entry.at("state").get<int>(), TextIn(entry, "sync_id"),
+                           // Absent in protocols of former versions.
+                           TextIn(entry, entry.contains("done") ? "done" : "detail"),
+                           entry.at("to_source").get<bool>()});
     return pair;
 }
 
@@ -58,8 +60,8 @@ std::string RemarkOf(const CPairResult& result) {
 }  // namespace
 
 CKeptPair KeptPairOf(const CPairResult& result) {
-    return {result.label,     result.pair.m_sourcePath, result.pair.m_targetPath,
-            RemarkOf(result), result.protocol,          result.toSource};
+    return {result.label, result.pair.m_sourcePath, result.pair.m_targetPath, RemarkOf(result),
+            result.protocol};
 }
 
 bool KeepLastRun(const std::string& profile, const std::vector<CKeptPair>& pairs) {

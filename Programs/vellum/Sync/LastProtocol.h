@@ -13,7 +13,6 @@ struct CKeptPair {
     std::string target;
     std::string remark;  // why it did not run, or was stopped; empty: it ran
     CSyncProtocol protocol;
-    std::vector<bool> toSource;  // of each entry: the change went to the source side
 };
 
 struct CKeptRun {

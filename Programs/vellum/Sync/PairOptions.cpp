@@ -30,9 +30,6 @@ constexpr COption options[] = {
     {SYNC_CONTINUOUS_TO, "continuous-to", "no-continuous-to", "Taken by 'watch' without a PAIR"},
     {SYNC_CONTINUOUS_FROM, "continuous-from", "no-continuous-from",
      "The same, as the add-in keeps it for the target"},
-    {SYNC_CHECK_LITTER_BIN, "check-bin", "no-check-bin",
-     "Carry a deletion only if the item lies in the wastebasket"},
-    {SYNC_TRACE_FILE, "trace-file", "no-trace-file", "Write a trace file for this pair"},
 };
 
 constexpr ULONG bothDirections = SYNC_TO_TARGET | SYNC_FROM_TARGET;
@@ -43,7 +40,8 @@ void Put(CTarnSetting& pair, ULONG flags, bool on) {
 
 void CheckName(const std::string& name) {
     const bool digits = !name.empty() && name.find_first_not_of("0123456789") == std::string::npos;
-    const bool bad = name.empty() || digits || std::any_of(name.begin(), name.end(), [](unsigned char c) {
+    const bool blank = name.find_first_not_of(' ') == std::string::npos;
+    const bool bad = blank || digits || std::any_of(name.begin(), name.end(), [](unsigned char c) {
                          return c < 0x20 || c == ';';
                      });
     if (bad)

@@ -2,8 +2,7 @@
 
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Console/Utf8.h>
-#include <Programs/vellum/Sync/TerminalProgress.h>
-#include <Tarn/Settings/RunDispatch.h>
+#include <Tarn/Dispatch/MassDeleteGuard.h>
 
 #include <ostream>
 
@@ -18,14 +17,13 @@ std::string Plural(unsigned count, const std::string& word) {
     return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
 }
 
-bool GoesToSource(const CPairResult& result, std::size_t entry) {
-    return entry < result.toSource.size() && result.toSource[entry];
+bool WasStopped(const CPairResult& result) {
+    return result.guarded || !result.badQuery.empty();
 }
 
 // A conflict has no text of its own in the protocol: nothing was done to either item.
 std::string DetailOf(const CSyncProtocolEntry& entry) {
-    if (!entry.m_detail.empty() && entry.m_state != STATE_CONFLICT && entry.m_state != STATE_NONE)
-        return Utf8FromNarrow(entry.m_detail);
+    if (!entry.m_done.empty()) return Utf8FromNarrow(entry.m_done);
     switch (entry.m_state) {
         case STATE_CONFLICT:
             return "changed on both sides, here first: stays, a copy is kept";
@@ -40,12 +38,11 @@ void PrintProtocol(CConsole& console, const CPairResult& result) {
     CListing listing(
         {{"state", "What"}, {"arrow", "Dir."}, {"item", "Item"}, {"folder", "Folder"}, {"detail", "Done"}},
         "");
-    for (std::size_t i = 0; i < result.protocol.Count(); ++i) {
-        const CSyncProtocolEntry& entry = result.protocol.At(i);
+    for (const CSyncProtocolEntry& entry : result.protocol) {
         const std::string folder = entry.m_origin == entry.m_destination
                                        ? entry.m_origin
                                        : entry.m_origin + " to " + entry.m_destination;
-        listing.AddRow({StateWord(entry.m_state), GoesToSource(result, i) ? "<-" : "->",
+        listing.AddRow({StateWord(entry.m_state), entry.m_toSource ? "<-" : "->",
                         Utf8FromNarrow(entry.m_subject), Utf8FromNarrow(folder), DetailOf(entry)});
     }
     listing.PrintTable(console);
@@ -53,7 +50,7 @@ void PrintProtocol(CConsole& console, const CPairResult& result) {
 
 void PrintSummary(CConsole& console, const CPairResult& result) {
     const CSyncOutcome& outcome = result.outcome;
-    if (result.isDryRun) {
+    if (result.isDryRun && !WasStopped(result)) {
         console.Out() << "  "
                       << (result.protocol.IsEmpty() && result.missingFolders.empty()
                               ? "nothing to do"
@@ -70,9 +67,9 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
         text +=
             ", " + console.OnOut(CConsole::Style::Error, Plural(outcome.phasesFailed, "step") + " failed");
     if (outcome.cancelled) text += ", cancelled";
-    if (result.guarded) text += ", " + console.OnOut(CConsole::Style::Error, "stopped");
+    if (WasStopped(result)) text += ", " + console.OnOut(CConsole::Style::Error, "stopped");
     if (result.protocol.IsEmpty() && outcome.sourceChanged + outcome.targetChanged == 0 &&
-        outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled && !result.guarded)
+        outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled && !WasStopped(result))
         text = "nothing to do";
     console.Out() << "  " << text << '\n';
     if (outcome.conflicts > 0) console.Note(conflictAdvice);
@@ -80,43 +77,17 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
 
 }  // namespace
 
-bool OpenPairFolders(CProfileSession& session, CPairResult& result, CFolderRef& source, CFolderRef& target) {
+bool CanOpenPair(CProfileSession& session, CPairResult& result) {
     const CTarnSetting& pair = result.pair;
-    if (!session.OpenFolderByKey(pair.m_sourceKey, source))
+    CFolderRef folder;
+    if (!session.OpenFolderByKey(pair.m_sourceKey, folder))
         result.problem = "The folder \"" + pair.m_sourcePath + "\" cannot be opened";
-    else if (!session.OpenFolderByKey(pair.m_targetKey, target))
+    else if (!session.OpenFolderByKey(pair.m_targetKey, folder))
         result.problem = "The folder \"" + pair.m_targetPath + "\" cannot be opened";
-    return result.problem.empty();
-}
-
-void RunPair(CProfileSession& session, CTerminalProgress& progress, const CPairRunOptions& options,
-             CPairResult& result) {
-    CPairLock lock;
-    std::string holder;
-    const LockAnswer answer = lock.Take(session.Name(), result.pair, options.patience, holder);
-    if (answer == LockAnswer::Busy) result.busy = holder;
-    if (answer == LockAnswer::Interrupted) result.outcome.cancelled = true;
-    if (answer != LockAnswer::Taken) return;
-    CFolderRef source;
-    CFolderRef target;
-    if (!OpenPairFolders(session, result, source, target)) return;
-    CSyncFolder run;
-    PrepareFolder(run, result.pair, session.Mapi(), &result.protocol);
-    run.m_progress = &progress;
-    // The protocol names folders, which may be called the same on both sides.
-    progress.OnStep([&] { result.toSource.push_back(run.m_copyToSource); });
-    CMassDeleteGuard guard(options.massDeleteShare, options.isItMeant);
-    if (options.massDeleteShare != 0) run.m_guard = &guard;
-    if (result.pair.Has(SYNC_TRACE_FILE)) run.OpenTraceFile();
-    if (!run.m_guard || guard.PermitsPair(session.Mapi(), result.pair, &progress))
-        run.SyncSubFolder(result.pair.m_sourceKey, result.pair.m_targetKey, result.pair.Has(SYNC_TO_TARGET),
-                          result.pair.Has(SYNC_FROM_TARGET), result.pair.Has(SYNC_DELETE_IN_TARGET),
-                          result.pair.Has(SYNC_SUBFOLDERS), result.pair.Has(SYNC_CREATE_SUBFOLDERS));
-    if (result.pair.Has(SYNC_TRACE_FILE)) run.CloseTraceFile();
-    progress.OnStep({});
-    result.guarded = guard.Refused();
-    result.outcome = run.m_outcome;
-    result.missingFolders = run.m_missingFolders;
+    if (result.problem.empty()) return true;
+    result.advice = "If the folder was removed or renamed:  vellum pair remove \"" + result.label +
+                    "\", then add the pair anew.";
+    return false;
 }
 
 std::string StateWord(int state) {
@@ -144,17 +115,16 @@ Json ResultToJson(const CPairResult& result) {
     json["target"] = Utf8FromNarrow(result.pair.m_targetPath);
     if (!result.busy.empty()) json["busy"] = Utf8FromNarrow(result.busy);
     if (result.guarded) json["guarded"] = Utf8FromNarrow(MassDeletionText(*result.guarded));
+    if (!result.badQuery.empty()) json["bad_query"] = Utf8FromNarrow(result.badQuery);
     if (!result.problem.empty()) json["problem"] = Utf8FromNarrow(result.problem);
     Json entries = Json::array();
-    for (std::size_t i = 0; i < result.protocol.Count(); ++i) {
-        const CSyncProtocolEntry& entry = result.protocol.At(i);
+    for (const CSyncProtocolEntry& entry : result.protocol)
         entries.push_back({{"state", StateWord(entry.m_state)},
                            {"subject", Utf8FromNarrow(entry.m_subject)},
-                           {"direction", GoesToSource(result, i) ? "to-source" : "to-target"},
+                           {"direction", entry.m_toSource ? "to-source" : "to-target"},
                            {"from", Utf8FromNarrow(entry.m_origin)},
                            {"to", Utf8FromNarrow(entry.m_destination)},
                            {"detail", DetailOf(entry)}});
-    }
     json["protocol"] = std::move(entries);
     json["source_changed"] = result.outcome.sourceChanged;
     json["target_changed"] = result.outcome.targetChanged;

@@ -6,36 +6,66 @@
 
 namespace {
 
-// Semicolons separate the fields of the text form and cannot be kept in it.
-std::string WithoutSemicolons(std::string text) {
-    std::replace(text.begin(), text.end(), ';', ',');
-    return text;
+[[noreturn]] void ThrowUnreadable() {
+    throw CCommandError(ExitCode::NotOpen, "The list of pairs could not be read",
+                        "Nothing was run or changed. Try again when its store or file can be opened.");
 }
 
 }  // namespace
 
-std::vector<CTarnSetting> CPairStore::Load() {
+void CPairStore::RequireStore() {
     if (!m_session.Mapi().OpenDefaultStore())
         throw CCommandError(ExitCode::NotOpen,
                             "The profile \"" + m_session.Name() + "\" has no store to keep its pairs in",
                             "Create one:  vellum store create NAME");
-    m_settings.Clear();
-    m_settings.Load(m_session.Mapi());
-    std::vector<CTarnSetting> pairs;
+}
+
+CPairStore::Pairs CPairStore::Listed() const {
+    Pairs pairs;
     for (std::size_t i = 0; i < m_settings.Count(); ++i)
         if (m_settings.At(i).m_deleted == 0) pairs.push_back(m_settings.At(i));
     return pairs;
 }
 
-void CPairStore::Save(const std::vector<CTarnSetting>& pairs) {
-    m_settings.Clear();
-    for (CTarnSetting pair : pairs) {
-        pair.m_sourcePath = WithoutSemicolons(pair.m_sourcePath);
-        pair.m_targetPath = WithoutSemicolons(pair.m_targetPath);
-        m_settings.Add(pair);
-    }
-    if (!m_settings.Save(m_session.Mapi()))
-        throw CCommandError(ExitCode::NotOpen, "The list of pairs could not be written");
+CPairStore::Pairs CPairStore::Load() {
+    RequireStore();
+    if (!m_settings.Load(m_session.Mapi())) ThrowUnreadable();
+    return Listed();
+}
+
+void CPairStore::Change(const std::function<bool(Pairs&)>& change) {
+    RequireStore();
+    const auto replace = [&](CTarnSettings& settings) {
+        Pairs pairs = Listed();
+        if (!change(pairs)) return false;
+        settings.Clear();
+        for (const CTarnSetting& pair : pairs)
+            settings.Add(pair);
+        return true;
+    };
+    if (m_settings.Change(m_session.Mapi(), replace)) return;
+    if (!m_settings.WasReadable()) ThrowUnreadable();
+    throw CCommandError(ExitCode::NotOpen, "The list of pairs could not be written; it stands as it was");
+}
+
+void CPairStore::Move(const std::function<void()>& choose, const std::function<void()>& chooseFormer) {
+    bool arrived = false;
+    const auto move = [&] {
+        const Pairs pairs = Load();
+        choose();
+        arrived = CTarnSettings().Change(m_session.Mapi(), [&](CTarnSettings& there) {
+            for (const CTarnSetting& pair : pairs)
+                there.InsertOrReplace(pair);
+            there.m_timer = m_settings.m_timer;
+            there.m_timerVisual = m_settings.m_timerVisual;
+            there.m_seconds = m_settings.m_seconds;
+            return true;
+        });
+        if (!arrived) chooseFormer();
+    };
+    if (!CTarnSettings::Exclusively(move) || !arrived)
+        throw CCommandError(ExitCode::NotOpen,
+                            "The list of pairs could not be taken along; it stays where it was");
 }
 
 std::string PairLabel(const std::vector<CTarnSetting>& pairs, std::size_t index) {

@@ -4,6 +4,7 @@
 #include <Tarn/Engine/TarnSetting.h>
 #include <Tarn/Settings/TarnSettings.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,16 +14,28 @@ class CPairStore {
 public:
     explicit CPairStore(CProfileSession& session) : m_session(session) {}
 
-    // Throws CCommandError where there is no default store, which keeps the list.
-    std::vector<CTarnSetting> Load();
-    // Replaces the list; call Load before. Throws CCommandError; the former list stands then.
-    void Save(const std::vector<CTarnSetting>& pairs);
+    using Pairs = std::vector<CTarnSetting>;
+
+    // Throws CCommandError where there is no default store, which keeps the list, and where the list cannot
+    // be read: a part of it must not be taken for all of it.
+    Pairs Load();
+    // Reads the list, lets `change` work on it and writes it back, while no other process changes it.
+    // `change` answers whether there is something to write. Throws CCommandError, also that of `change`; the
+    // former list stands then.
+    void Change(const std::function<bool(Pairs&)>& change);
+    // Takes the list along to another place, where pairs that lie there from former times stay beside it.
+    // `choose` makes the other place the one of the list, `chooseFormer` takes that back if the list does not
+    // arrive there. Throws CCommandError then.
+    void Move(const std::function<void()>& choose, const std::function<void()>& chooseFormer);
     // The list in its text form, as Load found it.
     std::string Text() { return m_settings.BuildSettingsText(); }
     // The values beside the list, as Load found them.
     const CTarnSettings& Settings() const { return m_settings; }
 
 private:
+    void RequireStore();
+    Pairs Listed() const;
+
     CProfileSession& m_session;
     CTarnSettings m_settings;
 };

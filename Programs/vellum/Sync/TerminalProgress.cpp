@@ -27,7 +27,6 @@ void CTerminalProgress::SetMessageRange(int first, int last) {
 
 void CTerminalProgress::StepMessage() {
     ++m_done;
-    if (m_step) m_step();
     Draw(false);
 }
 

@@ -3,19 +3,18 @@
 #include <Programs/vellum/Console/ProgressLine.h>
 #include <Tarn/Engine/SyncProgress.h>
 
-#include <functional>
 #include <string>
 
 class CConsole;
 
 class CTerminalProgress : public CSyncProgress {
 public:
-    // `announce`: a line for each folder where there is no terminal to draw on.
-    explicit CTerminalProgress(CConsole& console, bool announce = true)
-        : m_console(console), m_line(console), m_announce(announce) {}
-    // Called once for each item that a run takes in hand, before it does.
-    void OnStep(std::function<void()> step) { m_step = std::move(step); }
-
+    explicit CTerminalProgress(CConsole& console) : m_console(console), m_line(console) {}
+    // A line for each folder where there is no terminal to draw on; from the beginning, unless told
+    // otherwise.
+    void AnnounceFolders(bool announce) { m_announce = announce; }
+    // No dialog serves it: the run stays on its caller's thread.
+    bool IsVisible() override { return false; }
     void SetCaption(const std::string& text) override;
     void StepFolder() override {}
     void StepMessage() override;
@@ -33,8 +32,7 @@ private:
 
     CConsole& m_console;
     CProgressLine m_line;
-    bool m_announce;
-    std::function<void()> m_step;
+    bool m_announce = true;
     std::string m_caption;
     std::string m_status;
     unsigned m_done = 0;
