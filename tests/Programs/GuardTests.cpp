@@ -1,5 +1,6 @@
 // Runs that would delete much are stopped before they do anything.
 #include <Platform/Registry.h>
+#include <Tools/INIQuerys.h>
 
 #include "CommandFixture.h"
 
@@ -21,6 +22,7 @@ protected:
         for (int i = 0; i < items; ++i)
             RunDone({"item", "delete", folder, "Item " + std::to_string(100 + i)});
     }
+    using Texts = std::vector<std::string>;
     std::size_t Count(const std::string& folder) { return Contents(folder).size(); }
 };
 
@@ -108,6 +110,39 @@ TEST_F(Guard, WhatIsGoneFromBothSidesIsNotCounted) {
     RunDone({"sync"});
     Delete("Home/A", 12);
     Delete("Office/B", 12);
+    EXPECT_EQ(Run({"sync"}).code, 0);
+}
+
+// What was correct when the pair was made: a stored query that has gone since, and lists of other programs.
+TEST_F(Guard, APairWhoseQueryDoesNotSelectIsStopped) {
+    const std::string stored = JoinPath(ModuleDirectory(), kStoredQueryFile);
+    ASSERT_TRUE(WriteFileDurably(stored, "name=High\nquery=Importance = 2\n"));
+    for (const char* folder : {"Home/A", "Home/A/Sub"}) {
+        RunDone({"item", "new", folder, "--subject", "High", "--set", "Importance=2"});
+        RunDone({"item", "new", folder, "--subject", "Low", "--set", "Importance=0"});
+    }
+    RunDone(
+        {"pair", "add", "Home/A", "Office/B", "--query", "High()", "--name", "ab", "--create-subfolders"});
+    RemoveFile(stored);
+    RunDone({"folder", "create", "Home/A/New"});
+    for (const Texts& more : {Texts{}, Texts{"--dry-run"}, Texts{"--allow-mass-delete"}}) {
+        Texts words = {"sync"};
+        words.insert(words.end(), more.begin(), more.end());
+        const CommandRun stopped = Run(words);
+        EXPECT_EQ(stopped.code, 4) << stopped.err;
+        for (const char* word :
+             {"\"ab\"", "High()", "stored query", "Nothing was changed", "--query", "--ignore-bad-query"})
+            EXPECT_NE(stopped.err.find(word), std::string::npos) << word << " in " << stopped.err;
+    }
+    EXPECT_EQ(Run({"timer", "--seconds", "1", "--times", "1"}).code, 4);
+    EXPECT_EQ(RunAsked({"sync"}, "no\n").code, 4);
+    EXPECT_EQ(Count("Office/B") + Count("Office/B/Sub"), 0u);
+    EXPECT_EQ(Run({"folder", "list", "Office/B/New"}).code, 6)
+        << "nothing is done to the folders before it either";
+    RunDone({"pair", "edit", "ab", "--delete"});
+    EXPECT_EQ(Run({"sync", "--ignore-bad-query"}).code, 0);
+    EXPECT_EQ(Count("Office/B") + Count("Office/B/Sub"), 4u);
+    RunDone({"settings", "set", "query-guard", "0"});
     EXPECT_EQ(Run({"sync"}).code, 0);
 }
 

@@ -1,5 +1,6 @@
 // The query language on the command line.
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 #include <Tools/INIQuerys.h>
 
 #include <set>
@@ -68,9 +69,11 @@ TEST_F(Queries, CheckPointsAtThePlace) {
     RunDone({"query", "check", "Importance = 2"});
     ExpectRefusal({"query", "check", "Importance = 2 and (Subject = \"x\""}, 2,
                   {"Syntax error expeced ')'", "Importance = 2 and (Subject = \"x\"\n", "^"});
-    ExpectRefusal({"query", "check", NarrowFromWide(L"Subject = \"\u00e4\" and x = 2")}, 2,
+    ExpectRefusal({"query", "check", Utf8FromWide(L"Subject = \"\u00e4\" and x = 2")}, 2,
                   {"Neither x nor 2 is a keyword", "\n" + std::string(24, ' ') + "^"});
-    EXPECT_NE(Run({"query", "check", "Importance = 2 Subject = x"}).err.find("before \"Subject = x\""),
+    ExpectRefusal({"query", "check", "Importance = 2 Subject = x"}, 2,
+                  {"before \"Subject = x\"", "not read"});
+    EXPECT_NE(Run({"query", "check", "Importance = 2"}).err.find("no store here to try it on"),
               std::string::npos);
     const std::string longText = std::string(3000, ' ') + "Importance = (2 or x";
     EXPECT_LT(Run({"query", "check", longText}).err.size(), 500u);
@@ -82,8 +85,14 @@ TEST_F(Queries, CheckPointsAtThePlace) {
     ExpectRefusal({"query", "check", "a = 1", "--in", "Office/Nowhere"}, 6, {"Nowhere"});
     const CommandRun wrong = Run({"query", "check", "Importance = 2 and", "--json"});
     EXPECT_EQ(wrong.code, 2);
-    EXPECT_EQ(wrong.Data(), Json::parse(R"({"correct": false, "error": "Crash in Compile", "offset": 18})"));
-    EXPECT_EQ(RunJson({"query", "check", "Importance = 2"}), Json::parse(R"({"correct": true, "end": 14})"));
+    EXPECT_EQ(wrong.Data()["correct"], false);
+    EXPECT_EQ(wrong.Data()["error"], "Crash in Compile");
+    EXPECT_EQ(wrong.Data()["offset"], 18);
+    EXPECT_NE(wrong.err.find("one side of \"and\""), std::string::npos) << wrong.err;
+    EXPECT_EQ(RunJson({"query", "check", "Importance = 2"}),
+              Json::parse(R"({"correct": true, "end": 14, "warnings": []})"));
+    EXPECT_EQ(RunJson({"query", "check", "Private = true"})["warnings"].size(), 1u);
+    ExpectRefusal({"query", "check", "size Subject > 10"}, 6, {"MessageSize"});
 }
 
 TEST_F(Queries, PrintShowsTextTreeColumnsAndOrder) {
@@ -91,12 +100,15 @@ TEST_F(Queries, PrintShowsTextTreeColumnsAndOrder) {
     const Json query = RunJson(
         {"query", "print", "select Subject where not Importance = bit 4 order by descending Subject"});
     EXPECT_EQ(query, Json::parse(R"json({
-        "text": "not (Importance = bitmask 4 )",
+        "text": "not (Importance = bit 4)", "compiles": true,
         "tree": ["NOT", "  BITMASK 0x00170003 & 0x4 = 0"],
         "columns": [{"word": "Subject", "tag": "0x0037001E", "type": "text"},
                     {"word": "Importance", "tag": "0x00170003", "type": "long"}],
         "order": [{"word": "Subject", "tag": "0x0037001E", "direction": "descending"}]})json"));
-    EXPECT_EQ(RunDone({"query", "print", "Importance = 1"}), "Importance = 1 \n\nPROPERTY 0x00170003 = 1\n");
+    EXPECT_EQ(RunDone({"query", "print", "Importance = 1"}), "Importance = 1\n\nPROPERTY 0x00170003 = 1\n");
+    const CommandRun now = Run({"query", "print", "CreationTime > now", "--json"});
+    EXPECT_EQ(now.Data()["compiles"], false);
+    EXPECT_NE(now.err.find("does not compile"), std::string::npos);
 }
 
 TEST_F(Queries, EveryListedFieldIsAField) {

@@ -24,9 +24,8 @@ protected:
 };
 
 TEST_F(Pairs, EveryOptionIsKeptAndCanBeTakenBack) {
-    const Texts names = {"delete",        "subfolders",      "create-subfolders", "strip-private",
-                         "skip-private",  "renew",           "at-start",          "at-shutdown",
-                         "continuous-to", "continuous-from", "check-bin",         "trace-file"};
+    const Texts names = {"delete", "subfolders", "create-subfolders", "strip-private", "skip-private",
+                         "renew",  "at-start",   "at-shutdown",       "continuous-to", "continuous-from"};
     RunDone({"pair", "add", "Home/A", "Office/B"});
     Json plain = RunJson({"pair", "show", "A"});
     EXPECT_EQ(plain["direction"], "both");
@@ -51,6 +50,8 @@ TEST_F(Pairs, EveryOptionIsKeptAndCanBeTakenBack) {
         EXPECT_EQ(pair["active"], false);
         EXPECT_EQ(pair["new_only"], true);
     }
+    EXPECT_NE(Run({"pair", "edit", "A", "--query", "not Private = true"}).err.find("counts as 0"),
+              std::string::npos);
     RunDone({"pair", "edit", "A", "--query", "Importance = 2", "--name", "important"});
     EXPECT_EQ(RunJson({"pair", "show", "important"})["query"], "Importance = 2");
     RunDone({"pair", "edit", "important", "--query", ""});
@@ -76,6 +77,10 @@ TEST_F(Pairs, WhatCannotWorkIsRefusedAndChangesNothing) {
                   {"Subject = = 3", "^"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "order by Subject"}, 2, {"no condition"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "a;b"}, 2, {"semicolons"});
+    ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query",
+                   "select Subject from \"Home\\C\" where Importance = 2"},
+                  2, {"leave out \"from"});
+    ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "size Subject > 3"}, 6, {"MessageSize"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--both", "--to-target"}, 2, {"--both"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--delete", "--new-only"}, 2,
                   {"--new-only", "deleted"});
@@ -232,7 +237,7 @@ TEST_F(Pairs, WatchCarriesWhatOthersChange) {
     CProfileSession session("");
     const auto arrives = [&](std::size_t count) {
         for (int i = 0; i < 200; ++i) {
-            if (ListItems(session, session.OpenFolder("Office/B"), "").size() >= count) return true;
+            if (ListItems(session.OpenFolder("Office/B"), "").size() >= count) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return false;

@@ -1,17 +1,15 @@
 #include "StoreFixture.h"
 
-#include <Platform/Machine.h>
+#include <MapiWrapper/StoreText.h>
+#include <MapiWrapper/TagArray.h>
+
+#include <cstdlib>
+#include <sstream>
 
 namespace {
 
 char* Mutable(const std::string& text) {
     return const_cast<char*>(text.c_str());
-}
-
-SPropTagArray* TagsOf(const std::vector<ULONG>& tags, std::vector<ULONG>& room) {
-    room.assign(1, static_cast<ULONG>(tags.size()));
-    room.insert(room.end(), tags.begin(), tags.end());
-    return reinterpret_cast<SPropTagArray*>(room.data());
 }
 
 std::string BinaryText(const SBinary& bin) {
@@ -21,7 +19,7 @@ std::string BinaryText(const SBinary& bin) {
 template <class Take>
 void WithProp(IMAPIProp* object, ULONG tag, Take&& take) {
     LPSPropValue value = nullptr;
-    if (HrGetOneProp(object, tag, &value) != S_OK) return;
+    if (GetOneText(object, tag, TextFormOf(object), &value) != S_OK) return;
     take(*value);
     MAPIFreeBuffer(value);
 }
@@ -37,10 +35,25 @@ TestRef<T> OpenedAs(Open&& open) {
 
 }  // namespace
 
+StoreOptions StoreOptions::OfEnvironment() {
+    StoreOptions options;
+    const char* names = std::getenv("VELLUM_HABITS");
+    std::istringstream stream(names ? names : "");
+    for (std::string name; std::getline(stream, name, ',');) {
+        ULONG known = 0;
+        for (const CStoreHabitName& habit : kStoreHabits)
+            if (name == habit.name) known = habit.habit;
+        EXPECT_NE(known, 0u) << "no habit " << name;
+        options.habits |= known;
+    }
+    return options;
+}
+
 // --- profiles --------------------------------------------------------------------------------------
 
 TestProfile::TestProfile(std::string name, unsigned stores, StoreOptions options) : m_name(std::move(name)) {
-    EXPECT_EQ(MAPIInitialize(nullptr), S_OK);
+    MAPIINIT_0 init{MAPI_INIT_VERSION, MAPI_MULTITHREAD_NOTIFICATIONS};
+    EXPECT_EQ(MAPIInitialize(&init), S_OK);
     TestRef<IProfAdmin> admin;
     EXPECT_EQ(MAPIAdminProfiles(0, admin.Out()), S_OK);
     admin->DeleteProfile(Mutable(m_name), 0);  // left behind by a test that crashed
@@ -77,10 +90,23 @@ void TestProfile::AddStore(const std::string& displayName, StoreOptions options)
     SPropValue values[2] = {};
     values[0].ulPropTag = PR_DISPLAY_NAME_A;
     values[0].Value.lpszA = Mutable(displayName);
-    values[1].ulPropTag = PR_STORE_TABLES_SHORT_TERM;
-    values[1].Value.b = options.shortTermTables;
+    values[1].ulPropTag = PR_STORE_HABITS;
+    values[1].Value.l = static_cast<LONG>(options.habits);
     auto* id = reinterpret_cast<MAPIUID*>(Mutable(uid));
     ASSERT_EQ(services->ConfigureMsgService(id, 0, 0, 2, values), S_OK);
+}
+
+void TestProfile::SetHabits(unsigned store, ULONG habits) {
+    const auto services = Services();
+    TestRef<IMAPITable> table;
+    ASSERT_EQ(services->GetMsgServiceTable(0, table.Out()), S_OK);
+    const TestRows rows(table.Get(), {PR_SERVICE_UID});
+    ASSERT_GE(rows.Count(), store);
+    std::string uid = rows.Bytes(store - 1, 0);
+    SPropValue value{};
+    value.ulPropTag = PR_STORE_HABITS;
+    value.Value.l = static_cast<LONG>(habits);
+    ASSERT_EQ(services->ConfigureMsgService(reinterpret_cast<MAPIUID*>(uid.data()), 0, 0, 1, &value), S_OK);
 }
 
 TestRef<IMAPISession> TestProfile::LogOn() const {
@@ -129,9 +155,10 @@ TestRef<IMAPIFolder> OpenReceiveFolder(IMsgStore* store) {
 
 TestRef<IMAPIFolder> MakeFolder(IMAPIFolder* parent, const std::string& name) {
     TestRef<IMAPIFolder> folder;
-    EXPECT_EQ(
-        parent->CreateFolder(FOLDER_GENERIC, Mutable(name), nullptr, nullptr, OPEN_IF_EXISTS, folder.Out()),
-        S_OK);
+    CStoreText text(TextFormOf(parent));
+    EXPECT_EQ(parent->CreateFolder(FOLDER_GENERIC, text.Argument(name), nullptr, nullptr,
+                                   OPEN_IF_EXISTS | text.Flag(), folder.Out()),
+              S_OK);
     return folder;
 }
 
@@ -157,6 +184,14 @@ TestRef<IMessage> SavedMessage(IMAPIFolder* folder, const std::string& subject, 
 
 TestRef<IMessage> OpenTestMessage(IMsgStore* store, const std::string& entryId) {
     return OpenedAs<IMessage>([&](ULONG* type, IUnknown** object) {
+        return store->OpenEntry(static_cast<ULONG>(entryId.size()),
+                                reinterpret_cast<LPENTRYID>(Mutable(entryId)), nullptr, MAPI_BEST_ACCESS,
+                                type, object);
+    });
+}
+
+TestRef<IMAPIFolder> OpenTestFolder(IMsgStore* store, const std::string& entryId) {
+    return OpenedAs<IMAPIFolder>([&](ULONG* type, IUnknown** object) {
         return store->OpenEntry(static_cast<ULONG>(entryId.size()),
                                 reinterpret_cast<LPENTRYID>(Mutable(entryId)), nullptr, MAPI_BEST_ACCESS,
                                 type, object);
@@ -214,7 +249,8 @@ HRESULT SetText(IMAPIProp* object, ULONG tag, const std::string& text) {
     SPropValue value{};
     value.ulPropTag = CHANGE_PROP_TYPE(tag, PT_STRING8);
     value.Value.lpszA = Mutable(text);
-    return HrSetOneProp(object, &value);
+    CStoreText given(TextFormOf(object));
+    return HrSetOneProp(object, given.Values(&value, 1));
 }
 
 HRESULT SetLong(IMAPIProp* object, ULONG tag, LONG number) {
@@ -284,8 +320,16 @@ ULONG NamedTag(IMAPIProp* object, const GUID& set, LONG id, ULONG type) {
 
 TestRows::TestRows(IMAPITable* table, const std::vector<ULONG>& tags, LPSRestriction restriction,
                    LPSSortOrderSet sort) {
-    std::vector<ULONG> room;
-    EXPECT_EQ(HrQueryAllRows(table, TagsOf(tags, room), restriction, sort, 0, &m_rows), S_OK);
+    const TextForm form = TextFormOfSystem();
+    CTagArray asked(tags, form);
+    CStoreText given(form);
+    EXPECT_EQ(
+        HrQueryAllRows(table, asked.Get(), given.Restriction(restriction), given.Order(sort), 0, &m_rows),
+        S_OK);
+    for (ULONG i = 0; i < Count(); ++i) {
+        const SRow& row = m_rows->aRow[i];
+        EXPECT_EQ(TakeTexts(row.lpProps, row.cValues, tags, form, row.lpProps), S_OK);
+    }
 }
 
 TestRows::~TestRows() {

@@ -45,7 +45,9 @@ private:
 // A profile named `name` with `stores` stores called "Store 1", "Store 2" ..., the first of them the
 // default store. Lives below the base directory of the test program and is removed at the end.
 struct StoreOptions {
-    bool shortTermTables = false;  // PR_STORE_TABLES_SHORT_TERM for all stores
+    ULONG habits = 0;  // PR_STORE_HABITS for all stores
+    // The habits that the environment names: VELLUM_HABITS, names of StoreExtensions.h joined by commas.
+    static StoreOptions OfEnvironment();
 };
 
 class TestProfile {
@@ -57,6 +59,8 @@ public:
 
     const std::string& Name() const { return m_name; }
     void AddStore(const std::string& displayName, StoreOptions options = {});
+    // Of the store of that number, counted from 1, which nobody may have open.
+    void SetHabits(unsigned store, ULONG habits);
     // A new session on the profile; null (and a failed expectation) if there is none.
     TestRef<IMAPISession> LogOn() const;
 
@@ -77,8 +81,10 @@ TestRef<IMessage> NewMessage(IMAPIFolder* folder, const std::string& subject, co
 // The same, saved and kept open.
 TestRef<IMessage> SavedMessage(IMAPIFolder* folder, const std::string& subject, const std::string& body = {});
 TestRef<IMessage> OpenTestMessage(IMsgStore* store, const std::string& entryId);
+TestRef<IMAPIFolder> OpenTestFolder(IMsgStore* store, const std::string& entryId);
 
-// One property; empty, 0 or all-zero when the object does not have it. Text is read with MAPI's _A tags.
+// One property; empty, 0 or all-zero when the object does not have it. Text is UTF-8, here and below,
+// whatever the code page; tags have the 8-bit type.
 std::string TextOf(IMAPIProp* object, ULONG tag);
 std::string BytesOf(IMAPIProp* object, ULONG tag);
 LONG LongOf(IMAPIProp* object, ULONG tag);
@@ -111,7 +117,7 @@ public:
     ~TestRows();
     ULONG Count() const { return m_rows ? m_rows->cRows : 0; }
     const SPropValue& Cell(ULONG row, ULONG column) const { return m_rows->aRow[row].lpProps[column]; }
-    std::string Text(ULONG row, ULONG column) const;   // PT_STRING8, else empty
+    std::string Text(ULONG row, ULONG column) const;   // PT_STRING8 (UTF-8), else empty
     std::string Bytes(ULONG row, ULONG column) const;  // PT_BINARY, else empty
 
 private:
@@ -149,6 +155,7 @@ protected:
     TestRef<IMAPISession> session;
     TestRef<IMsgStore> leftStore, rightStore;
     TestRef<IMAPIFolder> left, right;
+    const StoreOptions& Options() const { return m_options; }
 
 private:
     StoreOptions m_options;

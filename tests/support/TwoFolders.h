@@ -9,11 +9,14 @@
 // Each story runs twice: with the left folder as the source of the pair and with the right one.
 #pragma once
 #include <MapiWrapper/MapiSession.h>
+#include <Platform/Clock.h>
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/syncfolder.h>
 #include <support/StoreFixture.h>
 
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +55,13 @@ public:
     std::string ConflictCopies() const;
     std::string Discarded() const;
 
+    // What ExpectTheTruthWasTold compares, by entry ID.
+    struct CItemNow {
+        std::string content, syncId;
+        unsigned long long time = 0;
+    };
+    std::map<std::string, CItemNow> ItemsNow(bool below) const;
+
     Step Has(std::string items);
     Step Reads(std::string item, std::string body);
     Step KeepsConflictCopies(std::string items);
@@ -78,9 +88,12 @@ struct Both {
 };
 struct Synced {};
 
+// Makes what happens before and after it come at different times, also where a store's clock is coarse.
+void NextMoment();
+
 class TwoFolders : public TwoStores, public ::testing::WithParamInterface<bool> {
 protected:
-    explicit TwoFolders(StoreOptions options = {}) : TwoStores(options) {}
+    explicit TwoFolders(StoreOptions options = StoreOptions::OfEnvironment()) : TwoStores(options) {}
     void SetUp() override;
     void TearDown() override;
 
@@ -116,10 +129,18 @@ protected:
     // are new objects afterwards.
     void Close();
     void Reopen();
+    // The clock stands still but for NextMoment, where that is needed for these habits.
+    void HoldClock(ULONG habits);
+    bool Has(StoreHabit habit) const { return (Options().habits & habit) != 0; }
 
     // One run over the pair; the outcome and the protocol stay to be looked at. Message boxes are
     // failures unless expectMessages is set.
     void Run();
+    // Run demands by itself that outcome and protocol tell what has become of the folders. Where calls of a
+    // store fail from before the run until behind it, Look comes before the first and ExpectTheTruthWasTold
+    // behind the last.
+    void Look();
+    void ExpectTheTruthWasTold();
     // Demands that the memories of the last run, where it made them without reading the folders again, tell
     // of the folders as they stand, byte for byte. For folders that nobody has touched since it began.
     void ExpectMemoriesTellTheFolders();
@@ -136,6 +157,7 @@ protected:
     CSyncProgress* progress = nullptr;
     std::vector<std::string> missingFolders;
     bool expectMessages = false;
+    bool othersWrite = false;  // during runs: what comes of a run cannot be told from what they do
     std::vector<CRecordingUserInterface::Message> messages;  // of the last run
 
 private:
@@ -147,8 +169,10 @@ private:
 
     void MakeSides();
 
+    std::optional<std::map<std::string, StorySide::CItemNow>> m_sourceBefore, m_targetBefore;
     std::unique_ptr<StorySide> m_left;
     std::unique_ptr<StorySide> m_right;
+    std::unique_ptr<CClockOverride> m_clock;
 };
 
 #define STORY(name) TEST_P(TwoFolders, name)

@@ -2,12 +2,13 @@
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
 #include <Programs/vellum/Session/ProfileSession.h>
-#include <Programs/vellum/Sync/PairLock.h>
+#include <Tarn/Dispatch/PairLock.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <set>
 
 #include "../CommandFixture.h"
@@ -23,14 +24,23 @@ protected:
         MakeStores();
         for (const char* folder : {"Home/A", "Home/C", "Home/E", "Office/B", "Office/D"})
             RunDone({"folder", "create", folder});
+        m_session = std::make_unique<CProfileSession>("");
+    }
+    void TearDown() override {
+        m_session.reset();
+        CommandTest::TearDown();
     }
     CTarnSetting Pair(const std::string& source, const std::string& target) {
-        CProfileSession session("");
         CTarnSetting pair;
-        pair.m_sourceKey = session.OpenFolder(source).Key();
-        pair.m_targetKey = session.OpenFolder(target).Key();
+        pair.m_sourceKey = m_session->OpenFolder(source).Key();
+        pair.m_targetKey = m_session->OpenFolder(target).Key();
         return pair;
     }
+    LockAnswer Take(CPairLock& lock, const CTarnSetting& pair) {
+        std::string holder;
+        return lock.Take(m_session->Mapi(), pair, {}, nullptr, holder);
+    }
+    std::unique_ptr<CProfileSession> m_session;
 };
 
 TEST_F(Processes, APairThatIsRunByAnotherProcessIsRefusedOrWaitedFor) {
@@ -38,9 +48,8 @@ TEST_F(Processes, APairThatIsRunByAnotherProcessIsRefusedOrWaitedFor) {
     RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab"});
     RunDone({"pair", "add", "Home/C", "Office/D", "--name", "cd"});
     RunDone({"pair", "add", "Home/E", "Office/B", "--name", "eb"});
-    std::string holder;
     CPairLock lock;
-    ASSERT_EQ(lock.Take("me", Pair("Home/A", "Office/B"), {}, holder), LockAnswer::Taken);
+    ASSERT_EQ(Take(lock, Pair("Home/A", "Office/B")), LockAnswer::Taken);
 
     CChildProcess refused(PathOf(""), "refused", {"sync", "ab"});
     CChildProcess patient(PathOf(""), "patient", {"sync", "--wait", "ab"});
@@ -60,22 +69,55 @@ TEST_F(Processes, APairThatIsRunByAnotherProcessIsRefusedOrWaitedFor) {
     EXPECT_TRUE(patient.Runs());
     EXPECT_TRUE(sharing.Runs()) << "one folder is not written to by two runs";
     EXPECT_EQ(Contents("Office/B"), Texts{});
-    lock = CPairLock();
+    lock.Release();
     EXPECT_EQ(patient.Wait(), 0) << patient.Err();
     EXPECT_EQ(sharing.Wait(), 0) << sharing.Err();
     EXPECT_EQ(Contents("Office/B"), Texts{"One="});
 }
 
+// A folder below is held by its own pair, and the other way round.
+TEST_F(Processes, ATreeWaitsForWhatIsRunBelowItAndThatForTheTree) {
+    for (const char* folder : {"Home/A/S", "Home/A/S/T"})
+        RunDone({"folder", "create", folder});
+    RunDone({"item", "new", "Home/A/S/T", "--subject", "One"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--create-subfolders", "--name", "tree"});
+    RunDone({"pair", "add", "Home/A/S/T", "Office/D", "--no-subfolders", "--name", "below"});
+    CPairLock lock;
+    ASSERT_EQ(Take(lock, Pair("Home/A/S/T", "Home/C")), LockAnswer::Taken);
+    CChildProcess tree(PathOf(""), "tree", {"sync", "tree"});
+    CChildProcess bounded(PathOf(""), "bounded", {"sync", "tree", "--wait", "1"});
+    EXPECT_EQ(bounded.Wait(), 3) << bounded.Err();
+    EXPECT_NE(bounded.Err().find("process " + std::to_string(static_cast<unsigned>(ProcessId()))),
+              std::string::npos)
+        << bounded.Err();
+    EXPECT_TRUE(tree.Runs()) << tree.Err();
+    EXPECT_EQ(Contents("Office/B"), Texts{});
+    lock.Release();
+    EXPECT_EQ(tree.Wait(), 0) << tree.Err();
+    EXPECT_EQ(Contents("Office/B/S/T"), Texts{"One="});
+
+    CTarnSetting whole = Pair("Home/A", "Office/B");
+    whole.m_flags = SYNC_SUBFOLDERS;
+    ASSERT_EQ(Take(lock, whole), LockAnswer::Taken);
+    EXPECT_EQ(Run({"sync", "below", "--wait", "0"}).code, 3);
+    lock.Release();
+    EXPECT_EQ(Run({"sync", "below", "--wait", "0"}).code, 0);
+}
+
 TEST_F(Processes, ALockDiesWithItsProcess) {
     RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab"});
-    const CTarnSetting pair = Pair("Home/A", "Office/B");
+    const auto id = [&](const std::string& folder) {
+        const CMapiBinary entryId = m_session->OpenFolder(folder).entryId;
+        return std::string(reinterpret_cast<const char*>(entryId.Bin().lpb), entryId.Count());
+    };
+    const CClaim claim{{CClaimedFolder{id("Home/A"), {}}, CClaimedFolder{id("Office/B"), {}}}, false};
     int ready[2];
     ASSERT_EQ(::pipe(ready), 0);
     const pid_t child = ::fork();
     if (child == 0) {
         std::string holder;
-        CPairLock lock;
-        const char answer = lock.Take("me", pair, {}, holder) == LockAnswer::Taken ? '+' : '-';
+        CFolderClaims claims(JoinPath(DataDirectory(), "locks"));
+        const char answer = claims.Take(claim, holder) == ClaimAnswer::Taken ? '+' : '-';
         if (::write(ready[1], &answer, 1) != 1) ::_exit(1);
         ::pause();
     }
@@ -136,6 +178,46 @@ TEST_F(Processes, WatchHearsOfTheWholeTreeAndComesToRest) {
     watch.Signal(SIGINT);
     EXPECT_EQ(watch.Wait(), 0) << watch.Err();
     EXPECT_NE(watch.Err().find("Watching has ended."), std::string::npos) << watch.Err();
+}
+
+// What others do to the list while a watcher runs.
+TEST_F(Processes, WatchFollowsTheListAndTriesAgainWhatFailed) {
+    RunDone({"folder", "create", "Home/Late"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--continuous-to", "--name", "ab"});
+    RunDone({"pair", "add", "Home/C", "Office/D", "--name", "cd"});
+    CChildProcess watch(PathOf(""), "watch", {"watch"});
+    const auto becomes = [&](const std::string& folder, const Texts& wanted) {
+        for (int i = 0; i < 400; ++i, SleepMs(50))
+            if (Contents(folder) == wanted) return true;
+        return false;
+    };
+    const auto says = [&](const std::string& text) {
+        for (int i = 0; i < 400; ++i, SleepMs(50))
+            if (watch.Err().find(text) != std::string::npos) return true;
+        return false;
+    };
+    EXPECT_TRUE(says("Watching 1 pair(s)"));
+    RunDone({"pair", "edit", "cd", "--continuous-to"});
+    EXPECT_TRUE(says("\"cd\" is watched too")) << watch.Err();
+    RunDone({"item", "new", "Home/C", "--subject", "Two"});
+    EXPECT_TRUE(becomes("Office/D", {"Two="})) << watch.Err();
+    RunDone({"pair", "edit", "ab", "--query", "Subject = Wanted"});
+    EXPECT_TRUE(says("\"ab\" has been changed")) << watch.Err();
+    RunDone({"item", "new", "Home/A", "--subject", "Unwanted"});
+    RunDone({"item", "new", "Home/A", "--subject", "Wanted"});
+    EXPECT_TRUE(becomes("Office/B", {"Wanted="})) << watch.Err();
+    RunDone({"pair", "remove", "cd"});
+    EXPECT_TRUE(says("\"cd\" is not watched any more")) << watch.Err();
+    RunDone({"pair", "add", "Home/E", "Home/Late", "--continuous-to", "--name", "el"});
+    EXPECT_TRUE(says("\"el\" is watched too")) << watch.Err();
+    RunDone({"folder", "remove", "Home/Late", "--force"});
+    RunDone({"item", "new", "Home/E", "--subject", "Three"});
+    EXPECT_TRUE(says("cannot be opened")) << watch.Err();
+    EXPECT_TRUE(watch.Runs());
+    RunDone({"item", "new", "Home/A", "--subject", "Wanted"});
+    EXPECT_TRUE(becomes("Office/B", {"Wanted=", "Wanted="})) << "a pair that fails costs the others nothing";
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(), 0) << watch.Err();
 }
 
 TEST(Soak, ThreeProcessesAgreeInTheEnd) {
