@@ -65,7 +65,7 @@ protected:
     static std::unique_ptr<CSyncMessage> Record(const CMapiRowSet& rows, const Item& item) {
         const ULONG row = RowOf(rows, item.subject);
         auto record = std::make_unique<CSyncMessage>();
-        record->m_entryId = rows.Cell(row, COL_ENTRYID).Binary();
+        record->m_item = KeyOfRow(rows, row);
         record->m_syncId = rows.Cell(row, COL_SYNC_ID).Str();
         if (record->m_syncId.empty()) {
             record->m_searchKey = rows.Cell(row, COL_SEARCH_KEY).Binary();
@@ -92,6 +92,7 @@ protected:
         const bool toRight = to.Get() == right.Get();
         CSyncFileMap unused;
         Engine().m_copyToSource = !toRight;
+        Engine().m_ownWrites.Clear();  // each is a run of its own
         Engine().CopyModifiedElements(list, Folder(from), Folder(to), fromRows, toRows, unused,
                                       Store(toRight ? leftStore : rightStore),
                                       Store(toRight ? rightStore : leftStore), "From", "To");

@@ -182,7 +182,9 @@ TEST_F(CopyLoopTest, ARowThatFailsLeavesTheOthersAlone) {
     const CMapiRowSet rows = Rows(left);
     CSyncMessages list;
     auto lost = Record(rows, {"A", STATE_MOVED});
-    lost->m_entryId.Data()[lost->m_entryId.Count() - 1] ^= 0x55;
+    std::string key(lost->m_item.View().Bytes());
+    key.back() ^= 0x55;
+    lost->m_item = CItemKeyView::OfKept(key);
     list.Add(std::move(lost));
     list.Add(Record(rows, {"B", STATE_NEW}));
     CopyList(left, right, list);
@@ -279,16 +281,21 @@ TEST_P(CopyLoopFaultTest, NewItemArrivesWholeOrNotAtAll) {
         CSyncMessages list;
         list.Add(Record(leftRows, {"A", STATE_NEW}));
         CSyncFileMap unused;
+        const unsigned failedBefore = Engine().m_outcome.rowsFailed;
         reached = WithFault(n, [&] {
             Engine().CopyModifiedElements(list, Folder(left), Folder(right), leftRows, rightRows, unused,
                                           Store(leftStore), Store(rightStore), "From", "To");
         });
         EXPECT_EQ(StreamOf(OpenOnly(left).Get(), PR_BODY_A), "text");
-        const TestRows rows = ContentsOf(right.Get(), {PR_ENTRYID});
-        ASSERT_LE(rows.Count(), 1u);
-        if (rows.Count() == 1) {
-            EXPECT_EQ(StreamOf(OpenOnly(right).Get(), PR_BODY_A), "text");
+        const ULONG arrived = ContentsOf(right.Get(), {PR_ENTRYID}).Count();
+        ASSERT_LE(arrived, 1u);
+        // What failed once has passed when the row is tried again.
+        if (!ForGood() || !reached || Engine().m_outcome.rowsFailed == failedBefore) {
+            EXPECT_EQ(arrived, 1u);
         }
+        // And the run after it finishes what this one began.
+        CopyRight({{"A", STATE_NEW}});
+        EXPECT_EQ(StreamOf(OpenOnly(right).Get(), PR_BODY_A), "text");
     }
     EXPECT_GT(n, 4u);
 }

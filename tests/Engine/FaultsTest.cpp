@@ -9,11 +9,13 @@ class FaultsTest : public FaultsTrial {
 protected:
     // A run in which the n-th call on one store fails; false if it made fewer.
     bool RunWithFault(bool inSource, ULONG n, bool forGood) {
+        Look();
         const auto faults = FaultsOf((inSource ? Source() : Target()).Store());
         faults->SetFault(n, MAPI_E_NETWORK_ERROR, forGood);
         Run();
         const bool reached = faults->CallCount() >= n;
         faults->SetFault(0, S_OK, FALSE);
+        ExpectTheTruthWasTold();
         ExpectMemoriesTellTheFolders();
         return reached;
     }

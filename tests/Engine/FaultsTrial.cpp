@@ -1,13 +1,14 @@
 #include "FaultsTrial.h"
 
-#include <Platform/Clock.h>
 #include <Platform/Machine.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <sstream>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -45,7 +46,7 @@ void RemoveWhenLeft(const fs::path& path) {
     for (int i = 0; i < tries; ++i) {
         fs::remove_all(path, error);
         if (!error) return;
-        SleepMs(1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     throw fs::filesystem_error("somebody still holds a store", path, error);
 }
@@ -80,7 +81,7 @@ void CMemoryDisk::AwaitClosing() const {
     constexpr int tries = 5000;
     for (int i = 0; isOpen(); ++i) {
         ASSERT_LT(i, tries) << "somebody still holds a store";
-        SleepMs(1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
@@ -104,16 +105,6 @@ void CMemoryDisk::LeaveFor(unsigned processId) {
 // --- what is there -----------------------------------------------------------------------------------
 
 namespace {
-TestRef<IMAPIFolder> OpenChild(IMsgStore* store, std::string entryId) {
-    ULONG type = 0;
-    IUnknown* object = nullptr;
-    EXPECT_EQ(
-        store->OpenEntry(static_cast<ULONG>(entryId.size()), reinterpret_cast<LPENTRYID>(entryId.data()),
-                         nullptr, MAPI_BEST_ACCESS, &type, &object),
-        S_OK);
-    return TestRef<IMAPIFolder>(static_cast<IMAPIFolder*>(object));
-}
-
 void CollectSeen(IMsgStore* store, IMAPIFolder* folder, bool below, std::vector<CSeenItem>& seen) {
     const TestRows rows = ContentsOf(folder, {PR_SUBJECT_A, PR_BODY_A});
     for (ULONG row = 0; row < rows.Count(); ++row)
@@ -121,7 +112,7 @@ void CollectSeen(IMsgStore* store, IMAPIFolder* folder, bool below, std::vector<
     if (!below) return;
     const TestRows children = HierarchyOf(folder, {PR_ENTRYID});
     for (ULONG row = 0; row < children.Count(); ++row)
-        CollectSeen(store, OpenChild(store, children.Bytes(row, 0)).Get(), true, seen);
+        CollectSeen(store, OpenTestFolder(store, children.Bytes(row, 0)).Get(), true, seen);
 }
 }  // namespace
 
@@ -168,9 +159,12 @@ void FaultsTrial::EnterStores() {
     Reopen();
 }
 
-void FaultsTrial::StartOver() {
+void FaultsTrial::StartOver(ULONG leftHabits, ULONG rightHabits) {
     LeaveStores();
     m_disk->BringBack();
+    HoldClock(Options().habits | leftHabits | rightHabits);
+    if (leftHabits) Profile().SetHabits(1, Options().habits | leftHabits);
+    if (rightHabits) Profile().SetHabits(2, Options().habits | rightHabits);
     EnterStores();
 }
 

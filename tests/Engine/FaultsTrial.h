@@ -28,15 +28,14 @@ public:
     CMemoryDisk& operator=(const CMemoryDisk&) = delete;
 
     const std::string& Path() const { return m_path; }
-    // These two wait until the stores are left by everybody; a failed expectation if that does not happen.
+    // These wait until the stores are left by everybody; a failed expectation if that does not happen.
+    void AwaitClosing() const;
     void Keep();
     void BringBack();
     // To the stores of another process of this program; its own are removed, the others are not.
     void LeaveFor(unsigned processId);
 
 private:
-    void AwaitClosing() const;
-
     std::string m_path;
     std::string m_before;
     bool m_own = true;
@@ -65,8 +64,8 @@ protected:
     // Leaves the stores and comes back to them, by new sessions.
     void LeaveStores();
     void EnterStores();
-    // Back to what Keep found.
-    void StartOver();
+    // Back to what Keep found, with these habits of the stores from then on.
+    void StartOver(ULONG leftHabits = 0, ULONG rightHabits = 0);
 
     // A bit of everything that people do between two runs, over a pair that was synchronised before.
     void MakeChanges();

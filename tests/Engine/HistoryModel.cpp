@@ -86,18 +86,20 @@ void CHistoryModel::Remember(CModelItem& item, CModelVersion& version, bool dire
 void CHistoryModel::Run(const CModelOptions& options) {
     bool anything = false;
     for (auto& [name, item] : items)
-        anything = anything || IsListed(item.source, options.toTarget, options.deletions) ||
-                   IsListed(item.target, options.toSource, options.deletions);
+        if (!item.ignored)
+            anything = anything || IsListed(item.source, options.toTarget, options.deletions) ||
+                       IsListed(item.target, options.toSource, options.deletions);
     if (!anything) return;
     for (auto& [name, item] : items)
-        RunItem(item, options);
+        if (!item.ignored) RunItem(item, options);
     for (auto& [name, item] : items) {
+        if (item.ignored) continue;
         Remember(item, item.source, options.toTarget);
         Remember(item, item.target, options.toSource);
     }
 }
 
-void CHistoryModel::Adopt(const std::map<std::string, std::string>& source,
+void CHistoryModel::Adopt(const CModelOptions& options, const std::map<std::string, std::string>& source,
                           const std::map<std::string, std::string>& target) {
     for (auto& [name, item] : items) {
         for (const bool inSource : {true, false}) {
@@ -105,6 +107,8 @@ void CHistoryModel::Adopt(const std::map<std::string, std::string>& source,
             const auto found = seen.find(name);
             CModelVersion& version = SideOf(item, inSource);
             const bool there = found != seen.end();
+            const bool direction = inSource ? options.toTarget : options.toSource;
+            if (!direction && IsWritten(version)) version.exposed = true;
             if (version.exposed && (!there || found->second != version.body)) m_kept.erase(version.body);
             version = {there, there ? found->second : "", Pending::None, there, 0, false};
         }

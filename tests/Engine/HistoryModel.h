@@ -23,6 +23,7 @@ struct CModelItem {
     CModelVersion source, target;
     bool stamped = false;   // has a sync ID of its own even where it never was carried across
     bool branched = false;  // shares its search key with another item, or was moved
+    bool ignored = false;   // the pair's query leaves it out
     std::string kin;        // the item with the same search key, if there is one
 
     bool OnBothSides() const { return source.there && target.there; }
@@ -49,7 +50,7 @@ public:
     void Run(const CModelOptions& options);
     // Takes over what two folders hold after runs of which one was disturbed, where the order of things is
     // not known. What replaced a text that is not exposed must have kept it.
-    void Adopt(const std::map<std::string, std::string>& source,
+    void Adopt(const CModelOptions& options, const std::map<std::string, std::string>& source,
                const std::map<std::string, std::string>& target);
 
     std::map<std::string, std::string> Contents(bool ofSource) const;

@@ -62,7 +62,7 @@ TEST_F(ModifyList, KnownTimeIsUnchangedAnyOtherIsAChange) {
     HandMadeRows own{Linked("A", "idA", 100), Linked("B", "idB", 101), Linked("C", "idC", 99)};
     EXPECT_EQ(Compare(own, nothing), "2 5201 item B idB\n2 5201 item C idC\n");
     EXPECT_EQ(TicksOf(list.At(0).m_modified), 101u);
-    EXPECT_EQ(list.At(0).m_entryId.Hex(), Hex(EntryId("B")));
+    EXPECT_EQ(list.At(0).m_item.Hex(), Hex(EntryId("B")));
 }
 
 TEST_F(ModifyList, RememberedItemsThatAreGoneAreDeletedInKeyOrder) {
@@ -71,7 +71,7 @@ TEST_F(ModifyList, RememberedItemsThatAreGoneAreDeletedInKeyOrder) {
     Remember(ownData, "M", "idM", 1);
     HandMadeRows own{Linked("M", "idM", 1)};
     EXPECT_EQ(Compare(own, nothing), "6 5242 item A idA\n6 5242 item Z idZ\n");
-    EXPECT_TRUE(list.At(0).m_entryId.IsEmpty());
+    EXPECT_TRUE(list.At(0).m_item.IsEmpty());
 
     run.m_findDeletions = 0;
     EXPECT_EQ(Compare(own, nothing), "");
@@ -138,7 +138,7 @@ TEST_F(ModifyList, LongTermIdentifierStandsForTheItem) {
     HandMadeRows own{row};
     Remember(ownData, "long", "idA", 4);
     EXPECT_EQ(Compare(own, nothing), "2 5201 item long idA\n");
-    EXPECT_EQ(list.At(0).m_entryId.Hex(), Hex(EntryId("long")));
+    EXPECT_EQ(list.At(0).m_item.Hex(), Hex(EntryId("long")));
 }
 
 TEST_F(ModifyList, CreationTimeIsTakenOutOfTheRow) {

@@ -128,8 +128,8 @@ TEST(SyncFile, IdentifiersMatchFromTheirFortyFirstDigitOn) {
 
     std::string bytes(20, '\x7F');
     bytes += '\xA1';
-    EXPECT_NE(map.FindByEntryId({21, reinterpret_cast<BYTE*>(bytes.data())}), nullptr);
-    EXPECT_EQ(map.FindByEntryId({20, reinterpret_cast<BYTE*>(bytes.data())}), nullptr);
+    EXPECT_NE(map.FindByItem(CItemKeyView::OfKept(bytes)), nullptr);
+    EXPECT_EQ(map.FindByItem(CItemKeyView::OfKept(bytes.substr(0, 20))), nullptr);
 }
 
 TEST(SyncFile, ShortIdentifierHasTheEmptyKey) {
@@ -137,7 +137,7 @@ TEST(SyncFile, ShortIdentifierHasTheEmptyKey) {
     map.Add("ABC", {}, "one", "short");
     EXPECT_NE(map.FindByIdentifier(""), nullptr);
     EXPECT_NE(map.FindByIdentifier(Front), nullptr);
-    EXPECT_NE(map.FindByEntryId({0, nullptr}), nullptr);
+    EXPECT_NE(map.FindByItem({}), nullptr);
 }
 
 TEST(SyncFile, LongIdentifiersAreFoundByTheirBytes) {
@@ -147,7 +147,7 @@ TEST(SyncFile, LongIdentifiersAreFoundByTheirBytes) {
         hex += "5A";
     CSyncFileMap map;
     map.Add(hex, {}, "", "long");
-    EXPECT_NE(map.FindByEntryId({400, reinterpret_cast<BYTE*>(bytes.data())}), nullptr);
+    EXPECT_NE(map.FindByItem(CItemKeyView::OfKept(bytes)), nullptr);
 }
 
 TEST(SyncFile, FirstOfTwoEqualKeysStays) {

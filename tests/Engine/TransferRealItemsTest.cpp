@@ -3,6 +3,7 @@
 #include <MapiWrapper/GuidText.h>
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
+#include <Platform/Utf8.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -53,7 +54,7 @@ std::string WholeValue(IMAPIProp* object, ULONG tag) {
     if (hr == MAPI_E_NOT_ENOUGH_MEMORY) return StreamOf(object, tag);
     if (hr != S_OK) return "error " + std::to_string(static_cast<unsigned>(hr));
     std::string text = ValueText(value);
-    if (PROP_TYPE(tag) == PT_UNICODE) text = NarrowFromWide(value->Value.lpszW);
+    if (PROP_TYPE(tag) == PT_UNICODE) text = Utf8FromWide(value->Value.lpszW);
     MAPIFreeBuffer(value);
     return text;
 }
@@ -75,7 +76,7 @@ std::map<std::string, std::string> Contents(IMAPIProp* object) {
             LPMAPINAMEID* names = nullptr;
             if (object->GetNamesFromIDs(&asked, nullptr, 0, &count, &names) == S_OK && count == 1 && names[0])
                 name = (names[0]->ulKind == MNID_ID ? std::to_string(names[0]->Kind.lID)
-                                                    : NarrowFromWide(names[0]->Kind.lpwstrName)) +
+                                                    : Utf8FromWide(names[0]->Kind.lpwstrName)) +
                        GuidToText(*names[0]->lpguid);
             MAPIFreeBuffer(names);
         }
@@ -106,7 +107,7 @@ protected:
 
     // The item of a file as a new item of the folder; null if the file is not there.
     TestRef<IMessage> Import(const std::string& file, const TestRef<IMAPIFolder>& folder) {
-        const std::wstring path = WideFromNarrow(JoinPath(ItemDirectory(), file));
+        const std::wstring path = WideFromUtf8(JoinPath(ItemDirectory(), file));
         TestRef<IStorage> storage;
         EXPECT_EQ(StgOpenStorage(path.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
                                  storage.Out()),
@@ -163,7 +164,7 @@ protected:
         const CMapiRowSet rows = Rows(left);
         CSyncMessages list;
         auto record = std::make_unique<CSyncMessage>();
-        record->m_entryId = rows.Cell(0, COL_ENTRYID).Binary();
+        record->m_item = KeyOfRow(rows, 0);
         record->m_syncId = rows.Cell(0, COL_SYNC_ID).Str();
         if (record->m_syncId.empty()) record->m_searchKey = rows.Cell(0, COL_SEARCH_KEY).Binary();
         record->m_modified = rows.Cell(0, COL_MODIFIED).Time();

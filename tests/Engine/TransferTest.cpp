@@ -147,7 +147,7 @@ TEST_F(TransferTest, AVersionWithoutTextReplacesNoneWithTextUnkept) {
     CSyncMessages list;
     const CMapiRowSet rows = Rows(right);
     auto record = std::make_unique<CSyncMessage>();
-    record->m_entryId = rows.Cell(0, COL_ENTRYID).Binary();
+    record->m_item = KeyOfRow(rows, 0);
     record->m_syncId = rows.Cell(0, COL_SYNC_ID).Str();
     record->m_state = STATE_MODIFIED;
     list.Add(std::move(record));
@@ -173,8 +173,8 @@ TEST_F(TransferTest, ContentsThatDoNotComeLeaveAnEmptyTargetAndAKeptVersion) {
         std::string status;
         held = SubjectsIn(right.Get());
         faults->SetFault(n, MAPI_E_NETWORK_ERROR, FALSE);
-        Engine().ResyncObject(Folder(left), Folder(right), leftRows.Cell(0, COL_ENTRYID).Binary(),
-                              rightRows.Cell(0, COL_ENTRYID).Binary(), status);
+        Engine().ResyncObject(Folder(left), Folder(right), KeyOfRow(leftRows, 0), KeyOfRow(rightRows, 0),
+                              status);
         reached = faults->CallCount() >= n;
         faults->SetFault(0, S_OK, FALSE);
         const auto target = OpenOnly(right);
