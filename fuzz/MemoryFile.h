@@ -1,6 +1,6 @@
 // A compound file made of a fuzzer's bytes.
 #pragma once
-#include <MapiStore/UnknownImpl.h>
+#include <MapiStore/Values/UnknownImpl.h>
 #include <Platform/MapiHeaders.h>
 
 #include <cstdint>

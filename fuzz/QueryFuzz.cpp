@@ -1,9 +1,9 @@
 // Query texts and stored-query files from anywhere. The input is the text of a query, and behind a line of
 // "---" the file of stored queries that it may call.
-#include <MapiStore/PropertyBag.h>
-#include <MapiStore/PropertyCodec.h>
-#include <MapiStore/Restriction.h>
-#include <MapiStore/StoreError.h>
+#include <MapiStore/Tables/Restriction.h>
+#include <MapiStore/Values/PropertyBag.h>
+#include <MapiStore/Values/PropertyCodec.h>
+#include <MapiStore/Values/StoreError.h>
 #include <Tools/INIQuerys.h>
 #include <Tools/RestrictionTree.h>
 

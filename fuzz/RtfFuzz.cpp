@@ -1,7 +1,7 @@
 // Compressed RTF and RTF text, from whatever bytes. What was compressed must come back.
-#include <MapiStore/Lzfu.h>
-#include <MapiStore/RtfText.h>
-#include <MapiStore/StoreError.h>
+#include <MapiStore/Values/Lzfu.h>
+#include <MapiStore/Values/RtfText.h>
+#include <MapiStore/Values/StoreError.h>
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include <MapiStore/MapiMemory.h>
+#include <MapiStore/Values/MapiMemory.h>
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -1,5 +1,5 @@
 // Messages on compound files: real ones, round trips through a store, damaged ones.
-#include <MapiStore/MsgFormat.h>
+#include <MapiStore/MsgFiles/MsgFormat.h>
 #include <Platform/Files.h>
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-#include <MapiStore/PropertyBag.h>
-#include <MapiStore/PropertyCodec.h>
-#include <MapiStore/Restriction.h>
-#include <MapiStore/StoreError.h>
+#include <MapiStore/Tables/Restriction.h>
+#include <MapiStore/Values/PropertyBag.h>
+#include <MapiStore/Values/PropertyCodec.h>
+#include <MapiStore/Values/StoreError.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // RTF streams and RTFSync on messages of a store.
-#include <MapiStore/Lzfu.h>
-#include <MapiStore/RtfText.h>
+#include <MapiStore/Values/Lzfu.h>
+#include <MapiStore/Values/RtfText.h>
 #include <Platform/Machine.h>
 #include <Platform/Utf8.h>
 #include <support/StoreFixture.h>

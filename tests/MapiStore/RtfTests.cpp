@@ -1,8 +1,8 @@
-#include <MapiStore/Lzfu.h>
-#include <MapiStore/RtfText.h>
-#include <MapiStore/StoreError.h>
-#include <MapiStore/StreamBytes.h>
-#include <MapiStore/UnknownImpl.h>
+#include <MapiStore/Values/Lzfu.h>
+#include <MapiStore/Values/RtfText.h>
+#include <MapiStore/Values/StoreError.h>
+#include <MapiStore/Values/StreamBytes.h>
+#include <MapiStore/Values/UnknownImpl.h>
 #include <Platform/MapiHeaders.h>
 #include <gtest/gtest.h>
 

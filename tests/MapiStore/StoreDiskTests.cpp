@@ -1,8 +1,8 @@
 // The storage itself: a full disk, and the blocks that it keeps.
-#include <MapiStore/PropertyBag.h>
-#include <MapiStore/PropertyCodec.h>
-#include <MapiStore/SqliteStorage.h>
-#include <MapiStore/StoreError.h>
+#include <MapiStore/Storage/SqliteStorage.h>
+#include <MapiStore/Values/PropertyBag.h>
+#include <MapiStore/Values/PropertyCodec.h>
+#include <MapiStore/Values/StoreError.h>
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // What a store's file shows to others: its rights, its versions, and the times that it gives.
-#include <MapiStore/GivenTimes.h>
+#include <MapiStore/Storage/GivenTimes.h>
 #include <Platform/Clock.h>
 
 #include <algorithm>

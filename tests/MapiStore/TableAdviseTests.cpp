@@ -1,6 +1,6 @@
 // Notifications of tables and stores, and what reaches whom on which thread.
-#include <MapiStore/FolderTree.h>
-#include <MapiStore/SqliteStorage.h>
+#include <MapiStore/Objects/FolderTree.h>
+#include <MapiStore/Storage/SqliteStorage.h>
 
 #include <algorithm>
 #include <atomic>

@@ -1,12 +1,12 @@
 // A store of its own with messages put in directly, so that the tests of tables need nothing above the
 // storage. Tables are opened as the folders open them.
 #pragma once
-#include <MapiStore/PropertyBag.h>
-#include <MapiStore/PropertyCodec.h>
-#include <MapiStore/StoreCall.h>
-#include <MapiStore/Tables.h>
-#include <MapiStore/UnknownImpl.h>
-#include <MapiStore/WellKnown.h>
+#include <MapiStore/Core/StoreCall.h>
+#include <MapiStore/Storage/WellKnown.h>
+#include <MapiStore/Tables/Tables.h>
+#include <MapiStore/Values/PropertyBag.h>
+#include <MapiStore/Values/PropertyCodec.h>
+#include <MapiStore/Values/UnknownImpl.h>
 #include <Platform/Directories.h>
 #include <Platform/Files.h>
 #include <Platform/MapiHeaders.h>
