@@ -223,6 +223,10 @@ void CCopyPass::FlushDeletions(const IMsgStorePtr& targetStore) {
             SetDone(deletion.entry, LoadText(TEXT_NOT_DELETED));
         return;
     }
+    // A row that failed and was tried again may have been given to one of these.
+    for (const CDeletion& deletion : m_deletions)
+        if (m_engine.TakeFromDelArray(deletion.item))
+            SetDone(deletion.entry, LoadText(TEXT_DELETION_OUTDATED));
     try {
         m_engine.FlushDelArrays(targetStore, m_route.targetFolder);
     } catch (...) {

@@ -102,6 +102,10 @@ void CEntryIdBatch::Add(const CItemKeyView& item) {
     m_ids.emplace_back(item.Bytes());
 }
 
+bool CEntryIdBatch::Remove(const CItemKeyView& item) {
+    return std::erase(m_ids, item.Bytes()) > 0;
+}
+
 ENTRYLIST* CEntryIdBatch::List() {
     m_binaries.clear();
     for (std::string& id : m_ids)
@@ -142,6 +146,10 @@ bool CSyncFolder::AddToDelArray(const CItemKeyView& item, const IMAPIFolderPtr& 
     }
     waiting.Add(item);
     return true;
+}
+
+bool CSyncFolder::TakeFromDelArray(const CItemKeyView& item) {
+    return WasWritten(item) && m_batches[BATCH_DELETED].Remove(item);
 }
 
 void CSyncFolder::FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder) {

@@ -58,6 +58,7 @@ class CEntryIdBatch {
 public:
     void Clear();
     void Add(const CItemKeyView& item);
+    bool Remove(const CItemKeyView& item);  // false if it is not in there
     size_t Count() const { return m_ids.size(); }
     bool IsEmpty() const { return m_ids.empty(); }
     // Both valid until the batch is changed.
@@ -203,6 +204,8 @@ public:
     void InitDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder, LONG capacity);
     // False where the item stays: a copy of this pass has written it.
     bool AddToDelArray(const CItemKeyView& item, const IMAPIFolderPtr& folder, int batch);
+    // An item that waits to be deleted stays where a copy of this pass has written it since. True if so.
+    bool TakeFromDelArray(const CItemKeyView& item);
     void FlushDelArrays(const IMsgStorePtr& store, const IMAPIFolderPtr& folder);
     // Counts each item that stays as a failed row and names it in NotRemoved. Answers how many are gone.
     unsigned MoveToDeletedFolder(CEntryIdBatch& entries, const char* name, const IMsgStorePtr& store,
