@@ -141,7 +141,8 @@ TEST_P(RunTest, DamagedStateLosesAndDoublesNothing) {
 TEST_P(RunTest, TwoPairsWithOneSourceKeepApart) {
     const TestRef<IMAPIFolder> third =
         MakeFolder(OpenStoreFolder(Target().Store(), PR_IPM_SUBTREE_ENTRYID).Get(), "Third");
-    StorySide other("third", Target().Name() == "left" ? leftStore : rightStore, third);
+    StorySide other("third");
+    other.Bind(Target().Name() == "left" ? leftStore : rightStore, third);
     Given(Both("A B"), Synced());
     RunKeys(Source().Key(), other.Key());
     Still(Both("A B"), other.Has("A B"));

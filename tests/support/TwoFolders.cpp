@@ -2,6 +2,7 @@
 #include <Platform/Machine.h>
 #include <Tarn/Engine/FolderKey.h>
 #include <support/Letters.h>
+#include <support/TroubledRuns.h>
 #include <support/TwoFolders.h>
 
 #include <algorithm>
@@ -103,8 +104,10 @@ Step Acts(Step step) {
 }
 }  // namespace
 
-StorySide::StorySide(std::string name, TestRef<IMsgStore> store, TestRef<IMAPIFolder> folder)
-    : m_name(std::move(name)), m_store(std::move(store)), m_folder(std::move(folder)) {}
+void StorySide::Bind(TestRef<IMsgStore> store, TestRef<IMAPIFolder> folder) {
+    m_store = std::move(store);
+    m_folder = std::move(folder);
+}
 
 TestRef<IMessage> StorySide::Open(const std::string& item) const {
     return OpenTestMessage(m_store.Get(), EntryIdOf(m_folder.Get(), item));
@@ -264,36 +267,41 @@ std::string StorySide::Key() const {
 
 // --- TwoFolders ------------------------------------------------------------------------------------
 
+void TwoFolders::UseMemoryDisk() {
+    m_disk = std::make_unique<CMemoryDisk>();
+}
+
 void TwoFolders::SetUp() {
+    if (TroubleOfRuns() != RunTrouble::None && !m_disk) UseMemoryDisk();
     HoldClock(Options().habits);
     TwoStores::SetUp();
     if (HasFatalFailure()) return;
-    MakeSides();
+    BindSides();
     setting.m_flags = SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_DELETE_IN_TARGET | SYNC_ACTIVE;
 }
 
 void TwoFolders::TearDown() {
-    m_left.reset();
-    m_right.reset();
+    Close();
     TwoStores::TearDown();
     HoldClock(0);
+    m_disk.reset();
 }
 
-void TwoFolders::MakeSides() {
-    m_left = std::make_unique<StorySide>("left", leftStore, left);
-    m_right = std::make_unique<StorySide>("right", rightStore, right);
+void TwoFolders::BindSides() {
+    m_left.Bind(leftStore, left);
+    m_right.Bind(rightStore, right);
 }
 
 void TwoFolders::Close() {
-    m_left.reset();
-    m_right.reset();
+    m_left.Bind({}, {});
+    m_right.Bind({}, {});
     CloseStores();
 }
 
 void TwoFolders::Reopen() {
     OpenStores();
     if (HasFatalFailure()) throw std::runtime_error("the stores do not open");
-    MakeSides();
+    BindSides();
 }
 
 void TwoFolders::Look() {
@@ -352,7 +360,8 @@ bool IsOneOf(const std::string& done, std::initializer_list<unsigned> texts) {
 void TwoFolders::ExpectTheTruthWasTold() {
     if (!m_sourceBefore) return;
     const bool below = setting.Has(SYNC_SUBFOLDERS);
-    const bool renews = setting.Has(SYNC_ALWAYS_RENEW);
+    // A counterpart that does not open is replaced.
+    const bool renews = setting.Has(SYNC_ALWAYS_RENEW) || m_inTrouble;
     const CReallyChanged source(*std::exchange(m_sourceBefore, {}), Source().ItemsNow(below), renews);
     const CReallyChanged target(*std::exchange(m_targetBefore, {}), Target().ItemsNow(below), renews);
     unsigned claimed[2] = {}, failed = 0;
@@ -377,6 +386,11 @@ void TwoFolders::ExpectTheTruthWasTold() {
 }
 
 void TwoFolders::Run() {
+    if (TroubleOfRuns() != RunTrouble::None && !m_inTrouble && !progress && !othersWrite) MeetEachTrouble();
+    RunAlone();
+}
+
+void TwoFolders::RunAlone() {
     NextMoment();
     const bool looks = !m_sourceBefore && !othersWrite;
     if (looks) Look();

@@ -5,8 +5,7 @@
 // VELLUM_KILLS says how many die in each case, VELLUM_KILL_SEED tells the stories of one seed alone.
 #include "../FaultsTrial.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
+#include <support/AnotherProcess.h>
 
 #include <algorithm>
 #include <random>
@@ -211,24 +210,17 @@ void InterruptionTest::Die(void* trial) {
     auto* self = static_cast<InterruptionTest*>(trial);
     if (self->m_death.flushSource) self->Flush(self->Source().Store());
     if (self->m_death.flushTarget) self->Flush(self->Target().Store());
-    ::_exit(1);
+    LeaveProcess();
 }
 
 // False if the run made fewer calls than that. The stores are closed before and after.
 bool InterruptionTest::DiesOn(const CDeath& death) {
-    const pid_t child = ::fork();
-    EXPECT_GE(child, 0);
-    if (child == 0) {
+    return DiesInAnotherProcess([&] {
         m_death = death;
         EnterStores();
         FaultsOf((death.inSource ? Source() : Target()).Store())->SetInterruption(death.call, Die, this);
         Run();
-        ::_exit(0);
-    }
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    return WEXITSTATUS(status) != 0;
+    });
 }
 
 std::string InterruptionTest::DieSomehow() {
