@@ -2,7 +2,8 @@
 #pragma once
 #include <functional>
 
-// Runs `body` in a copy of this process, which must hold nothing open. True if it left by LeaveProcess, false
+// Runs `body` in a copy of this process, which must hold nothing open; waits until all its other threads have
+// ended. True if it left by LeaveProcess, false
 // if the body came to its end. Throws std::logic_error on Windows, which has no such copies.
 bool DiesInAnotherProcess(const std::function<void()>& body);
 // Ends the copy at once, with nothing cleaned up.

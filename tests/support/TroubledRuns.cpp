@@ -185,6 +185,7 @@ bool TwoFolders::RunAndDie(const CRunTrouble& trouble) {
         }
     };
     Close();
+    Disk().AwaitClosing();
     const bool died = DiesInAnotherProcess([&] {
         Reopen();
         CDeath death = {
