@@ -2,6 +2,7 @@
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/ItemTransfer.h>
 #include <Tarn/Engine/SameContents.h>
+#include <Tarn/Engine/StrippedCopy.h>
 #include <Tarn/Engine/syncfolder.h>
 
 #include <unordered_map>
@@ -58,7 +59,9 @@ bool HoldTheSame(CSyncFolder& engine, const CSyncMessage& ours, const IMAPIFolde
     try {
         IMessagePtr a = OpenMessage(sourceFolder, ours.m_item);
         IMessagePtr b = OpenMessage(targetFolder, theirs.m_item);
-        return HaveSameContents(a, b, engine.IsMarkedPrivate(a) != engine.IsMarkedPrivate(b));
+        const bool isCopy = engine.IsMarkedPrivate(a);
+        if (isCopy == engine.IsMarkedPrivate(b)) return HaveSameContents(a, b);
+        return isCopy ? IsStrippedCopyOf(engine, a, b) : IsStrippedCopyOf(engine, b, a);
     } catch (const CMAPIException&) {
         return false;
     }

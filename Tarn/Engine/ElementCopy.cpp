@@ -2,6 +2,7 @@
 #include <Platform/Clock.h>
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/ElementCopy.h>
+#include <Tarn/Engine/StrippedCopy.h>
 
 #include <vector>
 
@@ -87,7 +88,6 @@ bool CElementCopy::CompareTimes() {
         return false;
     }
     m_status = LoadText(TEXT_COPIED_TO_COUNTERPART);
-    if (m_facts.markedPrivate) KeepOldText();
     TraceText(m_engine.m_traceFile, "   -> Found counterpart by SYNCID");
     return true;
 }
@@ -103,9 +103,9 @@ void CElementCopy::AgreeOnSyncId() {
 
 // ---- the target -----------------------------------------------------------------------------------
 
-void CElementCopy::KeepOldText() {
-    m_target = OpenMessage(m_route.targetFolder, m_oldItem);
-    m_kept = ReadKeptText(m_engine, m_target);
+// A stripped copy that comes back to what it was made of. Without that it is an item like any other.
+bool CElementCopy::IsReturn() const {
+    return m_facts.markedPrivate && m_targetRow >= 0;
 }
 
 bool CElementCopy::ChooseTarget() {
@@ -126,12 +126,10 @@ bool CElementCopy::ChooseTarget() {
 
 void CElementCopy::OpenTarget() {
     const bool reuse = m_targetRow >= 0 && !m_engine.HasFlag(SYNC_ALWAYS_RENEW);
-    // A counterpart found by its contents has not been looked at yet.
-    if (m_similar && m_facts.markedPrivate) KeepOldText();
-    if (!reuse)
-        m_target = IMessagePtr();
-    else if (!m_target)
-        m_target = TryOpenMessage(m_route.targetFolder, m_oldItem);
+    // The original of a stripped copy holds all that the copy has not.
+    if (reuse)
+        m_target = IsReturn() ? OpenMessage(m_route.targetFolder, m_oldItem)
+                              : TryOpenMessage(m_route.targetFolder, m_oldItem);
     m_isNew = !m_target;
     if (m_isNew) {
         MARK_POSITION();
@@ -143,11 +141,12 @@ void CElementCopy::OpenTarget() {
         const FILETIME seen = TargetCell(COL_MODIFIED).Time();
         // A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no
         // conflict, so it is not kept as the loser of one.
-        if (!m_linked && HasOtherText(m_engine, m_source, m_target))
+        if (!m_linked && !IsReturn() && HasOtherText(m_engine, m_source, m_target))
             KeepVersion(m_engine, m_target);
         else
-            KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, StripsText(), &seen);
-        m_engine.RemoveContents(m_target);
+            KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, StripsNewCopy(m_engine, m_facts),
+                                &seen);
+        if (!IsReturn()) m_engine.RemoveContents(m_target);
     }
 }
 
@@ -169,20 +168,27 @@ void CElementCopy::Transfer(CSyncTargetRecord* record) {
     m_engine.NoteRowFailed();
 }
 
-// Any sensitivity counts here, where a target that is merely rewritten asks for a private one.
-bool CElementCopy::StripsText() const {
-    return m_engine.m_stripPrivate && m_facts.IsAppointment() && m_facts.sensitivity != 0;
+void CElementCopy::FillTarget() {
+    const bool stripped = StripsNewCopy(m_engine, m_facts);
+    THROW_ON_FAILURE_FOR(
+        stripped ? CopyWithoutText(m_source, m_target, true) : CopyContents(m_source, m_target, true),
+        m_source.RawProp());
+    MARK_POSITION();
+    AnonymiseTarget(m_engine, m_facts, m_target, stripped);
+}
+
+void CElementCopy::GiveBack() {
+    if (m_isNew) {
+        IMessagePtr old = OpenMessage(m_route.targetFolder, m_oldItem);
+        THROW_ON_FAILURE_FOR(CopyContents(old, m_target, true), old.RawProp());
+    }
+    MARK_POSITION();
+    ReturnToOriginal(m_engine, m_source, m_target);
 }
 
 void CElementCopy::CopyToTarget() {
     MARK_POSITION();
-    THROW_ON_FAILURE_FOR(CopyContents(m_source, m_target, StripsText() || m_facts.markedPrivate, true),
-                         m_source.RawProp());
-    MARK_POSITION();
-    if (m_facts.markedPrivate)
-        PutKeptTextBack(m_target, m_kept);
-    else
-        AnonymiseTarget(m_engine, m_facts, m_target);
+    IsReturn() ? GiveBack() : FillTarget();
     if (!m_facts.hasCreated) return;
     SPropValue created{};
     created.ulPropTag = PR_CREATION_TIME;

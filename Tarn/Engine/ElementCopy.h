@@ -51,11 +51,12 @@ private:
     void AgreeOnSyncId();
     bool ChooseTarget();
     void OpenTarget();
-    void KeepOldText();
-    bool StripsText() const;
+    bool IsReturn() const;
 
     void Transfer(CSyncTargetRecord* record);
     void CopyToTarget();
+    void FillTarget();
+    void GiveBack();
     void SaveTarget();
     void SaveContents();
     CItemKey SavedItem() const;
@@ -93,8 +94,7 @@ private:
     CItemKey m_oldItem;
     CItemKey m_newItem;
     bool m_needsLink = false;
-    bool m_takenBack = false;  // the target is gone again, as if nothing had been done
-    CKeptText m_kept;
+    bool m_takenBack = false;        // the target is gone again, as if nothing had been done
     const char* m_action = nullptr;  // what a failure in saving was about
     RowResult m_result = RowResult::NotSaved;
 };

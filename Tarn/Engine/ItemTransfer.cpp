@@ -1,5 +1,6 @@
 #include <Tarn/Engine/ItemTransfer.h>
 #include <Tarn/Engine/MessageComparison.h>
+#include <Tarn/Engine/StrippedCopy.h>
 
 #include <algorithm>
 #include <vector>
@@ -17,12 +18,6 @@ bool IsAbsent(const CMapiPropValue& cell, const IMessagePtr& message) {
     throw CMAPIException(hr, "CGenMapiPropPtr::GetProps", message.RawProp());
 }
 
-void PutLinksBack(IMessagePtr& message, const CContactLinks& links) {
-    CContactLinks arrived;
-    if (links.empty()) ReadContactLinks(arrived, message);
-    if (!links.empty() || !arrived.empty()) WriteContactLinks(links, message);
-}
-
 enum FactCell : ULONG {
     FACT_SYNC_ID,
     FACT_CLASS,
@@ -31,6 +26,7 @@ enum FactCell : ULONG {
     FACT_CREATED,
     FACT_SUBJECT,
     FACT_MARK,
+    FACT_PRIVATE,
 };
 }  // namespace
 
@@ -39,14 +35,18 @@ bool CItemFacts::IsAppointment() const {
 }
 
 bool CItemFacts::IsPrivateAppointment() const {
-    return sensitivity == static_cast<LONG>(SENSITIVITY_PRIVATE) && IsAppointment();
+    return (sensitivity == static_cast<LONG>(SENSITIVITY_PRIVATE) || flaggedPrivate) && IsAppointment();
+}
+
+bool CItemFacts::IsWithheldAppointment() const {
+    return (sensitivity != 0 || flaggedPrivate) && IsAppointment();
 }
 
 CItemFacts ReadItemFacts(CSyncFolder& engine, IMessagePtr& message) {
     const CSyncTags& tags = engine.TagsOf(message.RawProp());
     const CMapiPropValues values =
         message.GetProps({tags.larchId, PR_MESSAGE_CLASS_A, PR_SENSITIVITY, PR_SEARCH_KEY, PR_CREATION_TIME,
-                          PR_SUBJECT_A, tags.privateMark});
+                          PR_SUBJECT_A, tags.privateMark, tags.privateFlag});
 
     CItemFacts facts;
     if (!IsAbsent(values[FACT_SYNC_ID], message)) facts.syncId = values[FACT_SYNC_ID].Str();
@@ -54,6 +54,7 @@ CItemFacts ReadItemFacts(CSyncFolder& engine, IMessagePtr& message) {
     if (!IsAbsent(values[FACT_SENSITIVITY], message)) facts.sensitivity = values[FACT_SENSITIVITY].Long();
     if (!IsAbsent(values[FACT_SEARCH_KEY], message)) facts.searchKey = values[FACT_SEARCH_KEY].Binary();
     facts.markedPrivate = !IsAbsent(values[FACT_MARK], message) && values[FACT_MARK].Long() == 1;
+    facts.flaggedPrivate = !IsAbsent(values[FACT_PRIVATE], message) && values[FACT_PRIVATE].Bool();
     facts.hasCreated = values[FACT_CREATED].Type() == PT_SYSTIME;
     facts.created = values[FACT_CREATED].Time();
     // A subject that cannot be read is one.
@@ -83,20 +84,11 @@ IMessagePtr TryOpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId)
     return message;
 }
 
-SPropTagArray* ExcludeBodyTags() {
-    static SizedSPropTagArray(9, tags) = {
-        9,
-        {PR_BODY_A, PR_RTF_COMPRESSED, PR_RTF_IN_SYNC, PR_RTF_SYNC_BODY_COUNT, PR_RTF_SYNC_BODY_CRC,
-         PR_RTF_SYNC_PREFIX_COUNT, PR_RTF_SYNC_TRAILING_COUNT, HtmlTextTag, PR_SUBJECT_A}};
-    return reinterpret_cast<SPropTagArray*>(&tags);
-}
-
-HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool withoutText, bool retry) {
-    SPropTagArray* exclude = withoutText ? ExcludeBodyTags() : nullptr;
+HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool retry) {
     const HRESULT hr =
-        source->CopyTo(0, nullptr, exclude, 0, nullptr, &IID_IMessage, target.Get(), 0, nullptr);
+        source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target.Get(), 0, nullptr);
     if (hr >= 0 || !retry) return hr;
-    return source->CopyTo(0, nullptr, exclude, 0, nullptr, &IID_IMAPIProp,
+    return source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMAPIProp,
                           static_cast<IMAPIProp*>(target.Get()), 0, nullptr);
 }
 
@@ -110,11 +102,6 @@ std::string ReadRtfOrThrow(const IMessagePtr& message) {
     }
 }
 
-std::string ReadSubjectOrThrow(const IMessagePtr& message) {
-    std::string subject = message.ReadText(PR_SUBJECT_A);
-    return subject.empty() ? message.ReadText(PR_DISPLAY_NAME_A) : subject;
-}
-
 ULONG LocationTag(const IMessagePtr& message) {
     return message.GetIDFromName(SetAppointment, LocationId, PT_STRING8);
 }
@@ -123,38 +110,6 @@ void RequireArrived(bool arrived, const char* part, const IMessagePtr& message) 
     if (!arrived) throw CMAPIException(MAPI_E_UNABLE_TO_COMPLETE, part, message.RawProp());
 }
 
-void PutRtfBack(IMessagePtr& message, const std::string& rtf) {
-    if (rtf.empty()) return;
-    message.SetRtf(rtf, true);
-    // SetRtf is silent where the stream does not open.
-    RequireArrived(!message.GetRtf().empty(), "IMessagePtr::SetRtf", message);
-}
-}  // namespace
-
-CKeptText ReadKeptText(CSyncFolder& engine, IMessagePtr& message) {
-    CKeptText kept;
-    kept.body = message.ReadText(PR_BODY_A);
-    kept.rtf = ReadRtfOrThrow(message);
-    if (kept.rtf.empty()) kept.html = message.ReadText(HtmlTextTag);
-    kept.subject = ReadSubjectOrThrow(message);
-    kept.location = message.ReadText(LocationTag(message));
-    if (!ReadContactLinks(kept.links, message)) KeepVersion(engine, message);
-    return kept;
-}
-
-void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept) {
-    message.SetStrProp(LocationTag(message), kept.location);
-    message.SetStrProp(PR_DISPLAY_NAME_A, kept.subject);
-    message.SetStrProp(PR_SUBJECT_A, kept.subject);
-    message.SetBody(kept.body);
-    RequireArrived(message.ReadText(PR_BODY_A).size() >= kept.body.size(), "IMessagePtr::SetBody", message);
-    PutLinksBack(message, kept.links);
-    message.SetNamedValue(L"TarnPriv", PT_LONG, 0);
-    PutRtfBack(message, kept.rtf);
-    if (!kept.html.empty()) message.WriteStream(HtmlTextTag, kept.html);
-}
-
-namespace {
 std::string JoinedTexts(const CMapiPropValue& value) {
     std::string all;
     if (value.Type() != PT_MV_STRING8) return all;
@@ -165,22 +120,21 @@ std::string JoinedTexts(const CMapiPropValue& value) {
 }
 
 // Alone, or behind the sender as in a subject. Stores end a body with a line of its own.
-bool IsLabel(const std::string& text) {
+bool IsLabel(const std::string& text, const CItemText& item) {
     const std::string label = LoadText(TEXT_PRIVATE_LABEL);
-    const size_t end = text.find_last_not_of("\r\n") + 1;
-    if (end < label.size() || text.compare(end - label.size(), label.size(), label) != 0) return false;
-    return end == label.size() || text.front() == '[';
+    const std::string shown = text.substr(0, text.find_last_not_of("\r\n") + 1);
+    return shown == label || shown == "[" + item.sender + "] " + label;
 }
 
-bool IsMissedPart(const std::string& old, const std::string& now) {
-    return !old.empty() && old != now && !IsLabel(old);
+bool IsMissedPart(const std::string& old, const std::string& now, const CItemText& item) {
+    return !old.empty() && old != now && !IsLabel(old, item);
 }
 
 // Parts that are other ones or gone; the label of an anonymised copy is nobody's text.
 bool ShowsMore(const CItemText& old, const CItemText& now) {
-    return IsMissedPart(old.subject, now.subject) || IsMissedPart(old.body, now.body) ||
-           (IsMissedPart(old.rtf, now.rtf) && now.body.empty()) || IsMissedPart(old.location, now.location) ||
-           IsMissedPart(old.links, now.links);
+    return IsMissedPart(old.subject, now.subject, old) || IsMissedPart(old.body, now.body, old) ||
+           (IsMissedPart(old.rtf, now.rtf, old) && now.body.empty()) ||
+           IsMissedPart(old.location, now.location, old) || IsMissedPart(old.links, now.links, old);
 }
 
 // Parts of which nothing is left.
@@ -193,10 +147,15 @@ bool LosesPart(const CItemText& old, const CItemText& now) {
 }
 }  // namespace
 
+bool IsLabelOrEmpty(const CItemText& item) {
+    return !ShowsMore(item, CItemText());
+}
+
 CItemText ReadItemText(CSyncFolder& engine, IMessagePtr& message) {
     const CSyncTags& tags = engine.TagsOf(message.RawProp());
-    enum : ULONG { SUBJECT, BODY, HTML, SENSITIVITY, LOCATION, LINKS };
-    std::vector<ULONG> asked = {PR_SUBJECT_A, PR_BODY_A, HtmlTextTag, PR_SENSITIVITY};
+    enum : ULONG { SUBJECT, BODY, HTML, SENSITIVITY, SENDER, MARK, LOCATION, LINKS };
+    std::vector<ULONG> asked = {PR_SUBJECT_A,   PR_BODY_A,        HtmlTextTag,
+                                PR_SENSITIVITY, PR_SENDER_NAME_A, tags.privateMark};
     // Names that the store does not know stand on no item of it.
     if (tags.location) asked.push_back(tags.location);
     if (tags.linkNames) asked.push_back(tags.linkNames);
@@ -213,6 +172,8 @@ CItemText ReadItemText(CSyncFolder& engine, IMessagePtr& message) {
     if (item.body.empty()) item.body = text(HTML);
     if (item.body.empty()) item.rtf = ReadRtfOrThrow(message);
     if (!IsAbsent(values[SENSITIVITY], message)) item.sensitivity = values[SENSITIVITY].Long();
+    item.sender = text(SENDER);
+    item.markedPrivate = !IsAbsent(values[MARK], message) && values[MARK].Long() == 1;
     if (tags.location) item.location = text(LOCATION);
     if (tags.linkNames) {
         const CMapiPropValue links = values[tags.location ? LINKS : LOCATION];
@@ -225,10 +186,19 @@ bool HasOtherText(CSyncFolder& engine, IMessagePtr& source, IMessagePtr& target)
     return ShowsMore(ReadItemText(engine, target), ReadItemText(engine, source));
 }
 
-void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target) {
+bool StripsNewCopy(const CSyncFolder& engine, const CItemFacts& facts) {
+    return engine.m_stripPrivate && facts.IsWithheldAppointment();
+}
+
+bool StripsRewrittenCopy(const CSyncFolder& engine, const CItemFacts& facts) {
+    return engine.m_stripPrivate && facts.IsPrivateAppointment();
+}
+
+void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target, bool stripped) {
     engine.ModifyTarget(target);
-    if (engine.m_stripPrivate && facts.IsPrivateAppointment())
-        RequireArrived(engine.IsMarkedPrivate(target), "CSyncFolder::ModifyTarget", target);
+    if (!stripped) return;
+    if (!facts.IsPrivateAppointment()) target.SetLongProp(engine.TagsOf(target.RawProp()).privateMark, 1);
+    RequireArrived(engine.IsMarkedPrivate(target), "CSyncFolder::ModifyTarget", target);
 }
 
 namespace {
@@ -253,7 +223,7 @@ CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version) {
     kept.created = times[0].Time();
     kept.modified = times[1].Time();
     IMessagePtr copy = engine.m_overwriteFolder.CreateMessage(nullptr, 0);
-    THROW_ON_FAILURE_FOR(CopyContents(version, copy, false, true), version.RawProp());
+    THROW_ON_FAILURE_FOR(CopyContents(version, copy, true), version.RawProp());
     SetTimes(copy, kept.created, kept.modified);
     copy.SaveChanges(KEEP_OPEN_READWRITE);
     kept.item = CItemKey::OfItem(copy);
@@ -266,7 +236,7 @@ void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CIt
     const std::string syncId = ReadItemFacts(engine, version).syncId;
     IMessagePtr target = OpenMessage(folder, item);
     engine.RemoveContents(target);
-    THROW_ON_FAILURE_FOR(CopyContents(version, target, false, true), version.RawProp());
+    THROW_ON_FAILURE_FOR(CopyContents(version, target, true), version.RawProp());
     SetTimes(target, kept.created, kept.modified);
     if (!syncId.empty()) StampItem(engine, target, syncId);
     target.SaveChanges(KEEP_OPEN_READWRITE);
@@ -287,9 +257,10 @@ namespace {
 // stands there without anything, as a target does whose contents did not come.
 bool WouldBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source, IMessagePtr& target,
                    bool withoutText) {
-    if (facts.markedPrivate) return false;  // what the target shows is read, and put back
+    if (facts.markedPrivate) return false;  // what the target shows stays there
     if (!facts.IsAppointment() && (facts.hasSubject || !source.GetBody().empty())) return false;
     const CItemText old = ReadItemText(engine, target);
+    if (old.markedPrivate) return !ShowsLabelAlone(engine, target);
     const CItemText now = ReadItemText(engine, source);
     // Where texts do not travel, or the source is perhaps a copy whose text did not, what somebody wrote
     // over there was not written instead of what stands here.

@@ -13,13 +13,16 @@ struct CItemFacts {
     std::string messageClass;
     CMapiBinary searchKey;
     LONG sensitivity = 0;
-    bool markedPrivate = false;  // an anonymised copy: its text is not the person's
+    bool flaggedPrivate = false;  // by the box that a person ticks, which some programs show alone
+    bool markedPrivate = false;   // a stripped copy: its text is not the person's
     bool hasSubject = false;
     bool hasCreated = false;
     FILETIME created{};
 
     bool IsAppointment() const;
     bool IsPrivateAppointment() const;
+    // Private, or kept from others in another way: personal, confidential.
+    bool IsWithheldAppointment() const;
 };
 // Throws where a value cannot be read for another reason than that it is not there: a mark that is
 // taken for absent would let the text of an anonymised copy replace the real one.
@@ -30,27 +33,9 @@ IMessagePtr OpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId);
 // The same without throwing: empty where the message does not open.
 IMessagePtr TryOpenMessage(const IMAPIFolderPtr& folder, const SBinary& entryId);
 
-// The nine tags of an item's text, which do not travel with a private item.
-SPropTagArray* ExcludeBodyTags();
-
-// All contents but, with `withoutText`, those of ExcludeBodyTags. With `retry` a refused copy between
-// messages is tried as one between property objects. The last HRESULT; the target is not saved.
-HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool withoutText, bool retry);
-
-// The person's text in an item whose counterpart is an anonymised copy.
-struct CKeptText {
-    std::string body;
-    std::string rtf;
-    std::string html;  // only where there is no RTF, which otherwise brings it back
-    std::string subject;
-    std::string location;
-    CContactLinks links;
-};
-// Throws where a part is there and cannot be read: what is not kept is gone after the copy. A message with
-// damaged links is kept as a whole in the overwrite folder, since not all of them can be put back.
-CKeptText ReadKeptText(CSyncFolder& engine, IMessagePtr& message);
-// Throws where a part does not arrive; the message shall then not be saved.
-void PutKeptTextBack(IMessagePtr& message, const CKeptText& kept);
+// All contents. With `retry` a refused copy between messages is tried as one between property objects. The
+// last HRESULT; the target is not saved.
+HRESULT CopyContents(IMessagePtr& source, IMessagePtr& target, bool retry);
 
 // What a person may have written into an item, as far as an item without it shows nothing of it.
 struct CItemText {
@@ -58,15 +43,24 @@ struct CItemText {
     std::string body;  // the HTML where there is no plain one
     std::string rtf;   // only where there is neither
     std::string location;
-    std::string links;  // the names of linked contacts
+    std::string links;   // the names of linked contacts
+    std::string sender;  // who stands in the label of a stripped copy
     LONG sensitivity = 0;
+    bool markedPrivate = false;
 };
 // Throws where a part is there and cannot be read.
 CItemText ReadItemText(CSyncFolder& engine, IMessagePtr& message);
+// Whether each part is what the program writes into a stripped copy, or nothing.
+bool IsLabelOrEmpty(const CItemText& item);
 
-// Takes the text out of the copy of a private appointment, where the pair asks for it. Throws where the
-// mark does not arrive: a copy without it would carry its label back over the person's text.
-void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target);
+// Whether the pair lets no text cross with this item: where a copy is made of it, and where its copy is
+// rewritten. Personal and confidential appointments are stripped where they are new alone.
+bool StripsNewCopy(const CSyncFolder& engine, const CItemFacts& facts);
+bool StripsRewrittenCopy(const CSyncFolder& engine, const CItemFacts& facts);
+
+// Labels the copy of a private appointment, and marks every `stripped` copy. Throws where the mark does not
+// arrive: a copy without it would carry what it shows back over the person's text.
+void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target, bool stripped);
 
 // A copy of a version in the overwrite folder.
 struct CKeptVersion {
@@ -148,8 +142,9 @@ public:
     const CKeptVersion& Kept() const { return m_kept; }
 
 private:
-    void ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened);
-    void Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status);
+    void ChooseTarget(IMessagePtr& source, const CItemFacts& facts);
+    void Fill(IMessagePtr& source, const CItemFacts& facts);
+    void GiveBack(IMessagePtr& source);
     void KeepOldVersion();
     void Save(IMessagePtr& source, const CItemFacts& facts);
     void FinishNewTarget(const CItemFacts& facts);

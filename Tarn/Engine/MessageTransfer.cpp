@@ -1,4 +1,5 @@
 #include <Tarn/Engine/ElementCopy.h>
+#include <Tarn/Engine/StrippedCopy.h>
 
 #include <vector>
 
@@ -48,53 +49,48 @@ void CSyncFolder::RemoveContents(IMessagePtr& message) {
 
 // ---- a target whose identity is known -------------------------------------------------------------
 
-namespace {
-bool StripsText(const CSyncFolder& engine, const CItemFacts& facts) {
-    return engine.m_stripPrivate && facts.IsPrivateAppointment();
-}
-}  // namespace
-
 void CResync::Run(IMessagePtr& source, std::string& status) {
     const CItemFacts facts = ReadItemFacts(m_engine, source);
-    CKeptText kept;
-    IMessagePtr oldTarget;
-    if (facts.markedPrivate) {
-        oldTarget = OpenMessage(m_targetFolder, m_targetItem);
-        kept = ReadKeptText(m_engine, oldTarget);
-    }
-    ChooseTarget(source, facts, oldTarget);
-    Fill(source, facts, kept, status);
+    ChooseTarget(source, facts);
+    status = LoadText(TEXT_TARGET_REWRITTEN);
+    facts.markedPrivate ? GiveBack(source) : Fill(source, facts);
     Save(source, facts);
     m_result = RowResult::Done;
 }
 
-void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts, IMessagePtr& opened) {
+// The original of a stripped copy holds all that the copy has not: it is opened, or the row fails.
+void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts) {
     if (!m_engine.HasFlag(SYNC_ALWAYS_RENEW))
-        m_target = opened ? opened : TryOpenMessage(m_targetFolder, m_targetItem);
+        m_target = facts.markedPrivate ? OpenMessage(m_targetFolder, m_targetItem)
+                                       : TryOpenMessage(m_targetFolder, m_targetItem);
     m_isNew = !m_target;
     if (m_isNew) {
         RequirePlaceForOld(m_engine, m_targetFolder);
         m_target = m_targetFolder.CreateMessage(nullptr, 0);
     } else {
-        KeepWhatMayBeMissed(m_engine, facts, source, m_target, StripsText(m_engine, facts),
+        KeepWhatMayBeMissed(m_engine, facts, source, m_target, StripsRewrittenCopy(m_engine, facts),
                             m_seen ? &*m_seen : nullptr);
-        m_engine.RemoveContents(m_target);
+        if (!facts.markedPrivate) m_engine.RemoveContents(m_target);
     }
 }
 
-void CResync::Fill(IMessagePtr& source, const CItemFacts& facts, const CKeptText& kept, std::string& status) {
-    const bool withoutText = facts.markedPrivate || StripsText(m_engine, facts);
-    status = LoadText(TEXT_TARGET_REWRITTEN);
-    const HRESULT copied = CopyContents(source, m_target, withoutText, false);
-    if (m_requireContents) THROW_ON_FAILURE_FOR(copied, source.RawProp());
+void CResync::Fill(IMessagePtr& source, const CItemFacts& facts) {
+    const bool stripped = StripsRewrittenCopy(m_engine, facts);
+    const HRESULT copied =
+        stripped ? CopyWithoutText(source, m_target, false) : CopyContents(source, m_target, false);
+    // An empty copy that is not marked would count as somebody's work.
+    if (m_requireContents || stripped) THROW_ON_FAILURE_FOR(copied, source.RawProp());
     m_leftEmpty = copied < 0;
     if (m_leftEmpty) KeepOldVersion();
-    if (facts.markedPrivate)
-        PutKeptTextBack(m_target, kept);
-    else if (m_leftEmpty)
-        m_engine.ModifyTarget(m_target);
-    else
-        AnonymiseTarget(m_engine, facts, m_target);
+    AnonymiseTarget(m_engine, facts, m_target, stripped);
+}
+
+void CResync::GiveBack(IMessagePtr& source) {
+    if (m_isNew) {
+        IMessagePtr old = OpenMessage(m_targetFolder, m_targetItem);
+        THROW_ON_FAILURE_FOR(CopyContents(old, m_target, false), old.RawProp());
+    }
+    ReturnToOriginal(m_engine, source, m_target);
 }
 
 // The target is saved without its contents all the same, so what it held goes where overwritten items are
@@ -248,7 +244,11 @@ void CSyncFolder::CheckIfTargetExists(const SBinary& sourceEntryId, CSyncFileMap
     IMessagePtr target = targetFolder.CreateMessage(nullptr, 0);
     DropEmptyTables(target, m_traceFile);
     TraceFormat(m_traceFile, "copy msg %s\n", subject.c_str());
-    THROW_ON_FAILURE_FOR(CopyContents(source, target, false, true), source.RawProp());
+    const bool stripped = StripsNewCopy(*this, facts);
+    THROW_ON_FAILURE_FOR(
+        stripped ? CopyWithoutText(source, target, true) : CopyContents(source, target, true),
+        source.RawProp());
+    AnonymiseTarget(*this, facts, target, stripped);
     if (IsTracing())
         TraceFormat(m_traceFile, "target subj = %s\n", target.GetStrPropOrEmpty(PR_SUBJECT_A).c_str());
 
@@ -287,13 +287,16 @@ void DropAttachments(IMessagePtr& message) {
         message->DeleteAttach(static_cast<ULONG>(rows.Cell(i, 0).Long()), 0, nullptr, 0);
 }
 
-IMessagePtr OpenWatchedTarget(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CItemFacts& facts,
-                              const std::string& subject) {
-    const CMapiBinary entryId = FindWatchedTarget(engine, folder, facts, subject);
-    if (entryId.IsEmpty()) return folder.CreateMessage(nullptr, 0);
-    IMessagePtr target = OpenMessage(folder, entryId);
-    DropAttachments(target);
-    return target;
+// What stays of a known target is what the copy does not overwrite; a stripped copy overwrites little.
+void FillWatchedTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source, IMessagePtr& target,
+                       bool isNew) {
+    const bool stripped = StripsRewrittenCopy(engine, facts);
+    if (facts.markedPrivate && !isNew) return ReturnToOriginal(engine, source, target);
+    if (!isNew) stripped ? engine.RemoveContents(target) : DropAttachments(target);
+    THROW_ON_FAILURE_FOR(
+        stripped ? CopyWithoutText(source, target, true) : CopyContents(source, target, true),
+        source.RawProp());
+    AnonymiseTarget(engine, facts, target, stripped);
 }
 
 void StampAndSave(CSyncFolder& engine, IMessagePtr& message, const std::string& syncId) {
@@ -304,17 +307,12 @@ void StampAndSave(CSyncFolder& engine, IMessagePtr& message, const std::string& 
 void CSyncFolder::SyncSingleMessage(IMessagePtr& sourceMessage, const IMAPIFolderPtr& sourceFolder,
                                     const IMAPIFolderPtr& targetFolder, bool skipPrivate) {
     const CItemFacts facts = ReadItemFacts(*this, sourceMessage);
-    if (skipPrivate && facts.IsAppointment() && facts.sensitivity != 0) return;
+    if (skipPrivate && facts.IsWithheldAppointment()) return;
 
-    IMessagePtr target = OpenWatchedTarget(*this, targetFolder, facts, sourceMessage.GetTitle());
-    CKeptText kept;
-    if (facts.markedPrivate) kept = ReadKeptText(*this, target);
-    const bool withoutText = facts.markedPrivate || StripsText(*this, facts);
-    THROW_ON_FAILURE_FOR(CopyContents(sourceMessage, target, withoutText, true), sourceMessage.RawProp());
-    if (facts.markedPrivate)
-        PutKeptTextBack(target, kept);
-    else
-        AnonymiseTarget(*this, facts, target);
+    const CMapiBinary known = FindWatchedTarget(*this, targetFolder, facts, sourceMessage.GetTitle());
+    IMessagePtr target =
+        known.IsEmpty() ? targetFolder.CreateMessage(nullptr, 0) : OpenMessage(targetFolder, known);
+    FillWatchedTarget(*this, facts, sourceMessage, target, known.IsEmpty());
     if (facts.hasCreated) target.SetProp(PR_CREATION_TIME, facts.created);
     target.SaveChanges(KEEP_OPEN_READWRITE);
 

@@ -36,20 +36,6 @@ constexpr ULONG kOfThePlace[] = {PR_ENTRYID,
                                  PR_OBJECT_TYPE,
                                  PROP_TAG(PT_BINARY, 0x65E2),   // change key
                                  PROP_TAG(PT_BINARY, 0x65E3)};  // list of change keys
-// Beside the subject and the bodies, what an anonymised copy shows instead.
-constexpr ULONG kOfTheText[] = {PR_SUBJECT,
-                                PR_NORMALIZED_SUBJECT,
-                                PR_SUBJECT_PREFIX,
-                                PR_DISPLAY_NAME,
-                                PR_BODY,
-                                PR_RTF_COMPRESSED,
-                                PR_RTF_IN_SYNC,
-                                PR_RTF_SYNC_BODY_CRC,
-                                PR_RTF_SYNC_BODY_COUNT,
-                                PR_RTF_SYNC_BODY_TAG,
-                                PR_RTF_SYNC_PREFIX_COUNT,
-                                PR_RTF_SYNC_TRAILING_COUNT,
-                                PROP_TAG(PT_TSTRING, 0x1013)};
 
 template <size_t n>
 bool Lists(const ULONG (&tags)[n], ULONG tag) {
@@ -77,15 +63,13 @@ std::string TextOf(const MAPINAMEID& name) {
     return text;
 }
 
-bool IsLeftOut(const MAPINAMEID& name, bool withoutText) {
-    constexpr LONG location = 0x8208;
-    if (name.ulKind == MNID_ID) return withoutText && name.Kind.lID == location;
-    const std::wstring_view text = name.Kind.lpwstrName ? name.Kind.lpwstrName : L"";
-    return text.substr(0, 5) == L"Larch" || (withoutText && text == L"TarnPriv");
+bool IsLeftOut(const MAPINAMEID& name) {
+    if (name.ulKind == MNID_ID || !name.Kind.lpwstrName) return false;
+    return std::wstring_view(name.Kind.lpwstrName).substr(0, 5) == L"Larch";
 }
 
 // False where a name is not to be had.
-bool AddNamed(IMAPIProp* object, const std::vector<ULONG>& named, bool withoutText, Tags& found) {
+bool AddNamed(IMAPIProp* object, const std::vector<ULONG>& named, Tags& found) {
     if (named.empty()) return true;
     CTagArray ids(named);
     SPropTagArray* asked = ids.Get();
@@ -95,12 +79,12 @@ bool AddNamed(IMAPIProp* object, const std::vector<ULONG>& named, bool withoutTe
     const BufferOf<MAPINAMEID*> owner(names);
     for (ULONG i = 0; i < count; ++i) {
         if (!names[i]) return false;
-        if (!IsLeftOut(*names[i], withoutText)) found.emplace(TextOf(*names[i]), named[i]);
+        if (!IsLeftOut(*names[i])) found.emplace(TextOf(*names[i]), named[i]);
     }
     return count == named.size();
 }
 
-bool CollectTags(IMAPIProp* object, bool withoutText, Tags& found) {
+bool CollectTags(IMAPIProp* object, Tags& found) {
     constexpr ULONG firstNamed = 0x8000;
     SPropTagArray* tags = nullptr;
     THROW_ON_FAILURE_FOR(object->GetPropList(MAPI_UNICODE, &tags), object);
@@ -109,13 +93,12 @@ bool CollectTags(IMAPIProp* object, bool withoutText, Tags& found) {
     for (ULONG i = 0; i < tags->cValues; ++i) {
         const ULONG tag = tags->aulPropTag[i];
         if (PROP_TYPE(tag) == PT_OBJECT || Lists(kOfThePlace, tag)) continue;
-        if (withoutText && Lists(kOfTheText, tag)) continue;
         if (PROP_ID(tag) >= firstNamed)
             named.push_back(tag);
         else
             found.emplace(std::to_string(PROP_ID(tag)), tag);
     }
-    return AddNamed(object, named, withoutText, found);
+    return AddNamed(object, named, found);
 }
 
 // ---- values ---------------------------------------------------------------------------------------
@@ -228,10 +211,9 @@ bool SameValues(const CGenMapiPropPtr& a, const CGenMapiPropPtr& b, const std::v
     return true;
 }
 
-bool SameProperties(const CGenMapiPropPtr& a, const CGenMapiPropPtr& b, bool withoutText) {
+bool SameProperties(const CGenMapiPropPtr& a, const CGenMapiPropPtr& b) {
     Tags ours, theirs;
-    if (!CollectTags(a.RawProp(), withoutText, ours) || !CollectTags(b.RawProp(), withoutText, theirs))
-        return false;
+    if (!CollectTags(a.RawProp(), ours) || !CollectTags(b.RawProp(), theirs)) return false;
     if (ours.size() != theirs.size()) return false;
     std::vector<ULONG> tagsA, tagsB;
     for (auto own = ours.begin(), other = theirs.begin(); own != ours.end(); ++own, ++other) {
@@ -244,7 +226,7 @@ bool SameProperties(const CGenMapiPropPtr& a, const CGenMapiPropPtr& b, bool wit
 
 // ---- what hangs on an item ------------------------------------------------------------------------
 
-bool SameItems(const IMessagePtr& a, const IMessagePtr& b, bool withoutText, int depth);
+bool SameItems(const IMessagePtr& a, const IMessagePtr& b, int depth);
 
 CMapiRowSet RowsOf(HRESULT hr, const IMAPITablePtr& table, const std::vector<ULONG>& columns,
                    const IMessagePtr& message) {
@@ -271,7 +253,7 @@ bool SameAttachment(const IMessagePtr& a, LONG numberA, const IMessagePtr& b, LO
     IAttachPtr ours, theirs;
     THROW_ON_FAILURE_FOR(a->OpenAttach(static_cast<ULONG>(numberA), nullptr, 0, ours.Out()), a.RawProp());
     THROW_ON_FAILURE_FOR(b->OpenAttach(static_cast<ULONG>(numberB), nullptr, 0, theirs.Out()), b.RawProp());
-    if (!SameProperties(ours, theirs, false)) return false;
+    if (!SameProperties(ours, theirs)) return false;
     if (ours.GetLongPropOr0(PR_ATTACH_METHOD) != ATTACH_EMBEDDED_MSG)
         return ours.GetLongPropOr0(PR_ATTACH_METHOD) != ATTACH_OLE;
     const auto inner = [](const IAttachPtr& attachment) {
@@ -281,7 +263,7 @@ bool SameAttachment(const IMessagePtr& a, LONG numberA, const IMessagePtr& b, LO
                              attachment.RawProp());
         return message;
     };
-    return SameItems(inner(ours), inner(theirs), false, depth + 1);
+    return SameItems(inner(ours), inner(theirs), depth + 1);
 }
 
 bool SameAttachments(const IMessagePtr& a, const IMessagePtr& b, int depth) {
@@ -297,12 +279,16 @@ bool SameAttachments(const IMessagePtr& a, const IMessagePtr& b, int depth) {
     return true;
 }
 
-bool SameItems(const IMessagePtr& a, const IMessagePtr& b, bool withoutText, int depth) {
-    return depth < kDeepest && SameProperties(a, b, withoutText) && SameRecipients(a, b) &&
-           SameAttachments(a, b, depth);
+bool SameItems(const IMessagePtr& a, const IMessagePtr& b, int depth) {
+    return depth < kDeepest && SameProperties(a, b) && SameRecipients(a, b) && SameAttachments(a, b, depth);
 }
 }  // namespace
 
-bool HaveSameContents(const IMessagePtr& a, const IMessagePtr& b, bool withoutText) {
-    return SameItems(a, b, withoutText, 0);
+bool HaveSameContents(const IMessagePtr& a, const IMessagePtr& b) {
+    return SameItems(a, b, 0);
+}
+
+bool HaveSameValues(const IMessagePtr& a, const std::vector<ULONG>& tagsOfA, const IMessagePtr& b,
+                    const std::vector<ULONG>& tagsOfB) {
+    return tagsOfA.empty() || SameValues(a, b, tagsOfA, tagsOfB);
 }

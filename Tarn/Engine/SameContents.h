@@ -3,7 +3,11 @@
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
 
-// `withoutText`: one of the two is an anonymised copy, so that texts are not looked at. False also where
-// something cannot be compared. Values of any size are read in portions. Throws where an object cannot be
-// read at all.
-bool HaveSameContents(const IMessagePtr& a, const IMessagePtr& b, bool withoutText);
+#include <vector>
+
+// False also where something cannot be compared. Values of any size are read in portions. Throws where an
+// object cannot be read at all.
+bool HaveSameContents(const IMessagePtr& a, const IMessagePtr& b);
+// The same of some properties alone, pair by pair.
+bool HaveSameValues(const IMessagePtr& a, const std::vector<ULONG>& tagsOfA, const IMessagePtr& b,
+                    const std::vector<ULONG>& tagsOfB);

@@ -21,6 +21,7 @@ CSyncTags AskForTags(IMAPIProp* object) {
     const size_t eid = names.Add(L"LarchEid", PT_BINARY);
     const size_t parent = names.Add(L"LarchParentEid", PT_BINARY);
     const size_t mark = names.Add(L"TarnPriv", PT_LONG);
+    const size_t flag = names.Add(0x8506, PT_BOOLEAN, SetCommon);
     const size_t pair = names.Add(L"VellumTarget", PT_BINARY);
     const size_t run = names.Add(L"VellumRun", PT_SYSTIME);
     names.Resolve(object, MAPI_CREATE);
@@ -28,7 +29,7 @@ CSyncTags AskForTags(IMAPIProp* object) {
     const size_t location = foreign.Add(0x8208, PT_STRING8, SetAppointment);
     const size_t links = foreign.Add(0x853A, PT_MV_STRING8, SetCommon);
     foreign.Resolve(object, 0);
-    return {names.Tag(id),   names.Tag(eid), names.Tag(parent),     names.Tag(mark),
+    return {names.Tag(id),   names.Tag(eid), names.Tag(parent),     names.Tag(mark),   names.Tag(flag),
             names.Tag(pair), names.Tag(run), foreign.Tag(location), foreign.Tag(links)};
 }
 

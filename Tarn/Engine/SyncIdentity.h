@@ -37,6 +37,7 @@ struct CSyncTags {
     ULONG larchEid = 0;        // PT_BINARY, the item's entry ID when it was stamped
     ULONG larchParentEid = 0;  // PT_BINARY, its folder at that time
     ULONG privateMark = 0;     // PT_LONG, TarnPriv: 1 in an anonymised copy
+    ULONG privateFlag = 0;     // PT_BOOLEAN, of any item: the box "private" that a person ticks
     ULONG pairKey = 0;         // PT_BINARY, on the hidden messages: the target of their pair
     ULONG runTime = 0;         // PT_SYSTIME, on the hidden messages: one value for all that a run wrote
     // Of the items of others; 0 where the store has no item with it.

@@ -222,8 +222,8 @@ bool Enclosed(Group group) {
     }
 }
 
-// False where something stands there still that came with the contents. Bodies do not come at all, so a store
-// that refuses a kind of them gives nothing away.
+// False where the label does not stand where people look for it. No text comes with the contents, so a store
+// that refuses a kind of body gives nothing away.
 bool WriteLabel(IMessagePtr& target, const std::string& label) {
     const bool titled = Enclosed([&] {
         target.SetStrProp(
@@ -252,10 +252,13 @@ void CSyncFolder::ModifyTarget(IMessagePtr& message) {
         const LONG sensitivity = message.GetLongPropOr0(PR_SENSITIVITY);
         if (IsTracing())
             TraceFormat(m_traceFile, "Subject = %s\n", message.GetStrPropOrEmpty(PR_SUBJECT_A).c_str());
-        if (sensitivity != SENSITIVITY_PRIVATE) return;
+        const CSyncTags& tags = TagsOf(message.RawProp());
+        CMapiPropValue flag;
+        const bool flagged = message.GetOneProp(tags.privateFlag, flag) >= 0 && flag.Bool();
+        if (sensitivity != SENSITIVITY_PRIVATE && !flagged) return;
         // The mark says that nothing readable is left; without it the copy is not saved.
         if (!WriteLabel(message, LoadText(TEXT_PRIVATE_LABEL))) return;
-        message.SetLongProp(TagsOf(message.RawProp()).privateMark, 1);
+        message.SetLongProp(tags.privateMark, 1);
     } catch (const CMAPIException& e) {
         NoteException(e, "ModifyTarget");
     } catch (...) {

@@ -44,7 +44,10 @@ private:
         SetTime(item.Get(), StartTag(item.Get()), {start, 0x01D90000});
         SetText(item.Get(), PlaceTag(item.Get()), "place of " + name);
         if (!body.empty()) SetStream(item.Get(), PR_BODY_A, body);
-        Wrote({name, body, "place of " + name}, sensitivity == 2 ? &side : nullptr);
+        IMessagePtr(item.Get()).AddAttachmentData("x", 1, ("file of " + name).c_str());
+        SetText(item.Get(), NamedTag(item.Get(), L"Keyword", PT_STRING8), "word of " + name);
+        Wrote({name, body, "place of " + name, "file of " + name, "word of " + name},
+              sensitivity == 2 ? &side : nullptr);
         ASSERT_EQ(item->SaveChanges(0), S_OK);
     }
     template <class Change>
@@ -105,7 +108,7 @@ void PrivateTexts::Prepare() {
         IMessagePtr wrapper(item);
         WriteContactLinks(links, wrapper);
     });
-    Wrote({"Ann who is linked", "Bob who is linked"});  // who comes may be seen, as the attendees may
+    Wrote({"Ann who is linked", "Bob who is linked"}, &mine);
     Make(mine, GYM, 1, "gym", "weights");
     Make(mine, TRIP, 0, "trip", "to the sea");
     Make(Right(), PARTY, 0, "party", "with cake");
@@ -159,7 +162,13 @@ std::set<std::string> PrivateTexts::TextsOn(StorySide& side) {
         for (ULONG row = 0; row < rows.Count(); ++row) {
             const TestRef<IMessage> item = OpenTestMessage(side.Store(), rows.Bytes(row, 0));
             texts.insert({TextOf(item.Get(), PR_SUBJECT_A), StreamOf(item.Get(), PR_BODY_A).c_str(),
-                          TextOf(item.Get(), kHtml), TextOf(item.Get(), PlaceTag(item.Get()))});
+                          TextOf(item.Get(), kHtml), TextOf(item.Get(), PlaceTag(item.Get())),
+                          TextOf(item.Get(), NamedTag(item.Get(), L"Keyword", PT_STRING8))});
+            TestRef<IMAPITable> attachments;
+            EXPECT_EQ(item->GetAttachmentTable(0, attachments.Out()), S_OK);
+            const TestRows files(attachments.Get(), {PR_ATTACH_FILENAME_A});
+            for (ULONG file = 0; file < files.Count(); ++file)
+                texts.insert(files.Text(file, 0));
             CContactLinks links;
             EXPECT_TRUE(ReadContactLinks(links, IMessagePtr(item.Get())));
             for (const CContactLink& link : links)

@@ -4,6 +4,7 @@
 #include <Platform/Files.h>
 #include <Platform/Machine.h>
 #include <Platform/Utf8.h>
+#include <Tarn/Engine/RecurrenceTexts.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -210,6 +211,91 @@ TEST_F(RealItemsTest, SeriesKeepsItsRecurrenceAndItsExceptions) {
     const auto target = CopiedRight(STATE_NEW);
     EXPECT_EQ(WholeValue(target.Get(), NamedTag(target.Get(), AppointmentProps, 0x8216, PT_BINARY)), pattern);
     EXPECT_EQ(AttachmentsOf(target), AttachmentsOf(source));
+}
+
+bool IsIn(const std::string& bytes, const std::string& word) {
+    std::string wide;
+    for (const char letter : word)
+        wide.append({letter, '\0'});
+    return bytes.find(word) != std::string::npos || bytes.find(wide) != std::string::npos;
+}
+
+// All that a person can write, in the series and in its changed occurrence, stays where it was written.
+TEST_F(RealItemsTest, NothingWrittenIntoAPrivateSeriesCrosses) {
+    Flags(SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_STRIP_PRIVATE);
+    auto source = Import("Lanch_time_every_friday_in_2023_chgs1.msg", left);
+    ASSERT_TRUE(source);
+    SetLong(source.Get(), PR_SENSITIVITY, 2);
+    std::vector<std::string> words = {"Lanch", "rescheduled", "attached", "guest", "named"};
+    const ULONG tags[] = {PR_CONVERSATION_TOPIC_A, PR_ORIGINAL_SUBJECT_A, PR_COMMENT_A, PR_DISPLAY_NAME_A,
+                          PROP_TAG(PT_STRING8, 0x3A0D)};
+    for (const ULONG tag : tags) {
+        words.push_back(FormatText("text%x", static_cast<unsigned>(tag)));
+        SetText(source.Get(), tag, words.back());
+    }
+    // A text under the number of a time is one.
+    for (const LONG id : {0x8208, 0x820D, 0x8232}) {
+        words.push_back(FormatText("placed%x", static_cast<unsigned>(id)));
+        SetText(source.Get(), NamedTag(source.Get(), AppointmentProps, id, PT_STRING8), words.back());
+    }
+    SetText(source.Get(), NamedTag(source.Get(), L"Mine", PT_STRING8), "named");
+    Attach(source, "attached.txt", "attached");
+    AddRecipient(source, "guest");
+    Save(source);
+
+    source = OpenOnly(left);
+    const auto before = Contents(source.Get());
+    const auto copy = CopiedRight(STATE_NEW);
+    ASSERT_TRUE(IsMarked(copy));
+    ASSERT_EQ(AttachmentsOf(copy) + RecipientsOf(copy), 0u);
+    for (const auto& [name, value] : Contents(copy.Get()))
+        for (const std::string& word : words)
+            EXPECT_FALSE(IsIn(value, word)) << name << " shows " << word;
+    const std::string pattern =
+        BytesOf(copy.Get(), NamedTag(copy.Get(), AppointmentProps, 0x8216, PT_BINARY));
+    EXPECT_GT(pattern.size(), 100u) << "the series stays one";
+    EXPECT_FALSE(IsIn(pattern, "Lanch"));
+
+    SetLong(copy.Get(), PR_IMPORTANCE, 2);
+    Save(copy);
+    CopyLeft({{TextOf(copy.Get(), PR_SUBJECT_A), STATE_MODIFIED}});
+    auto after = Contents(OpenOnly(left).Get());
+    const std::string importance = FormatText("%08x", static_cast<unsigned>(PR_IMPORTANCE));
+    EXPECT_EQ(std::exchange(after[importance], before.at(importance)), "2");
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(AttachmentsOf(OpenOnly(left)), 2u);
+    EXPECT_EQ(RecipientTexts(OpenOnly(left)).back(), "guest|guest|1");
+}
+
+TEST_F(RealItemsTest, TextsOfOccurrencesComeBackIntoAChangedPattern) {
+    const auto source = Import("Lanch_time_every_friday_in_2023_chgs1.msg", left);
+    ASSERT_TRUE(source);
+    const std::string whole =
+        BytesOf(source.Get(), NamedTag(source.Get(), AppointmentProps, 0x8216, PT_BINARY));
+    const std::string bare = RecurrenceWithoutTexts(whole).value_or("");
+    ASSERT_TRUE(IsIn(whole, "rescheduled"));
+    ASSERT_FALSE(bare.empty() || IsIn(bare, "rescheduled"));
+    EXPECT_EQ(RecurrenceWithoutTexts(bare), bare);
+    EXPECT_EQ(RecurrenceWithTextsOf(whole, bare)->bytes, whole);
+
+    const size_t startTime = 74;  // within the day
+    std::string later = bare;
+    later[startTime] ^= 1;
+    auto returned = RecurrenceWithTextsOf(whole, later);
+    std::string expected = whole;
+    expected[startTime] ^= 1;
+    EXPECT_EQ(returned->bytes, expected);
+    EXPECT_FALSE(returned->losesTexts);
+
+    std::string unchanged =
+        bare.substr(0, startTime + 8) + std::string(10, '\0');  // the occurrence as others
+    EXPECT_TRUE(RecurrenceWithTextsOf(whole, unchanged)->losesTexts);
+
+    for (size_t cb = 0; cb < whole.size(); ++cb) {
+        const auto part = RecurrenceWithoutTexts(whole.substr(0, cb));
+        EXPECT_FALSE(part && IsIn(*part, "Lanch")) << cb;
+        EXPECT_TRUE(part || !RecurrenceWithTextsOf(whole, whole.substr(0, cb))) << cb;
+    }
 }
 
 TEST_F(RealItemsTest, ContactTakesItsPhotoAlongAndDropsTheOldOne) {

@@ -139,21 +139,100 @@ TEST_F(TransferTest, PersonalAppointmentIsStrippedWhenNewAndCarriedWhenRewritten
     EXPECT_EQ(StreamOf(OpenOnly(right).Get(), PR_BODY_A), "Body of Gym");
 }
 
-// A stripped copy on its way back does not wipe out the original without a copy being kept.
-TEST_F(TransferTest, AVersionWithoutTextReplacesNoneWithTextUnkept) {
-    Flags(SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_STRIP_PRIVATE);
-    SavedAppointment(left, "Gym", 1);
-    CopyRight({{"Gym", STATE_NEW}});
-    CSyncMessages list;
-    const CMapiRowSet rows = Rows(right);
-    auto record = std::make_unique<CSyncMessage>();
-    record->m_item = KeyOfRow(rows, 0);
-    record->m_syncId = rows.Cell(0, COL_SYNC_ID).Str();
-    record->m_state = STATE_MODIFIED;
-    list.Add(std::move(record));
-    CopyList(right, left, list);
-    EXPECT_EQ(TextOf(OpenOnly(left).Get(), PR_SUBJECT_A), "");
-    EXPECT_EQ(Overwritten(leftStore, "Left"), "Gym");
+// What was taken out of a copy is never missed in the original, however private that is.
+TEST_F(TransferTest, NoStrippedCopyTakesAnythingFromItsOriginal) {
+    for (const LONG sensitivity : {1, 2, 3})
+        for (const ULONG renew : {0u, static_cast<ULONG>(SYNC_ALWAYS_RENEW)}) {
+            SCOPED_TRACE(FormatText("%d %x", static_cast<int>(sensitivity), static_cast<unsigned>(renew)));
+            Flags(SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_STRIP_PRIVATE | renew);
+            const auto original = SavedAppointment(left, "Gym", sensitivity);
+            Attach(original, "plan.txt", "legs");
+            AddRecipient(original, "Bob");
+            Save(original);
+            CopyRight({{"Gym", STATE_NEW}});
+            const auto copy = OpenOnly(right);
+            EXPECT_TRUE(IsMarked(copy));
+            EXPECT_EQ(AttachmentsOf(copy) + RecipientsOf(copy), 0u);
+            SetLong(copy.Get(), NamedTag(copy.Get(), AppointmentProps, 0x8205, PT_LONG), 3);
+            // Whoever has the copy neither writes into the original nor shows it to others.
+            SetText(copy.Get(), PR_SUBJECT_A, "mine");
+            SetLong(copy.Get(), PR_SENSITIVITY, 0);
+            Save(copy);
+            CopyLeft({{"mine", STATE_MODIFIED}});
+            const auto after = OpenOnly(left);
+            EXPECT_EQ(LongOf(after.Get(), NamedTag(after.Get(), AppointmentProps, 0x8205, PT_LONG)), 3);
+            EXPECT_EQ(TextOf(after.Get(), PR_SUBJECT_A), "Gym");
+            EXPECT_EQ(StreamOf(after.Get(), PR_BODY_A), "Body of Gym");
+            EXPECT_EQ(TextOf(after.Get(), PR_DISPLAY_NAME_A), "");
+            EXPECT_EQ(LocationOf(after), "Room 4");
+            EXPECT_EQ(AttachmentsOf(after) * 10 + RecipientsOf(after), 11u);
+            EXPECT_EQ(LongOf(after.Get(), PR_SENSITIVITY), sensitivity);
+            EXPECT_FALSE(IsMarked(after));
+            for (const auto* folder : {&left, &right})
+                (*folder)->EmptyFolder(0, nullptr, 0);
+        }
+}
+
+// Some programs show the box "private" and leave the sensitivity as it is.
+TEST_F(TransferTest, TheBoxAloneMakesAnAppointmentPrivate) {
+    const auto original = SavedAppointment(left, "Doctor", 0);
+    SetLong(
+        original.Get(),
+        NamedTag(original.Get(), GUID{0x00062008, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}}, 0x8506, PT_BOOLEAN),
+        1);
+    Save(original);
+    IMessagePtr source(original.Get());
+    Flags(SYNC_TO_TARGET | SYNC_SKIP_PRIVATE);
+    EXPECT_TRUE(Engine().IsSkippedPrivate(source));
+    Flags(SYNC_TO_TARGET | SYNC_STRIP_PRIVATE);
+    for (const LONG state : {STATE_NEW, STATE_MODIFIED}) {
+        CopyRight({{"Doctor", state}});
+        EXPECT_EQ(TextOf(OpenOnly(right).Get(), PR_SUBJECT_A), LabelSubject());
+        EXPECT_TRUE(IsMarked(OpenOnly(right)));
+    }
+}
+
+// Items that only the program has changed are no conflict, and what a person wrote into either is one. What
+// stands in the copy is kept before it is replaced.
+TEST_F(TransferTest, WhatIsWrittenIntoAStrippedCopyIsAConflictAndKept) {
+    CopyPrivate();
+    const auto conflicts = [&] {
+        const CMapiRowSet leftRows = Rows(left), rightRows = Rows(right);
+        CSyncMessages ours, theirs;
+        ours.Add(Record(leftRows, {"Doctor", STATE_MODIFIED}));
+        theirs.Add(Record(rightRows, {rightRows.Cell(0, COL_SUBJECT).Str(), STATE_MODIFIED}));
+        Engine().ClearOutcome();
+        const IMAPIFolderPtr source = Folder(left), target = Folder(right);
+        Engine().FindConflicts(ours, theirs, &source, &target);
+        return Engine().m_outcome.conflicts;
+    };
+    Change(left, "Doctor", "Surgeon");
+    Change(left, "Surgeon", "Doctor");
+    EXPECT_EQ(conflicts(), 0u);
+    using Edit = void (*)(const TestRef<IMessage>&);
+    const Edit edits[] = {
+        [](const auto& m) { SetText(m.Get(), PR_SUBJECT_A, "[Anna] my own Private appointment"); },
+        [](const auto& m) { SetText(m.Get(), PR_BODY_A, "call me"); },
+        [](const auto& m) { SetText(m.Get(), PROP_TAG(PT_STRING8, 0x3A0D), "here"); },
+        [](const auto& m) { SetText(m.Get(), NamedTag(m.Get(), L"Keyword", PT_STRING8), "blue"); },
+        [](const auto& m) { Attach(m, "a.txt", "a"); },
+        [](const auto& m) { AddRecipient(m, "Bob"); },
+        [](const auto& m) {
+            SetTime(m.Get(), NamedTag(m.Get(), AppointmentProps, 0x820D, PT_SYSTIME), {1, 0x01D90000});
+        },
+    };
+    const size_t texts = std::size(edits) - 1;  // the last one is a time
+    for (size_t i = 0; i < std::size(edits); ++i) {
+        SCOPED_TRACE(i);
+        const auto copy = OpenOnly(right);
+        edits[i](copy);
+        Save(copy);
+        EXPECT_EQ(conflicts(), 1u);
+        const std::string kept = Overwritten(rightStore, "Right");
+        CopyRight({{"Doctor", STATE_MODIFIED}});
+        EXPECT_EQ(Overwritten(rightStore, "Right") != kept, i < texts);
+        EXPECT_EQ(conflicts(), 0u);
+    }
 }
 
 // Rewriting by itself saves a target whose contents did not come, and keeps what it held.
