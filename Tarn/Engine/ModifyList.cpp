@@ -74,7 +74,7 @@ public:
                     continue;
                 auto record = std::make_unique<CSyncMessage>();
                 record->m_syncId = entry->SyncId();
-                record->m_name = Utf8FromFile(entry->Name());
+                record->m_name = NameOfGone(*entry);
                 record->m_state = STATE_DELETED;
                 record->m_origin = ORIGIN_DELETED;
                 Trace("Deleted %s\n", record->m_name.c_str());
@@ -88,6 +88,13 @@ public:
     }
 
 private:
+    // A memory that lies in the other store does not tell names that are private here.
+    std::string NameOfGone(const CSyncFileEntry& entry) const {
+        const std::string name = Utf8FromFile(entry.Name());
+        if (!name.empty() || entry.SyncId().empty() || !m_otherRows.Get()) return name;
+        const int row = FindLink(m_otherRows, std::string(entry.SyncId()));
+        return row < 0 ? name : NameOfRow(m_otherRows, static_cast<ULONG>(row));
+    }
     RowFacts Facts(ULONG index) {
         MARK_POSITION();
         RowFacts row;

@@ -363,6 +363,19 @@ void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
                               static_cast<ULONG>(bytes.size())));
     THROW_ON_FAILURE(stream->Commit(0));
 }
+
+// What the target holds is remembered in the store of the source, where the names of private items have no
+// place. People see them at a deletion alone, which finds the name in the item that is to go.
+std::string WithoutNames(const std::string& bytes) {
+    CSyncFileMap entries;
+    std::uint32_t announced = 0;
+    entries.Parse(bytes, announced);
+    const std::vector<CSyncFileEntry*> all = entries.InKeyOrder();
+    CSyncFileWriter writer(static_cast<std::uint32_t>(all.size()));
+    for (const CSyncFileEntry* entry : all)
+        writer.Add(entry->Identifier(), entry->time, entry->SyncId(), "");
+    return writer.TakeBytes();
+}
 }  // namespace
 
 // Nothing would be remembered for one refusal.
@@ -433,7 +446,8 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     if (!attachment) throw CMAPIException(MAPI_E_NOT_FOUND, "CSyncFolder::WriteSyncFile", nullptr);
     attachment.SetStrProp(PR_ATTACH_FILENAME_A, SyncFileName);
     MARK_POSITION();
-    CSideMemory* const side = std::string_view(name) == "SourceID" ? m_sourceMemory : m_targetMemory;
+    const bool ofSource = std::string_view(name) == "SourceID";
+    CSideMemory* const side = ofSource ? m_sourceMemory : m_targetMemory;
     CSyncFileImage read;
     if (!side || !side->image) read = ReadImage(folder, side && side->seen ? &*side->seen : nullptr);
     const CSyncFileImage& image = side && side->image ? *side->image : read;
@@ -450,7 +464,7 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
     if (&RunOf(name) == &m_targetRun)
         message.SetProp(NamedTag(message.RawProp(), MarkName, PT_SYSTIME, true), m_thisMark);
-    WriteStream(attachment, image.bytes);
+    WriteStream(attachment, m_stripPrivate && !ofSource ? WithoutNames(image.bytes) : image.bytes);
     MARK_POSITION();
     attachment.SaveChanges(0);
     message.SaveChanges(FORCE_SAVE);

@@ -377,7 +377,18 @@ TEST_P(RunTest, PrivateAppointmentTravelsWithoutItsText) {
     const TestRef<IMessage> shown = OpenTestMessage(Right().Store(), rows.Bytes(0, 1));
     EXPECT_EQ(TextOf(shown.Get(), PR_BODY_A), "Private appointment");
     EXPECT_EQ(LongOf(shown.Get(), NamedTag(shown.Get(), std::wstring(L"TarnPriv"), PT_LONG)), 1);
+    // What the run remembers of both sides lies on one of them.
+    const TestRows hidden = ContentsOf(Right().Folder(), {PR_ENTRYID}, MAPI_ASSOCIATED);
+    for (ULONG row = 0; row < hidden.Count(); ++row) {
+        const TestRef<IMessage> memory = OpenTestMessage(Right().Store(), hidden.Bytes(row, 0));
+        TestRef<IAttach> file;
+        if (memory->OpenAttach(0, nullptr, 0, file.Out()) != S_OK) continue;
+        EXPECT_EQ(StreamOf(file.Get(), PR_ATTACH_DATA_BIN).find("Doctor"), std::string::npos);
+    }
     Still(Left().Has("Doctor"), Left().Reads("Doctor", "knee"));
+    setting.m_flags |= SYNC_DELETE_IN_TARGET;
+    When(Left().Deletes("Doctor"));
+    Then(Both(""));
 }
 
 TEST_P(RunTest, IncrementalRunFindsWhatIsNewAndLosesNothing) {
