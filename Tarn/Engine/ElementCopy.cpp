@@ -144,8 +144,7 @@ void CElementCopy::OpenTarget() {
         if (!m_linked && !IsReturn() && HasOtherText(m_engine, m_source, m_target))
             KeepVersion(m_engine, m_target);
         else
-            KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, StripsNewCopy(m_engine, m_facts),
-                                &seen);
+            KeepWhatMayBeMissed(m_engine, m_facts, m_source, m_target, StripsCopy(m_engine, m_facts), &seen);
         if (!IsReturn()) m_engine.RemoveContents(m_target);
     }
 }
@@ -169,7 +168,7 @@ void CElementCopy::Transfer(CSyncTargetRecord* record) {
 }
 
 void CElementCopy::FillTarget() {
-    const bool stripped = StripsNewCopy(m_engine, m_facts);
+    const bool stripped = StripsCopy(m_engine, m_facts);
     THROW_ON_FAILURE_FOR(
         stripped ? CopyWithoutText(m_source, m_target, true) : CopyContents(m_source, m_target, true),
         m_source.RawProp());

@@ -186,12 +186,8 @@ bool HasOtherText(CSyncFolder& engine, IMessagePtr& source, IMessagePtr& target)
     return ShowsMore(ReadItemText(engine, target), ReadItemText(engine, source));
 }
 
-bool StripsNewCopy(const CSyncFolder& engine, const CItemFacts& facts) {
+bool StripsCopy(const CSyncFolder& engine, const CItemFacts& facts) {
     return engine.m_stripPrivate && facts.IsWithheldAppointment();
-}
-
-bool StripsRewrittenCopy(const CSyncFolder& engine, const CItemFacts& facts) {
-    return engine.m_stripPrivate && facts.IsPrivateAppointment();
 }
 
 void AnonymiseTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& target, bool stripped) {

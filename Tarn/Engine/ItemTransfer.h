@@ -53,10 +53,8 @@ CItemText ReadItemText(CSyncFolder& engine, IMessagePtr& message);
 // Whether each part is what the program writes into a stripped copy, or nothing.
 bool IsLabelOrEmpty(const CItemText& item);
 
-// Whether the pair lets no text cross with this item: where a copy is made of it, and where its copy is
-// rewritten. Personal and confidential appointments are stripped where they are new alone.
-bool StripsNewCopy(const CSyncFolder& engine, const CItemFacts& facts);
-bool StripsRewrittenCopy(const CSyncFolder& engine, const CItemFacts& facts);
+// Whether the pair lets no text cross with this item.
+bool StripsCopy(const CSyncFolder& engine, const CItemFacts& facts);
 
 // Labels the copy of a private appointment, and marks every `stripped` copy. Throws where the mark does not
 // arrive: a copy without it would carry what it shows back over the person's text.

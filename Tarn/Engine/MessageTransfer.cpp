@@ -68,14 +68,14 @@ void CResync::ChooseTarget(IMessagePtr& source, const CItemFacts& facts) {
         RequirePlaceForOld(m_engine, m_targetFolder);
         m_target = m_targetFolder.CreateMessage(nullptr, 0);
     } else {
-        KeepWhatMayBeMissed(m_engine, facts, source, m_target, StripsRewrittenCopy(m_engine, facts),
+        KeepWhatMayBeMissed(m_engine, facts, source, m_target, StripsCopy(m_engine, facts),
                             m_seen ? &*m_seen : nullptr);
         if (!facts.markedPrivate) m_engine.RemoveContents(m_target);
     }
 }
 
 void CResync::Fill(IMessagePtr& source, const CItemFacts& facts) {
-    const bool stripped = StripsRewrittenCopy(m_engine, facts);
+    const bool stripped = StripsCopy(m_engine, facts);
     const HRESULT copied =
         stripped ? CopyWithoutText(source, m_target, false) : CopyContents(source, m_target, false);
     // An empty copy that is not marked would count as somebody's work.
@@ -244,7 +244,7 @@ void CSyncFolder::CheckIfTargetExists(const SBinary& sourceEntryId, CSyncFileMap
     IMessagePtr target = targetFolder.CreateMessage(nullptr, 0);
     DropEmptyTables(target, m_traceFile);
     TraceFormat(m_traceFile, "copy msg %s\n", subject.c_str());
-    const bool stripped = StripsNewCopy(*this, facts);
+    const bool stripped = StripsCopy(*this, facts);
     THROW_ON_FAILURE_FOR(
         stripped ? CopyWithoutText(source, target, true) : CopyContents(source, target, true),
         source.RawProp());
@@ -290,7 +290,7 @@ void DropAttachments(IMessagePtr& message) {
 // What stays of a known target is what the copy does not overwrite; a stripped copy overwrites little.
 void FillWatchedTarget(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source, IMessagePtr& target,
                        bool isNew) {
-    const bool stripped = StripsRewrittenCopy(engine, facts);
+    const bool stripped = StripsCopy(engine, facts);
     if (facts.markedPrivate && !isNew) return ReturnToOriginal(engine, source, target);
     if (!isNew) stripped ? engine.RemoveContents(target) : DropAttachments(target);
     THROW_ON_FAILURE_FOR(
