@@ -66,6 +66,27 @@ bool HoldTheSame(CSyncFolder& engine, const CSyncMessage& ours, const IMAPIFolde
         return false;
     }
 }
+
+void Settle(CSyncMessage& loser, CSyncMessage& winner) {
+    loser.m_state = STATE_CONFLICT;
+    loser.m_settled = TEXT_CONFLICT_EARLIER;
+    winner.m_state = STATE_NONE;
+    winner.m_settled = TEXT_CONFLICT_LATER;
+}
+
+// One of the two was deleted. A change in the source stays; that of the target is only told of here, since
+// its item goes with the other deletions and may yet turn out not to be removable.
+bool SettleDeletion(CSyncMessage& ours, CSyncMessage& theirs) {
+    if (ours.m_state == STATE_DELETED) {
+        if (HoldsItem(theirs)) theirs.m_settled = TEXT_CHANGE_DELETED;
+        return true;
+    }
+    if (theirs.m_state != STATE_DELETED) return false;
+    ours.m_state = theirs.m_state = STATE_NONE;
+    ours.m_settled = TEXT_CHANGE_STAYS;
+    theirs.m_settled = TEXT_DELETION_LOST;
+    return true;
+}
 }  // namespace
 
 // The loser is named by the time alone; with equal times the source stays. Neither is copied across
@@ -79,20 +100,20 @@ void CSyncFolder::FindConflicts(CSyncMessages& source, CSyncMessages& target,
     COpponents opponents(target);
     for (size_t i = 0; i < source.Count(); ++i) {
         CSyncMessage& ours = source.At(i);
-        if (ours.m_state != STATE_NEW && ours.m_state != STATE_MODIFIED) continue;
+        if (!HoldsItem(ours) && ours.m_state != STATE_DELETED) continue;
         if (ours.m_syncId.empty()) continue;  // that of every item that was never linked
         CSyncMessage* theirs = opponents.Find(ours);
-        if (!theirs) continue;
+        if (!theirs || SettleDeletion(ours, *theirs)) continue;
         if (sourceFolder && targetFolder) {
             if (++compared % ComparedPerPoll == 0 && PollCancelled()) return;
             if (HoldTheSame(*this, ours, *sourceFolder, *theirs, *targetFolder)) {
                 ours.m_state = theirs->m_state = STATE_NONE;
+                ours.m_settled = theirs->m_settled = TEXT_SAME_CHANGE;
                 continue;
             }
         }
         const bool sourceLoses = CompareFileTimes(ours.m_modified, theirs->m_modified) < 0;
-        ours.m_state = sourceLoses ? STATE_CONFLICT : STATE_NONE;
-        theirs->m_state = sourceLoses ? STATE_NONE : STATE_CONFLICT;
+        Settle(sourceLoses ? ours : *theirs, sourceLoses ? *theirs : ours);
         ++m_outcome.conflicts;
         if (!ours.m_searchKey.IsEmpty()) m_inConflict.emplace(ours.m_item.View().Bytes());
         if (!theirs->m_searchKey.IsEmpty()) m_inConflict.emplace(theirs->m_item.View().Bytes());
@@ -101,20 +122,28 @@ void CSyncFolder::FindConflicts(CSyncMessages& source, CSyncMessages& target,
     }
 }
 
+namespace {
+template <class Do>
+void ForEachLoser(CSyncMessages& list, Do act) {
+    for (size_t i = 0; i < list.Count(); ++i)
+        if (list.At(i).m_state == STATE_CONFLICT) act(list.At(i));
+}
+}  // namespace
+
 void CSyncFolder::MoveConflicts(CSyncMessages& list, const IMAPIFolderPtr& ownFolder, const IMAPIFolderPtr&,
                                 const CMapiRowSet&, const CMapiRowSet&, CSyncFileMap&, CSyncFileMap&,
                                 const IMsgStorePtr& ownStore, const IMsgStorePtr&) {
     CEntryIdBatch losers;
-    for (size_t i = 0; i < list.Count(); ++i) {
-        const CSyncMessage& message = list.At(i);
-        if (message.m_state != STATE_CONFLICT) continue;
-        // A deletion that lost against a change has no item; an empty ID in the list would make the
-        // store refuse the copies of the others.
-        if (!message.m_item.IsEmpty()) losers.Add(message.m_item);
+    ForEachLoser(list, [&](CSyncMessage& message) {
+        losers.Add(message.m_item);
         if (IsTracing())
             TraceFormat(m_traceFile, "Message moved in conflict folder %s\n", message.m_name.c_str());
-    }
-    if (!losers.IsEmpty()) MoveToConflictFolder(losers, ownStore, ownFolder);
+    });
+    if (losers.IsEmpty()) return;
+    const unsigned failedBefore = m_outcome.phasesFailed;
+    MoveToConflictFolder(losers, ownStore, ownFolder);
+    if (m_outcome.phasesFailed == failedBefore) return;
+    ForEachLoser(list, [](CSyncMessage& message) { message.m_settled = TEXT_CONFLICT_UNKEPT; });
 }
 
 namespace {

@@ -45,6 +45,7 @@ private:
     void DeleteTarget(const CSyncMessage& row);
     void TellFailure(const CSyncMessage& row, const CSyncOutcome& before);
     void AddToProtocol(const CSyncMessage& row);
+    std::string DoneWith(const CSyncMessage& row) const;
     size_t NextEntry() const { return m_engine.m_protocol ? m_engine.m_protocol->Count() : 0; }
     void SetDone(size_t entry, const std::string& done);
 
@@ -166,6 +167,10 @@ void CCopyPass::DoRow(CSyncMessage& row) {
     try {
         // Found by the other direction to be the counterpart of an item there, and given its contents.
         if (m_engine.m_ownWrites.IsTarget(row.m_item)) return;
+        if (m_engine.m_ownWrites.IsRemoved(row.m_item)) {
+            m_done = LoadText(TEXT_CHANGE_DELETED);
+            return;
+        }
         switch (row.m_state) {
             case STATE_NEW:
             case STATE_MOVED:
@@ -205,11 +210,17 @@ void CCopyPass::AddToProtocol(const CSyncMessage& row) {
         const bool isPlain = m_done.empty() || m_done == m_targetMissing;
         if (!isPlain && (m_detail.empty() || m_done != m_asNew)) m_detail = m_done;
         m_engine.m_protocol->Add({m_targetName, m_sourceName, row.m_name, m_detail,
-                                  static_cast<int>(row.m_state), row.m_syncId, m_done,
+                                  static_cast<int>(row.m_state), row.m_syncId, DoneWith(row),
                                   m_engine.WritesToSource()});
     } catch (...) {
         TraceText(m_engine.m_traceFile, "Error writing to protocol");
     }
+}
+
+// What stays as it is tells why.
+std::string CCopyPass::DoneWith(const CSyncMessage& row) const {
+    const bool stays = row.m_state == STATE_NONE || row.m_state == STATE_CONFLICT;
+    return stays && row.m_settled != 0 ? LoadText(row.m_settled) : m_done;
 }
 
 void CCopyPass::SetDone(size_t entry, const std::string& done) {

@@ -267,15 +267,16 @@ unsigned CSyncFolder::MoveToDeletedFolder(CEntryIdBatch& entries, const char* na
 unsigned CSyncFolder::DestroyEntries(CEntryIdBatch& entries, const IMsgStorePtr& store,
                                      const IMAPIFolderPtr& folder) {
     NoteUnsure();
-    if (folder->DeleteMessages(entries.List(), 0, nullptr, 0) == S_OK)
-        return static_cast<unsigned>(entries.Count());
+    const bool all = folder->DeleteMessages(entries.List(), 0, nullptr, 0) == S_OK;
     unsigned removed = 0;
     for (size_t i = 0; i < entries.Count(); ++i) {
         const CItemKeyView item = entries.At(i);
-        if (PlaceOf(store, folder, item) != Place::InFolder || DeleteOne(folder, item) == S_OK)
+        if (all || PlaceOf(store, folder, item) != Place::InFolder || DeleteOne(folder, item) == S_OK) {
+            NoteRemoved(item);
             ++removed;
-        else
+        } else {
             NoteNotRemoved(item);
+        }
     }
     return removed;
 }
@@ -286,15 +287,13 @@ unsigned CSyncFolder::MoveEntries(const CEntryIdBatch& entries, const IMsgStoreP
     for (size_t i = 0; i < entries.Count(); ++i) {
         MARK_POSITION();
         const CItemKeyView item = entries.At(i);
-        if (RemoveToHolding(store, folder, item, holding)) {
+        if (RemoveToHolding(store, folder, item, holding) ||
+            (MarkDeleted(holding, item) != S_OK && DeleteOne(folder, item) == S_OK)) {
             NoteRemoved(item);
             ++removed;
-            continue;
-        }
-        if (MarkDeleted(holding, item) != S_OK && DeleteOne(folder, item) == S_OK)
-            ++removed;
-        else
+        } else {
             NoteNotRemoved(item);
+        }
     }
     return removed;
 }

@@ -24,6 +24,13 @@ enum TextId : unsigned {
     TEXT_NOT_DELETED = 316,
     TEXT_DELETION_OUTDATED = 317,
     TEXT_COPIED_NOT_WHOLE = 318,
+    TEXT_CONFLICT_EARLIER = 321,  // and these, of what was done with two changes of one item: to neither item
+    TEXT_CONFLICT_UNKEPT = 322,
+    TEXT_CONFLICT_LATER = 323,
+    TEXT_SAME_CHANGE = 324,
+    TEXT_CHANGE_STAYS = 325,    // while its other side was deleted, which was not carried
+    TEXT_DELETION_LOST = 326,   // the other side of that
+    TEXT_CHANGE_DELETED = 327,  // while its other side was deleted, which was carried
     TEXT_SAVES_LOST = 319,      // message: what was written to a folder is gone; name, reason
     TEXT_STORE_IS_OLDER = 320,  // message: the store of a folder has gone back; name
 };

@@ -34,6 +34,8 @@ struct CSyncMessage {
     FILETIME m_created{};
     LONG m_origin = 0;  // which rule made the record, a diagnostic
     LONG m_state = STATE_NONE;
+    unsigned m_settled =
+        0;  // a TextId: what becomes of it because the other side has changed as well; 0: nothing
 };
 
 // Owns its messages. A later message with the same sync ID takes the place of the former in the map

@@ -182,7 +182,8 @@ public:
 
     // ---- conflicts (Conflicts.cpp) ---------------------------------------------------------------
 
-    // With the folders given, two items that hold the same have no conflict. Polls the progress then.
+    // Also settles what is told of a change whose other side was deleted, which is no conflict. With the
+    // folders given, two items that hold the same have no conflict. Polls the progress then.
     void FindConflicts(CSyncMessages& source, CSyncMessages& target,
                        const IMAPIFolderPtr* sourceFolder = nullptr,
                        const IMAPIFolderPtr* targetFolder = nullptr);

@@ -46,9 +46,7 @@ INSTANTIATE_TEST_SUITE_P(Faults, FaultsTest, ::testing::Bool(), [](const auto& w
 TEST_P(FaultsTest, ChangesWithoutFaultsArriveWhole) {
     MakeChanges();
     Run();
-    // The item that was changed on one side is gone when its turn comes: its deletion went first.
-    ASSERT_EQ(messages.size(), 1u);
-    EXPECT_EQ(messages[0].text, "SYNC_MODIFIED\r\nin CGenMapiContPtr::OpenEntryv");
+    EXPECT_TRUE(messages.empty());
     ExpectWholeAfter(Trouble::Passing, "no fault");
     expectMessages = false;
     Run();

@@ -55,10 +55,9 @@ STORY(LaterOfTwoChangesStaysAndTheOtherIsKeptAside) {
 
 STORY(ChangeAfterAConflictTravelsAsUsual) {
     Given(Both("A"), Synced());
-    When(
-        Left().Changes("A", "earlier"), Right().Changes("A", "later"), [this] { Run(); },
-        Right().Changes("A", "settled"));
-    Then(Both("A"), Left().Reads("A", "settled"));
+    When(Left().Changes("A", "earlier"), Right().Changes("A", "later"), Synced(),
+         Right().Changes("A", "settled"));
+    Then(Both("A"), Left().Reads("A", "settled"), Left().Discards(""));
 }
 
 STORY(EqualTimesKeepTheSource) {
@@ -84,6 +83,7 @@ STORY(TheSameChangeOnBothSidesIsNoConflict) {
          Right().Changes("B", "right"));
     Run();
     EXPECT_EQ(outcome.conflicts, 1u);
+    EXPECT_EQ(SaidOf("A"), LoadText(TEXT_SAME_CHANGE) + "; " + LoadText(TEXT_SAME_CHANGE));
     EXPECT_EQ(Left().ConflictCopies() + Right().ConflictCopies(), "B");
     Then(Both("A B"));
 }
@@ -134,4 +134,16 @@ STORY(OneWayPairTakesNothingBack) {
     setting.m_flags &= ~static_cast<ULONG>(SYNC_FROM_TARGET);
     Given(Source().Creates("A"), Target().Creates("B"));
     Then(Source().Has("A"), Target().Has("A B"));
+}
+
+STORY(WhatIsToldOfAChangeAgainstADeletion) {
+    Given(Both("A B"), Synced());
+    When(Source().Changes("A", "new"), Target().Deletes("A"), Target().Changes("B", "new"),
+         Source().Deletes("B"));
+    Run();
+    EXPECT_EQ(outcome.conflicts + outcome.rowsFailed, 0u);
+    EXPECT_EQ(SaidOf("A"), LoadText(TEXT_CHANGE_STAYS) + "; " + LoadText(TEXT_DELETION_LOST));
+    EXPECT_EQ(SaidOf("B"), LoadText(TEXT_DELETED) + "; " + LoadText(TEXT_CHANGE_DELETED));
+    Still(Source().Has("A"), Target().Has(""), Target().Discards("B"), Source().KeepsConflictCopies(""));
+    ExpectNothingMoves();
 }

@@ -417,6 +417,13 @@ void TwoFolders::RunAlone() {
         ADD_FAILURE() << "message box \"" << message.caption << "\": " << message.text;
 }
 
+std::string TwoFolders::SaidOf(const std::string& item) {
+    std::string told;
+    for (const CSyncProtocolEntry& entry : protocol)
+        if (entry.m_subject == Spelled(item)) told += (told.empty() ? "" : "; ") + entry.m_done;
+    return told;
+}
+
 TestRef<IMessage> TwoFolders::Hidden(const std::string& subject) {
     const TestRows rows =
         ContentsOf(Source().Folder(), {PR_ENTRYID, PR_SUBJECT_A, PR_MESSAGE_CLASS_A}, MAPI_ASSOCIATED);

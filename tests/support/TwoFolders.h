@@ -150,6 +150,8 @@ protected:
     // Demands that the memories of the last run, where it made them without reading the folders again, tell
     // of the folders as they stand, byte for byte. For folders that nobody has touched since it began.
     void ExpectMemoriesTellTheFolders();
+    // What the protocol of the last run says of the items of that name.
+    std::string SaidOf(const std::string& item);
     // The hidden message of that subject in the source folder; null if there is none.
     TestRef<IMessage> Hidden(const std::string& subject);
     // The sync file of that side ("SourceID", "TargetID"); empty if there is none.

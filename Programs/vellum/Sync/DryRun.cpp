@@ -7,7 +7,8 @@
 
 namespace {
 
-const char* Intention(const CSyncMessage& change, const CMapiRowSet& otherRows) {
+std::string Intention(const CSyncMessage& change, const CMapiRowSet& otherRows) {
+    if (change.m_settled != 0) return LoadText(change.m_settled);
     switch (change.m_state) {
         case STATE_NEW:
         case STATE_MOVED:

@@ -21,19 +21,6 @@ bool WasStopped(const CPairResult& result) {
     return result.guarded || !result.badQuery.empty();
 }
 
-// A conflict has no text of its own in the protocol: nothing was done to either item.
-std::string DetailOf(const CSyncProtocolEntry& entry) {
-    if (!entry.m_done.empty()) return Utf8FromNarrow(entry.m_done);
-    switch (entry.m_state) {
-        case STATE_CONFLICT:
-            return "changed on both sides, here first: stays, a copy is kept";
-        case STATE_NONE:
-            return "changed on both sides, here later: stays";
-        default:
-            return {};
-    }
-}
-
 void PrintProtocol(CConsole& console, const CPairResult& result) {
     CListing listing(
         {{"state", "What"}, {"arrow", "Dir."}, {"item", "Item"}, {"folder", "Folder"}, {"detail", "Done"}},
@@ -43,7 +30,8 @@ void PrintProtocol(CConsole& console, const CPairResult& result) {
                                        ? entry.m_origin
                                        : entry.m_origin + " to " + entry.m_destination;
         listing.AddRow({StateWord(entry.m_state), entry.m_toSource ? "<-" : "->",
-                        Utf8FromNarrow(entry.m_subject), Utf8FromNarrow(folder), DetailOf(entry)});
+                        Utf8FromNarrow(entry.m_subject), Utf8FromNarrow(folder),
+                        Utf8FromNarrow(entry.m_done)});
     }
     listing.PrintTable(console);
 }
@@ -124,7 +112,7 @@ Json ResultToJson(const CPairResult& result) {
                            {"direction", entry.m_toSource ? "to-source" : "to-target"},
                            {"from", Utf8FromNarrow(entry.m_origin)},
                            {"to", Utf8FromNarrow(entry.m_destination)},
-                           {"detail", DetailOf(entry)}});
+                           {"detail", Utf8FromNarrow(entry.m_done)}});
     json["protocol"] = std::move(entries);
     json["source_changed"] = result.outcome.sourceChanged;
     json["target_changed"] = result.outcome.targetChanged;
