@@ -114,6 +114,7 @@ void CSyncFolder::FindConflicts(CSyncMessages& source, CSyncMessages& target,
         }
         const bool sourceLoses = CompareFileTimes(ours.m_modified, theirs->m_modified) < 0;
         Settle(sourceLoses ? ours : *theirs, sourceLoses ? *theirs : ours);
+        (sourceLoses ? m_targetUncarried : m_sourceUncarried).insert(ours.m_syncId);
         ++m_outcome.conflicts;
         if (!ours.m_searchKey.IsEmpty()) m_inConflict.emplace(ours.m_item.View().Bytes());
         if (!theirs->m_searchKey.IsEmpty()) m_inConflict.emplace(theirs->m_item.View().Bytes());
@@ -143,7 +144,12 @@ void CSyncFolder::MoveConflicts(CSyncMessages& list, const IMAPIFolderPtr& ownFo
     const unsigned failedBefore = m_outcome.phasesFailed;
     MoveToConflictFolder(losers, ownStore, ownFolder);
     if (m_outcome.phasesFailed == failedBefore) return;
-    ForEachLoser(list, [](CSyncMessage& message) { message.m_settled = TEXT_CONFLICT_UNKEPT; });
+    // Both versions are now the only ones of their kind, whichever replaces the other.
+    ForEachLoser(list, [&](CSyncMessage& message) {
+        message.m_settled = TEXT_CONFLICT_UNKEPT;
+        m_sourceUncarried.insert(message.m_syncId);
+        m_targetUncarried.insert(message.m_syncId);
+    });
 }
 
 namespace {
@@ -172,7 +178,6 @@ void CSyncFolder::MoveToConflictFolder(CEntryIdBatch& entries, const IMsgStorePt
     ShowMessageBox("Of " + std::to_string(entries.Count()) + " items of \"" +
                        folder.GetStrPropOrEmpty(PR_DISPLAY_NAME_A) +
                        "\" that were changed on both sides not all could be copied to the folder of "
-                       "conflicts.\nThey stay as they are. To keep what they say, copy them before the other "
-                       "side is changed again.",
+                       "conflicts.\nThey stay as they are, and are kept when something replaces them.",
                    "Vellum");
 }

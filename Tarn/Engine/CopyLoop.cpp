@@ -320,7 +320,10 @@ void CCopyPass::DeleteTarget(const CSyncMessage& row) {
         const CItemKeyView item = KeyOfRow(m_route.targetRows, static_cast<ULONG>(targetRow));
         const bool waits = m_engine.AddToDelArray(item, m_route.targetFolder, BATCH_DELETED);
         m_done = LoadText(waits ? TEXT_DELETED : TEXT_DELETION_OUTDATED);
-        if (waits) m_deletions.push_back({item, NextEntry()});
+        if (waits) {
+            m_deletions.push_back({item, NextEntry()});
+            m_engine.ForgetUncarried(row.m_syncId);
+        }
     }
     TraceFormat(m_engine.m_traceFile,
                 targetRow >= 0 ? "Objekt deleted %s\n" : "Objekt deleted %s but target not found\n",

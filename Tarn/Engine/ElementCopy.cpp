@@ -138,7 +138,7 @@ void CElementCopy::OpenTarget() {
         m_target = m_route.targetFolder.CreateMessage(nullptr, 0);
     } else {
         MARK_POSITION();
-        const FILETIME seen = TargetCell(COL_MODIFIED).Time();
+        const CSeenTarget seen(m_engine, m_route.targetRows, static_cast<ULONG>(m_targetRow));
         // A key or a likeness says nothing of the texts. Without a link a change by somebody over here is no
         // conflict, so it is not kept as the loser of one.
         if (!m_linked && !IsReturn() && HasOtherText(m_engine, m_source, m_target))

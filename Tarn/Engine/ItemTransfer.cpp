@@ -1,5 +1,6 @@
 #include <Tarn/Engine/ItemTransfer.h>
 #include <Tarn/Engine/MessageComparison.h>
+#include <Tarn/Engine/SameContents.h>
 #include <Tarn/Engine/StrippedCopy.h>
 
 #include <algorithm>
@@ -273,10 +274,24 @@ bool LosesLetters(const IMessagePtr& source, const IMessagePtr& target) {
 }
 }  // namespace
 
+CSeenTarget::CSeenTarget(const CSyncFolder& engine, const CMapiRowSet& rows, ULONG row)
+    : time(rows.Cell(row, COL_MODIFIED).Time()),
+      isUncarried(engine.IsUncarried(rows.Cell(row, COL_SYNC_ID).Str())) {}
+
+namespace {
+// A run that was interrupted has carried edits that no memory tells of.
+bool IsLoneEdit(CSyncFolder& engine, const CItemFacts& facts, const IMessagePtr& source, IMessagePtr& target,
+                const CSeenTarget& seen) {
+    return seen.isUncarried &&
+           !HaveSameContents(source, target, facts.markedPrivate != engine.IsMarkedPrivate(target));
+}
+}  // namespace
+
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                         IMessagePtr& target, bool withoutText, const FILETIME* seen) {
+                         IMessagePtr& target, bool withoutText, const CSeenTarget* seen) {
     if (engine.MemoriesDiffer() ||
-        (seen && (engine.MayHideAChange(*seen) || IsChangedSince(target, *seen))) ||
+        (seen && (engine.MayHideAChange(seen->time) || IsChangedSince(target, seen->time) ||
+                  IsLoneEdit(engine, facts, source, target, *seen))) ||
         LosesLetters(source, target) || WouldBeMissed(engine, facts, source, target, withoutText))
         KeepVersion(engine, target);
 }

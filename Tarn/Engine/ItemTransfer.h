@@ -73,15 +73,23 @@ CKeptVersion KeepVersion(CSyncFolder& engine, IMessagePtr& version);
 // store takes the time. Throws, with nothing changed.
 void RestoreVersion(CSyncFolder& engine, const IMAPIFolderPtr& folder, const CItemKeyView& item,
                     const CKeptVersion& kept);
+// A target as the run saw it when it looked at its folder.
+struct CSeenTarget {
+    CSeenTarget(const CSyncFolder& engine, const CMapiRowSet& rows, ULONG row);
+
+    FILETIME time;
+    bool isUncarried;
+};
 // To be called before `target` is emptied, keeps it where somebody may miss what it holds:
 //   - a part of its text that the new version has not, because the program took it out: now
 //     (`withoutText`), or earlier, from the copy that comes back
-//   - a version that somebody has made since the run looked at the folder and found the time `seen`
+//   - a version that somebody has made since the run looked at the folder and found it as `seen`
 //     (may be null), or may have made before without a new time
+//   - an edit that never was carried to the other side, and is not the same there
 //   - anything, in a run that cannot tell what was replaced already
 // Throws like KeepVersion and ReadItemText.
 void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessagePtr& source,
-                         IMessagePtr& target, bool withoutText, const FILETIME* seen);
+                         IMessagePtr& target, bool withoutText, const CSeenTarget* seen);
 // Whether `target` shows a text of its own that `source` does not.
 bool HasOtherText(CSyncFolder& engine, IMessagePtr& source, IMessagePtr& target);
 
@@ -126,8 +134,8 @@ public:
 
     // From now on contents that do not arrive are a failure like any other, and nothing is saved.
     void RequireContents() { m_requireContents = true; }
-    // The target's time when the run looked at it: a later version is kept before it is replaced.
-    void SetSeenTime(const FILETIME& time) { m_seen = time; }
+    // How the run saw the target: what was not to be seen then is kept before it is replaced.
+    void SetSeen(const CSeenTarget& seen) { m_seen = seen; }
     // Throws; Result says how far it got.
     void Run(IMessagePtr& source, std::string& status);
 
@@ -152,7 +160,7 @@ private:
     const IMAPIFolderPtr& m_targetFolder;
     const CItemKeyView m_targetItem;
     IMessagePtr m_target;
-    std::optional<FILETIME> m_seen;
+    std::optional<CSeenTarget> m_seen;
     bool m_isNew = false;
     bool m_requireContents = false;
     bool m_leftEmpty = false;

@@ -164,7 +164,7 @@ RowResult RewriteTarget(const CCopyRoute& route, ULONG targetRow, IMessagePtr& s
                         bool quiet, CEmptiedTarget& emptied) {
     const CItemKey item = KeyOfRow(route.targetRows, targetRow);
     CResync resync(route.engine, route.targetFolder, item);
-    resync.SetSeenTime(route.targetRows.Cell(targetRow, COL_MODIFIED).Time());
+    resync.SetSeen(CSeenTarget(route.engine, route.targetRows, targetRow));
     return ReportedResync(route.engine, resync, source, status, quiet, emptied);
 }
 

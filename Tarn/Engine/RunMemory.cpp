@@ -65,6 +65,7 @@ void CSyncFolder::NoteSaved(const IMessagePtr& message, const CItemKeyView& item
                               ? m_writtenRows.NoteSaved(message, item, m_copyToSource != inFrom)
                               : TimeOfSaved(message);
     m_ownWrites.NoteSaved(item, time, syncId);
+    if (!inFrom) ForgetUncarried(syncId);
 }
 
 bool CSyncFolder::WasWritten(const CItemKeyView& item) const {

@@ -10,8 +10,9 @@ namespace {
 constexpr char ConfigClass[] = "IPM.Vellum.IDs";
 constexpr char SettingsClass[] = "IPM.VellumSettings";
 constexpr char SyncFileName[] = "SYNCFILE";
-constexpr wchar_t MarkName[] = L"VellumMark";  // zero: the target's store bears none
-constexpr ULONG cbBehindStat = 4096;           // a stream that grows while it is read does so by little
+constexpr wchar_t UncarriedName[] = L"VellumUncarried";  // sync IDs, each with a zero byte behind it
+constexpr wchar_t MarkName[] = L"VellumMark";            // zero: the target's store bears none
+constexpr ULONG cbBehindStat = 4096;  // a stream that grows while it is read does so by little
 constexpr char Rule[] = "----------------------------------------------------------------";
 
 std::string SubjectOf(const char* name) {
@@ -173,6 +174,8 @@ void CSyncFolder::ReadSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIF
     m_sourceData.Clear();
     m_targetData.Clear();
     m_sourceRun = m_targetRun = m_rememberedMark = {};
+    m_sourceUncarried.clear();
+    m_targetUncarried.clear();
     m_foundMemory = false;
     const HRESULT ofSource = ReadSyncFile(sourceFolder, "SourceID", m_sourceData, &m_sourceSyncTime);
     const HRESULT ofTarget = ReadSyncFile(sourceFolder, "TargetID", m_targetData, &m_targetSyncTime);
@@ -198,6 +201,7 @@ void CSyncFolder::ReadSwappedSyncFiles(const IMAPIFolderPtr& sourceFolder,
             ReadSyncFile(targetFolder, "SourceID", m_targetData, &m_targetSyncTime);
             ReadSyncFile(targetFolder, "TargetID", m_sourceData, &m_sourceSyncTime);
             std::swap(m_sourceRun, m_targetRun);
+            std::swap(m_sourceUncarried, m_targetUncarried);
             m_rememberedMark = {};  // that of the other store
         }
     } catch (const CMAPIException& e) {
@@ -249,6 +253,22 @@ HRESULT ReadWholeStream(IStream* stream, std::string& bytes) {
     }
     bytes.resize(done);
     return hr < 0 ? hr : ReadToEnd(stream, bytes, cbBehindStat);
+}
+
+ULONG TagOfUncarried(const IMessagePtr& message) {
+    return NamedTag(message.RawProp(), UncarriedName, PT_BINARY, true);
+}
+
+void ReadUncarried(const IMessagePtr& message, CSyncFolder::CSyncIds& syncIds) {
+    syncIds.clear();
+    CComPtr<IStream> stream;
+    const HRESULT opened = message.OpenStream(TagOfUncarried(message), 0, 0, stream);
+    if (opened == MAPI_E_NOT_FOUND) return;
+    THROW_ON_FAILURE_FOR(opened, message.RawProp());
+    std::string bytes;
+    THROW_ON_FAILURE_FOR(ReadWholeStream(stream.Get(), bytes), message.RawProp());
+    for (size_t begin = 0, end; (end = bytes.find('\0', begin)) != std::string::npos; begin = end + 1)
+        syncIds.emplace(bytes, begin, end - begin);
 }
 }  // namespace
 
@@ -302,11 +322,16 @@ HRESULT CSyncFolder::ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* 
     if (&RunOf(name) == &m_targetRun)
         m_rememberedMark = ReadRunTime(message, NamedTag(message.RawProp(), MarkName, PT_SYSTIME, true));
     MARK_POSITION();
+    ReadUncarried(message, UncarriedOf(name));
     return ReadSyncAttachment(message, syncData);
 }
 
 FILETIME& CSyncFolder::RunOf(const char* name) {
     return std::string_view(name) == "SourceID" ? m_sourceRun : m_targetRun;
+}
+
+CSyncFolder::CSyncIds& CSyncFolder::UncarriedOf(const char* name) {
+    return std::string_view(name) == "SourceID" ? m_sourceUncarried : m_targetUncarried;
 }
 
 HRESULT CSyncFolder::ReadSyncAttachment(const IMessagePtr& message, CSyncFileMap& syncData) {
@@ -352,13 +377,16 @@ void StampWriteTime(const IMAPIFolderPtr& folder) {
     }
 }
 
-void WriteStream(const IAttachPtr& attachment, const std::string& bytes) {
-    CTagArray data({PR_ATTACH_DATA_BIN});
-    THROW_ON_FAILURE_FOR(attachment->DeleteProps(data.Get(), nullptr), attachment.Get());
+void DropProp(const CGenMapiPropPtr& object, ULONG tag) {
+    CTagArray data({tag});
+    THROW_ON_FAILURE_FOR(object.RawProp()->DeleteProps(data.Get(), nullptr), object.RawProp());
+}
+
+void WriteStream(const CGenMapiPropPtr& object, ULONG tag, const std::string& bytes) {
+    DropProp(object, tag);
     CComPtr<IStream> stream;
-    THROW_ON_FAILURE_FOR(attachment.OpenStream(PR_ATTACH_DATA_BIN, STGM_WRITE | STGM_CREATE,
-                                               MAPI_CREATE | MAPI_MODIFY, stream),
-                         attachment.Get());
+    THROW_ON_FAILURE_FOR(object.OpenStream(tag, STGM_WRITE | STGM_CREATE, MAPI_CREATE | MAPI_MODIFY, stream),
+                         object.RawProp());
     THROW_ON_FAILURE(WriteAll(stream.Get(), bytes.data(), static_cast<ULONG>(bytes.size()),
                               static_cast<ULONG>(bytes.size())));
     THROW_ON_FAILURE(stream->Commit(0));
@@ -375,6 +403,15 @@ std::string WithoutNames(const std::string& bytes) {
     for (const CSyncFileEntry* entry : all)
         writer.Add(entry->Identifier(), entry->time, entry->SyncId(), "");
     return writer.TakeBytes();
+}
+
+void WriteUncarried(const IMessagePtr& message, const CSyncFolder::CSyncIds& syncIds) {
+    const ULONG tag = TagOfUncarried(message);
+    if (syncIds.empty()) return DropProp(message, tag);
+    std::string bytes;
+    for (const std::string& syncId : syncIds)
+        bytes.append(syncId.c_str(), syncId.size() + 1);
+    WriteStream(message, tag, bytes);
 }
 }  // namespace
 
@@ -464,7 +501,9 @@ void CSyncFolder::WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFol
     message.SetProp(TagsOf(message.RawProp()).runTime, m_thisRun);
     if (&RunOf(name) == &m_targetRun)
         message.SetProp(NamedTag(message.RawProp(), MarkName, PT_SYSTIME, true), m_thisMark);
-    WriteStream(attachment, m_stripPrivate && !ofSource ? WithoutNames(image.bytes) : image.bytes);
+    if (side) WriteUncarried(message, UncarriedOf(name));
+    WriteStream(attachment, PR_ATTACH_DATA_BIN,
+                m_stripPrivate && !ofSource ? WithoutNames(image.bytes) : image.bytes);
     MARK_POSITION();
     attachment.SaveChanges(0);
     message.SaveChanges(FORCE_SAVE);

@@ -125,6 +125,7 @@ void CSyncRun::Phases() {
     if (!m_engine.HasFlag(SYNC_NEW_ONLY)) ForgetTables();
     if (!Analyze()) return;
     if (m_engine.HasFlag(SYNC_NEW_ONLY) && HasChanges()) ReloadAllRows();
+    NoteUncarried();
     CSyncOutcome& outcome = m_engine.m_outcome;
     Guarded(outcome, "Error finding conflicts", "Tarn", [&] {
         m_engine.FindConflicts(m_source.changes, m_target.changes, &m_source.folder, &m_target.folder);
@@ -431,6 +432,29 @@ void CSyncRun::ReloadAllRows() {
     if (!HasRows()) DropChanges();
     HideLaterChanges(m_source);
     HideLaterChanges(m_target);
+}
+
+namespace {
+// An item of which the memory does not tell may have been edited as well.
+void NoteEdits(const CMapiRowSet& rows, CSyncFileMap& memory, CSyncFolder::CSyncIds& edits) {
+    for (ULONG row = 0; row < rows.Count(); ++row) {
+        const CMapiPropValue syncId = rows.Cell(row, COL_SYNC_ID);
+        if (syncId.Type() != PT_STRING8) continue;
+        const CSyncFileEntry* entry = memory.FindByItem(KeyOfRow(rows, row));
+        if (!entry || CompareFileTimes(entry->time, rows.Cell(row, COL_MODIFIED).Time()) != 0)
+            edits.insert(syncId.Str());
+    }
+}
+}  // namespace
+
+// The memories that this run is about to write tell of every item as it stands, so the run after it could not
+// tell an edit that stays on its side from what was carried there, and would replace it as such.
+void CSyncRun::NoteUncarried() {
+    if (!HasRows() || !HasChanges()) return;
+    if (!m_engine.HasFlag(SYNC_TO_TARGET))
+        NoteEdits(m_source.rows, m_engine.m_sourceData, m_engine.m_sourceUncarried);
+    if (!m_engine.HasFlag(SYNC_FROM_TARGET))
+        NoteEdits(m_target.rows, m_engine.m_targetData, m_engine.m_targetUncarried);
 }
 
 void CSyncRun::TraceChanges() {

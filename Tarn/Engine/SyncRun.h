@@ -56,6 +56,7 @@ private:
     static void HideLaterChanges(Side& side);
     void CheckIdentity(Side& side, const char* failure);
     bool Analyze();
+    void NoteUncarried();
     void ReloadAllRows();
     void TraceChanges();
     bool Permitted();

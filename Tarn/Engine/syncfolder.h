@@ -84,6 +84,8 @@ std::string NamesakeText(const std::string& path);
 // pairs nothing carries over but the outcome, the missing folders and the protocol.
 class CSyncFolder {
 public:
+    using CSyncIds = std::set<std::string, std::less<>>;
+
     CSyncFolder();
     virtual ~CSyncFolder();
     CSyncFolder(const CSyncFolder&) = delete;
@@ -327,6 +329,17 @@ public:
     // bear the time that was remembered: its store's clock ticks in whole seconds, and the last run was
     // under way, or not even begun, in that second.
     bool MayHideAChange(const FILETIME& time) const;
+    // An edit that stands on one side alone, and of which no memory tells: a change in a direction that does
+    // not run, or the later version of a conflict. Asked of the side that the copy loop writes to.
+    bool IsUncarried(std::string_view syncId) const {
+        const CSyncIds& edits = m_copyToSource ? m_sourceUncarried : m_targetUncarried;
+        return edits.find(syncId) != edits.end();
+    }
+    // Both sides now hold the same of the item, or none of it.
+    void ForgetUncarried(const std::string& syncId) {
+        m_sourceUncarried.erase(syncId);
+        m_targetUncarried.erase(syncId);
+    }
     // See CSyncRun. False outside a run.
     bool HasLost() const;
     bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }
@@ -365,6 +378,8 @@ public:
     FILE* m_traceFile = nullptr;        // closed by the destructor
     CSyncFileMap m_sourceData;
     CSyncFileMap m_targetData;
+    CSyncIds m_sourceUncarried;  // see IsUncarried; kept beside the sync file of the side
+    CSyncIds m_targetUncarried;
     FILETIME m_lastSyncSource{};  // "VellumTimeSource", "VellumTimeTarget"; zero if absent
     FILETIME m_lastSyncTarget{};
     CSideMemory* m_sourceMemory = nullptr;  // while a run writes the sync files; not owned
@@ -389,6 +404,7 @@ private:
     HRESULT ReadSyncFileOnce(const IMAPIFolderPtr& folder, const char* name, CSyncFileMap& syncData,
                              FILETIME* syncTime);
     FILETIME& RunOf(const char* name);
+    CSyncIds& UncarriedOf(const char* name);
     void ReadSwappedSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIFolderPtr& targetFolder);
     void NamePairTarget(const IMAPIFolderPtr& targetFolder);
     void WriteSyncFileOnce(const IMAPIFolderPtr& folder, const IMAPIFolderPtr& configFolder,

@@ -18,7 +18,7 @@ bool IsListed(const CModelVersion& version, bool direction, bool deletions) {
 void CHistoryModel::Create(const std::string& name, bool inSource, const std::string& body, bool stamped) {
     CModelItem& item = items[name];
     CModelVersion& version = SideOf(item, inSource);
-    version = {true, body, Pending::New, false, ++m_writings, false};
+    version = {true, body, Pending::New, false};
     item.stamped = stamped;
     m_kept.insert(body);
 }
@@ -29,8 +29,6 @@ void CHistoryModel::Change(const std::string& name, bool inSource, const std::st
     m_kept.erase(version.body);
     m_kept.insert(body);
     version.body = body;
-    version.written = ++m_writings;
-    version.exposed = false;
     if (version.pending != Pending::New) version.pending = Pending::Changed;
 }
 
@@ -43,10 +41,8 @@ void CHistoryModel::Remove(const std::string& name, bool inSource) {
 }
 
 void CHistoryModel::Carry(const CModelVersion& from, CModelVersion& to) {
-    if (to.there && to.body != from.body && (to.exposed || IsWritten(to))) m_kept.erase(to.body);
     to.there = true;
     to.body = from.body;
-    to.exposed = false;
 }
 
 void CHistoryModel::RunItem(CModelItem& item, const CModelOptions& options) {
@@ -55,10 +51,7 @@ void CHistoryModel::RunItem(CModelItem& item, const CModelOptions& options) {
     const bool inSource = IsListed(source, options.toTarget, options.deletions);
     const bool inTarget = IsListed(target, options.toSource, options.deletions);
     // Both changed: each keeps its version. Changed in the source and gone from the target: the same.
-    if (inSource && inTarget && IsWritten(source)) {
-        if (IsWritten(target)) (source.written > target.written ? source : target).exposed = true;
-        return;
-    }
+    if (inSource && inTarget && IsWritten(source)) return;
     if (inSource && IsWritten(source)) {
         Carry(source, target);
         item.stamped = true;
@@ -75,9 +68,8 @@ void CHistoryModel::RunItem(CModelItem& item, const CModelOptions& options) {
 
 // An item without a link is new to every run until it is carried across. A change in a direction that does
 // not run is remembered as if it had been carried.
-void CHistoryModel::Remember(CModelItem& item, CModelVersion& version, bool direction) {
+void CHistoryModel::Remember(CModelItem& item, CModelVersion& version) {
     const bool staysNew = version.there && version.pending == Pending::New && !item.stamped;
-    if (!direction && IsWritten(version) && !staysNew) version.exposed = true;
     if (!staysNew) version.pending = Pending::None;
     version.remembered = version.there;
     if (!version.there) version.body.clear();
@@ -94,12 +86,12 @@ void CHistoryModel::Run(const CModelOptions& options) {
         if (!item.ignored) RunItem(item, options);
     for (auto& [name, item] : items) {
         if (item.ignored) continue;
-        Remember(item, item.source, options.toTarget);
-        Remember(item, item.target, options.toSource);
+        Remember(item, item.source);
+        Remember(item, item.target);
     }
 }
 
-void CHistoryModel::Adopt(const CModelOptions& options, const std::map<std::string, std::string>& source,
+void CHistoryModel::Adopt(const std::map<std::string, std::string>& source,
                           const std::map<std::string, std::string>& target) {
     for (auto& [name, item] : items) {
         for (const bool inSource : {true, false}) {
@@ -107,12 +99,8 @@ void CHistoryModel::Adopt(const CModelOptions& options, const std::map<std::stri
             const auto found = seen.find(name);
             CModelVersion& version = SideOf(item, inSource);
             const bool there = found != seen.end();
-            const bool direction = inSource ? options.toTarget : options.toSource;
-            if (!direction && IsWritten(version)) version.exposed = true;
-            if (version.exposed && (!there || found->second != version.body)) m_kept.erase(version.body);
-            version = {there, there ? found->second : "", Pending::None, there, 0, false};
+            version = {there, there ? found->second : "", Pending::None, there};
         }
-        item.source.exposed = item.target.exposed = item.source.body != item.target.body;
         item.stamped = item.branched = true;
     }
 }

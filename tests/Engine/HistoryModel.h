@@ -13,10 +13,6 @@ struct CModelVersion {
     std::string body;
     Pending pending = Pending::None;  // what happened since the side was last remembered
     bool remembered = false;          // the memory of the side names it
-    unsigned written = 0;             // when, by the count of the writings
-    // What the other side brings next replaces this text for good: the winner of a conflict, of which no
-    // copy is kept, and a change in a direction that did not run.
-    bool exposed = false;
 };
 
 struct CModelItem {
@@ -49,8 +45,8 @@ public:
     // --- what a run makes of it ------------------------------------------------------------------------
     void Run(const CModelOptions& options);
     // Takes over what two folders hold after runs of which one was disturbed, where the order of things is
-    // not known. What replaced a text that is not exposed must have kept it.
-    void Adopt(const CModelOptions& options, const std::map<std::string, std::string>& source,
+    // not known. Whatever was replaced must have been kept.
+    void Adopt(const std::map<std::string, std::string>& source,
                const std::map<std::string, std::string>& target);
 
     std::map<std::string, std::string> Contents(bool ofSource) const;
@@ -58,10 +54,9 @@ public:
     const std::set<std::string>& Kept() const { return m_kept; }
 
 private:
-    void RunItem(CModelItem& item, const CModelOptions& options);
-    void Carry(const CModelVersion& from, CModelVersion& to);
-    void Remember(CModelItem& item, CModelVersion& version, bool direction);
+    static void RunItem(CModelItem& item, const CModelOptions& options);
+    static void Carry(const CModelVersion& from, CModelVersion& to);
+    static void Remember(CModelItem& item, CModelVersion& version);
 
     std::set<std::string> m_kept;
-    unsigned m_writings = 0;
 };

@@ -236,7 +236,7 @@ void HistoryTest::RunAndCompare() {
     Run();
     ExpectMemoriesTellTheFolders();
     m_fromNotes += notReadAgain;
-    if (m_disturbed) return m_model.Adopt(m_options, Seen(true), Seen(false));
+    if (m_disturbed) return m_model.Adopt(Seen(true), Seen(false));
     m_model.Run(m_options);
     EXPECT_EQ(Seen(true), m_model.Contents(true)) << "in the source";
     EXPECT_EQ(Seen(false), m_model.Contents(false)) << "in the target";

@@ -60,6 +60,16 @@ STORY(ChangeAfterAConflictTravelsAsUsual) {
     Then(Both("A"), Left().Reads("A", "settled"), Left().Discards(""));
 }
 
+// Nobody else has seen the winner so far, also where other items were carried meanwhile.
+STORY(WinnerOfAConflictIsKeptWhenTheLoserReplacesIt) {
+    Given(Both("A B"), Synced());
+    When(Left().Changes("A", "earlier"), Right().Changes("A", "later"), Synced(), Left().Changes("B", "new"),
+         Synced(), Left().Changes("A", "settled"));
+    Then(Both("A B"), Right().Reads("A", "settled"), Right().Discards("A"));
+    When(Left().Changes("A", "and again"));
+    Then(Right().Reads("A", "and again"), Right().Discards("A"));
+}
+
 STORY(EqualTimesKeepTheSource) {
     if (Has(HABIT_MODIFIED_COMPUTED) || Has(HABIT_TIMES_COMPUTED)) return;
     const FILETIME sameTime = FileTimeOf(TicksOf(UtcNow()) + 10'000'000'000ull);
@@ -134,6 +144,18 @@ STORY(OneWayPairTakesNothingBack) {
     setting.m_flags &= ~static_cast<ULONG>(SYNC_FROM_TARGET);
     Given(Source().Creates("A"), Target().Creates("B"));
     Then(Source().Has("A"), Target().Has("A B"));
+}
+
+// The memory tells of the edit as seen as soon as anything is carried.
+STORY(OneWayPairKeepsTheEditThatItReplaces) {
+    setting.m_flags &= ~static_cast<ULONG>(GetParam() ? SYNC_TO_TARGET : SYNC_FROM_TARGET);
+    Given(Left().Creates("A B C"), Synced());
+    When(Right().Changes("A", "of the right"), Left().Changes("B", "new"), Synced());
+    Still(Right().Reads("A", "of the right"), Left().Reads("A", "text of A"), Right().Discards(""));
+    When(Left().Changes("A", "of the left"), Right().Changes("C", "same"), Left().Changes("C", "same"));
+    Then(Right().Reads("A", "of the left"), Right().Discards("A"));
+    When(Left().Changes("A", "and again"));
+    Then(Right().Reads("A", "and again"), Right().Discards("A"));
 }
 
 STORY(WhatIsToldOfAChangeAgainstADeletion) {
