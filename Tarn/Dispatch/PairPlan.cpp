@@ -3,8 +3,6 @@
 #include <Tarn/Dispatch/PermanentSynchronization.h>
 #include <Tarn/Dispatch/RunDispatch.h>
 
-#include <unordered_map>
-
 namespace {
 
 // As the run has it: a store that names a folder as its own child ends somewhere.
@@ -44,70 +42,50 @@ void CPairPlan::WalkFolders(const CPlannedPlace& source, const CPlannedPlace& ta
     if (!m_engine.m_outcome.cancelled) Look(source, target);
 }
 
-std::vector<CPairPlan::Child> CPairPlan::ChildrenOf(const IMAPIFolderPtr& folder) {
-    const CMapiRowSet rows = folder._rawHierrarchyTable().QueryRows({PR_DISPLAY_NAME_A, PR_ENTRYID});
-    std::vector<Child> children;
-    for (ULONG i = 0; i < rows.Count(); ++i) {
-        children.emplace_back();
-        children.back().name = rows.Cell(i, 0).Str();
-        children.back().entryId = rows.Cell(i, 1).Binary();
-    }
-    return children;
-}
-
-CPlannedPlace CPairPlan::Below(const CPlannedPlace& parent, const Child& child) {
+CPlannedPlace CPairPlan::Below(const CPlannedPlace& parent, const CFolderLevel& level, ULONG row) {
     CPlannedPlace side;
-    side.folder = parent.folder.OpenEntryv(child.entryId.Bin()).As<IMAPIFolderPtr>();
-    side.name = child.name;
-    side.path = parent.path + "\\" + child.name;
+    side.folder = parent.folder.OpenEntryv(level.ChildId(row)).As<IMAPIFolderPtr>();
+    side.name = level.ChildName(row);
+    side.path = parent.path + "\\" + side.name;
     return side;
 }
 
 // In the order of the run: what both have, what only the source has, what only the target has.
 void CPairPlan::WalkChildren(const CPlannedPlace& source, const CPlannedPlace& target, int depth) {
-    auto left = ChildrenOf(source.folder);
-    auto right = ChildrenOf(target.folder);
-    std::unordered_map<std::string, std::vector<Child*>> named;
-    for (Child& child : right)
-        named[child.name].push_back(&child);
-    for (Child& child : left) {
-        const auto equal = named.find(child.name);
-        if (equal == named.end()) continue;
-        for (Child* other : equal->second) {
-            if (child.isMatched || other->isMatched)
-                m_namesakes.insert((child.isMatched ? target : source).path + "\\" + child.name);
-            else
-                WalkFolders(Below(source, child), Below(target, *other), depth + 1);
-            child.isMatched = other->isMatched = true;
-        }
-    }
-    const auto missing = [&](const std::vector<Child>& children, const CPlannedPlace& place, bool inSource) {
-        for (const Child& child : children)
-            if (m_onMissing && !child.isMatched) NoteMissing(Below(place, child), inSource, depth);
-    };
-    missing(left, source, true);
-    missing(right, target, false);
+    CFolderLevel left, right;
+    left.ReadSource(source.folder);
+    right.ReadTarget(target.folder);
+    const CLevelMatch match(left, right);
+    for (const auto& [i, j] : match.pairs)
+        WalkFolders(Below(source, left, i), Below(target, right, j), depth + 1);
+    for (const CLevelMatch::CNamesake& namesake : match.namesakes)
+        m_namesakes.insert((namesake.inSource ? source : target).path + "\\" + namesake.name);
+    if (!m_onMissing) return;
+    for (const ULONG row : match.inSourceAlone)
+        NoteMissing(Below(source, left, row), true, depth);
+    for (const ULONG row : match.inTargetAlone)
+        NoteMissing(Below(target, right, row), false, depth);
 }
 
+// Where folders are made, one from which nothing travels has no need of another.
 void CPairPlan::NoteMissing(const CPlannedPlace& place, bool inSource, int depth) {
+    const bool creates = m_setting.Has(SYNC_CREATE_SUBFOLDERS);
+    if (creates && !m_setting.Has(inSource ? SYNC_TO_TARGET : SYNC_FROM_TARGET)) return;
     m_onMissing(place.path);
-    if (m_setting.Has(SYNC_CREATE_SUBFOLDERS)) LookAtNew(place, inSource, depth + 1);
+    if (creates) LookAtNew(place, inSource, depth + 1);
 }
 
-// A folder that the run would create on the other side: all that takes part in it would go there, since the
-// folder that is there is the source of the new pair, on whichever side it lies.
+// A folder that the run would create on the other side: all that takes part in it would go there.
 void CPairPlan::LookAtNew(const CPlannedPlace& place, bool inSource, int depth) {
     if (m_engine.PollCancelled()) return;
-    if (depth < kMaxDepth)
-        for (const Child& child : ChildrenOf(place.folder))
-            LookAtNew(Below(place, child), inSource, depth + 1);
+    if (depth < kMaxDepth) WalkNew(place, inSource, depth);
     CPlannedPlace created;
     created.name = place.name;
     CPlannedFolders folders{Side(inSource ? place : created), Side(inSource ? created : place)};
     Side& side = inSource ? folders.source : folders.target;
     m_engine.SettleQuery(side.folder, {});
     ReadRows(side, {});
-    for (ULONG row = 0; m_setting.Has(SYNC_TO_TARGET) && row < side.rows.Count(); ++row) {
+    for (ULONG row = 0; row < side.rows.Count(); ++row) {
         auto change = std::make_unique<CSyncMessage>();
         const CMapiPropValue subject = side.rows.Cell(row, COL_SUBJECT);
         change->m_name = (subject.IsError() ? side.rows.Cell(row, COL_DISPLAY_NAME) : subject).Str();
@@ -115,6 +93,17 @@ void CPairPlan::LookAtNew(const CPlannedPlace& place, bool inSource, int depth) 
         side.changes.Add(std::move(change));
     }
     m_onFolders(folders);
+}
+
+// Below a folder that is to be made there is nothing yet, so that everything is on one side alone.
+void CPairPlan::WalkNew(const CPlannedPlace& place, bool inSource, int depth) {
+    CFolderLevel level, none;
+    level.ReadSource(place.folder);
+    const CLevelMatch match(level, none);
+    for (const CLevelMatch::CNamesake& namesake : match.namesakes)
+        m_namesakes.insert(place.path + "\\" + namesake.name);
+    for (const ULONG row : match.inSourceAlone)
+        LookAtNew(Below(place, level, row), inSource, depth + 1);
 }
 
 void CPairPlan::ReadRows(Side& side, const FILETIME& time) {

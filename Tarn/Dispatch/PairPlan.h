@@ -1,6 +1,7 @@
 // What a run over a pair and its subfolders would do, from the same lists, with nothing written.
 #pragma once
 #include <MapiWrapper/MapiWrapper.h>
+#include <Tarn/Engine/FolderLevel.h>
 #include <Tarn/Engine/syncfolder.h>
 
 #include <functional>
@@ -32,8 +33,8 @@ public:
     CPairPlan(const CMapiSession& session, CTarnSetting& setting, CSyncProgress* progress);
     // Looks at the folders in the order in which a run takes them, children first: at those that both
     // sides have; `onMissing` (may be empty) hears the paths of the others. Where it is there and the pair
-    // creates folders, those are looked at as well, with an empty folder on the other side. Ends early when
-    // the person cancels. Throws CMAPIException.
+    // creates folders, it hears of those that a run would create for, and they are looked at as well, with an
+    // empty folder on the other side. Ends early when the person cancels. Throws CMAPIException.
     void Walk(const std::function<void(CPlannedFolders&)>& onFolders,
               const std::function<void(const std::string& path)>& onMissing);
     const CSyncOutcome& Outcome() const { return m_engine.m_outcome; }
@@ -42,19 +43,14 @@ public:
 
 private:
     using Side = CPlannedFolders::Side;
-    struct Child {
-        std::string name;
-        CMapiBinary entryId;
-        bool isMatched = false;
-    };
     void WalkFolders(const CPlannedPlace& source, const CPlannedPlace& target, int depth);
     void WalkChildren(const CPlannedPlace& source, const CPlannedPlace& target, int depth);
     void NoteMissing(const CPlannedPlace& place, bool inSource, int depth);
     void LookAtNew(const CPlannedPlace& place, bool inSource, int depth);
     void Look(const CPlannedPlace& sourcePlace, const CPlannedPlace& targetPlace);
     void ReadRows(Side& side, const FILETIME& time);
-    static std::vector<Child> ChildrenOf(const IMAPIFolderPtr& folder);
-    static CPlannedPlace Below(const CPlannedPlace& parent, const Child& child);
+    void WalkNew(const CPlannedPlace& place, bool inSource, int depth);
+    static CPlannedPlace Below(const CPlannedPlace& parent, const CFolderLevel& level, ULONG row);
 
     CSyncFolder m_engine;
     CTarnSetting& m_setting;

@@ -1,63 +1,21 @@
 // The entry of every run: which kind of pair it is, and the subfolders that both sides have by name.
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/FolderKey.h>
+#include <Tarn/Engine/FolderLevel.h>
 #include <Tarn/Engine/MessageCache.h>
 #include <Tarn/Engine/syncfolder.h>
-
-#include <unordered_map>
 
 namespace {
 // No folder tree of a person is this deep; a store that names a folder as its own child is.
 constexpr int MaxDepth = 500;
 
-enum ChildColumn : ULONG { CHILD_ENTRYID, CHILD_NAME, CHILD_CLASS };
-
-// One side of a level of the tree.
-struct Level {
-    CMapiBinary storeId;
-    IMsgStorePtr store;
-    IMAPIFolderPtr folder;
-    IMAPITablePtr children;
-    CMapiRowSet rows;
-};
-
-ULONG RowCount(const Level& level) {
-    return level.rows.IsValid() ? level.rows.Count() : 0;
-}
-
-// Null if the row has no entry ID.
-SBinary* ChildId(const Level& level, ULONG row) {
-    const CMapiPropValue id = level.rows.Cell(row, CHILD_ENTRYID);
-    return id.Type() == PT_BINARY ? &id.Get()->Value.bin : nullptr;
-}
-
-// Until the folder has its counterpart.
-bool HasId(const Level& level, ULONG row) {
-    const SBinary* id = ChildId(level, row);
-    return id && id->cb != 0;
-}
-
-std::string ChildKey(const Level& level, ULONG row) {
-    const SBinary* id = ChildId(level, row);
-    return CFolderKey::ToText(id ? *id : SBinary{}, level.storeId.Bin());
-}
-
-// The row of a name that differs by case alone, which is the same name to most stores; -1 for none or more.
-int RowWithoutCase(const Level& level, const std::string& name) {
-    SPropValue value{};
-    value.ulPropTag = PR_DISPLAY_NAME_A;
-    value.Value.lpszA = const_cast<char*>(name.c_str());
-    SRestriction equal{};
-    equal.rt = RES_CONTENT;
-    equal.res.resContent = {FL_FULLSTRING | FL_IGNORECASE, PR_DISPLAY_NAME_A, &value};
-    try {
-        level.children.Restrict(&equal, TBL_BATCH);
-        const CMapiRowSet found = level.children.QueryRows({PR_DISPLAY_NAME_A});
-        return found.Count() == 1 ? level.rows.FindRow(CHILD_NAME, found.Cell(0, 0).Str()) : -1;
-    } catch (const CMAPIException& e) {
-        NoteException(e, "CSyncFolder::SyncFolder");
-        return -1;
-    }
+// The folder of a level, as the entry opens it.
+IMAPIFolderPtr OpenParent(const CMapiSession& session, const CFolderKey& key) {
+    if (key.m_folder.IsEmpty() || key.m_store.IsEmpty())
+        throw CMAPIException(MAPI_E_INVALID_ENTRYID, "SyncSubFolder", nullptr);
+    const IMAPIFolderPtr folder = session.OpenStore(key.m_store).OpenEntry(key.m_folder).As<IMAPIFolderPtr>();
+    if (!folder) throw CMAPIException(MAPI_E_NOT_FOUND, "SyncSubFolder", nullptr);
+    return folder;
 }
 
 // An unreadable hierarchy gives no children, and the pair itself still runs.
@@ -69,23 +27,6 @@ void Enclosed(CSyncFolder& engine, Body body) {
         ++engine.m_outcome.phasesFailed;
         NoteException(e, "CSyncFolder::SyncFolder");
     }
-}
-
-void OpenLevel(const CMapiSession& session, const CFolderKey& key, Level& level) {
-    level.storeId = key.m_store;
-    if (key.m_folder.IsEmpty() || key.m_store.IsEmpty())
-        throw CMAPIException(MAPI_E_INVALID_ENTRYID, "SyncSubFolder", nullptr);
-    level.store = session.OpenStore(key.m_store);
-    level.folder = level.store.OpenEntry(key.m_folder).As<IMAPIFolderPtr>();
-    if (!level.folder) throw CMAPIException(MAPI_E_NOT_FOUND, "SyncSubFolder", nullptr);
-    level.children = level.folder._rawHierrarchyTable();
-}
-
-void SortByName(const Level& level) {
-    SSortOrderSet order{};
-    order.cSorts = 1;
-    order.aSort[0] = {PR_DISPLAY_NAME_A, TABLE_SORT_DESCEND};
-    THROW_ON_FAILURE_FOR(level.children->SortTable(&order, TBL_BATCH), level.children.Get());
 }
 }  // namespace
 
@@ -152,66 +93,35 @@ void CSyncFolder::SyncChildren(const std::string& sourceText, const std::string&
 
 void CSyncFolder::SyncLevel(const std::string& sourceText, const std::string& targetText,
                             const CDirections& directions) {
-    Level source, target;
+    CFolderKey sourceKey, targetKey;
+    CFolderLevel source, target;
     Enclosed(*this, [&] {
-        OpenLevel(m_session, CFolderKey::FromText(sourceText), source);
-        source.rows = source.children.QueryRows({PR_ENTRYID, PR_DISPLAY_NAME_A, PR_CONTAINER_CLASS_A});
+        sourceKey = CFolderKey::FromText(sourceText);
+        source.ReadSource(OpenParent(m_session, sourceKey));
     });
     Enclosed(*this, [&] {
-        OpenLevel(m_session, CFolderKey::FromText(targetText), target);
-        SortByName(target);
-        target.rows = target.children.QueryRows({PR_ENTRYID, PR_DISPLAY_NAME_A});
+        targetKey = CFolderKey::FromText(targetText);
+        target.ReadTarget(OpenParent(m_session, targetKey));
     });
     // Children that could not be listed are not children that are missing.
     if (!source.rows.IsValid() || !target.rows.IsValid()) return;
 
-    // By name, so that a thousand folders on each side do not cost a million comparisons.
-    std::unordered_map<std::string, std::vector<ULONG>> named;
-    for (ULONG j = 0; j < RowCount(target); ++j)
-        named[target.rows.Cell(j, CHILD_NAME).Str()].push_back(j);
-    const auto synchronise = [&](ULONG i, ULONG j) {
-        TraceText(m_traceFile, "Folder equal, synchronizing sub folders\n");
-        SyncSubFolder(ChildKey(source, i), ChildKey(target, j), directions.toTarget, directions.toSource,
-                      directions.findDeletions, true, directions.createFolders);
-        if (SBinary* id = ChildId(source, i)) id->cb = 0;
-        if (SBinary* id = ChildId(target, j)) id->cb = 0;
-    };
-    for (ULONG i = 0; i < RowCount(source); ++i) {
-        const auto equal = named.find(source.rows.Cell(i, CHILD_NAME).Str());
-        if (equal == named.end()) continue;
-        for (const ULONG j : equal->second) {
-            if (EndsWalk()) return;
-            const bool first = HasId(source, i) && HasId(target, j);
-            if (first) {
-                synchronise(i, j);
-            } else {
-                const Level& twice = HasId(source, i) ? source : target;
-                NoteNamesake(twice.folder, equal->first);
-            }
-            if (SBinary* id = ChildId(source, i)) id->cb = 0;
-            if (SBinary* id = ChildId(target, j)) id->cb = 0;
-        }
-    }
-
-    for (ULONG i = 0; i < RowCount(source); ++i) {
-        if (!HasId(source, i)) continue;
-        const int j = RowWithoutCase(target, source.rows.Cell(i, CHILD_NAME).Str());
-        if (j < 0 || !HasId(target, static_cast<ULONG>(j))) continue;
+    const CLevelMatch match(source, target);
+    for (const auto& [i, j] : match.pairs) {
         if (EndsWalk()) return;
-        synchronise(i, static_cast<ULONG>(j));
+        TraceText(m_traceFile, "Folder equal, synchronizing sub folders\n");
+        SyncSubFolder(CFolderKey::ToText(source.ChildId(i), sourceKey.m_store.Bin()),
+                      CFolderKey::ToText(target.ChildId(j), targetKey.m_store.Bin()), directions.toTarget,
+                      directions.toSource, directions.findDeletions, true, directions.createFolders);
     }
-
-    const auto missing = [&](const Level& level, const Level& other) {
-        for (ULONG row = 0; row < RowCount(level); ++row) {
-            const SBinary* id = ChildId(level, row);
-            if (id && id->cb != 0)
-                CreateOrNote(level.folder, other.folder, *id, level.rows.Cell(row, CHILD_NAME).Str(),
-                             level.rows, directions);
-        }
-    };
-    missing(source, target);
+    if (EndsWalk()) return;
+    for (const CLevelMatch::CNamesake& namesake : match.namesakes)
+        NoteNamesake((namesake.inSource ? source : target).folder, namesake.name);
+    for (const ULONG row : match.inSourceAlone)
+        CreateOrNote(source, row, target.folder, directions);
     m_sidesSwapped = !m_sidesSwapped;
-    missing(target, source);
+    for (const ULONG row : match.inTargetAlone)
+        CreateOrNote(target, row, source.folder, directions.Exchanged());
     m_sidesSwapped = !m_sidesSwapped;
 }
 
@@ -236,17 +146,20 @@ bool CSyncFolder::EndsWalk() {
     return m_stoppedByGuard || m_walkCancelled || PollCancelled();
 }
 
-// A folder without counterpart: made on the other side, or told to the person.
-void CSyncFolder::CreateOrNote(const IMAPIFolderPtr& parent, const IMAPIFolderPtr& otherParent,
-                               const SBinary& entryId, const std::string& name, const CMapiRowSet& rows,
+// A folder without counterpart: made on the other side, or told to the person. From the folder that is there
+// to the one that is not is the direction to the target.
+void CSyncFolder::CreateOrNote(const CFolderLevel& level, ULONG row, const IMAPIFolderPtr& otherParent,
                                const CDirections& directions) {
     if (EndsWalk()) return;
-    const std::string path = ChildPath(parent, entryId, name);
+    // Nothing would ever come into the other one.
+    if (directions.createFolders && !directions.toTarget) return;
+    const std::string name = level.ChildName(row);
+    const std::string path = ChildPath(level.folder, level.ChildId(row), name);
     TraceFormat(m_traceFile, "Source to Target: %s does not have a counterpart, creating folder\n",
                 path.c_str());
     if (directions.createFolders)
-        SyncAndCreateFolder(parent, otherParent, name, rows, directions.toTarget, directions.toSource,
-                            directions.findDeletions, true, true);
+        SyncAndCreateFolder(level.folder, otherParent, name, level.rows, directions.toTarget,
+                            directions.toSource, directions.findDeletions, true, true);
     else
         m_missingFolders.push_back(path);
     TraceFormat(m_traceFile, "%s\n", path.c_str());

@@ -398,7 +398,7 @@ bool CSyncRun::Analyze() {
     if (!HasRows()) return true;
     CSyncOutcome& outcome = m_engine.m_outcome;
     Status("Analyzing source");
-    if (m_engine.HasFlag(SYNC_TO_TARGET)) {
+    if (m_engine.CarriesToTarget()) {
         ServerTraceWrite(m_engine.m_traceFile, "Analyzing source to target\n");
         Guarded(outcome, "Error creating modify list source", "Tarn", [&] {
             m_engine.CreateModifyList("Source", m_source.changes, m_engine.m_sourceData,
@@ -408,7 +408,7 @@ bool CSyncRun::Analyze() {
         if (m_engine.PollCancelled()) return false;
     }
     Status("Analyzing Target");
-    if (m_engine.HasFlag(SYNC_FROM_TARGET)) {
+    if (m_engine.CarriesToSource()) {
         ServerTraceWrite(m_engine.m_traceFile, "Analyzing target to source\n");
         Guarded(outcome, "Error creating target modify list", "Tarn", [&] {
             m_engine.CreateModifyList("Target", m_target.changes, m_engine.m_targetData,
@@ -451,9 +451,9 @@ void NoteEdits(const CMapiRowSet& rows, CSyncFileMap& memory, CSyncFolder::CSync
 // tell an edit that stays on its side from what was carried there, and would replace it as such.
 void CSyncRun::NoteUncarried() {
     if (!HasRows() || !HasChanges()) return;
-    if (!m_engine.HasFlag(SYNC_TO_TARGET))
+    if (!m_engine.CarriesToTarget())
         NoteEdits(m_source.rows, m_engine.m_sourceData, m_engine.m_sourceUncarried);
-    if (!m_engine.HasFlag(SYNC_FROM_TARGET))
+    if (!m_engine.CarriesToSource())
         NoteEdits(m_target.rows, m_engine.m_targetData, m_engine.m_targetUncarried);
 }
 

@@ -24,6 +24,7 @@
 #include <unordered_set>
 #include <vector>
 
+struct CFolderLevel;
 class CMessageCache;
 class CStoreBatch;
 class CSyncRun;
@@ -340,6 +341,9 @@ public:
         m_sourceUncarried.erase(syncId);
         m_targetUncarried.erase(syncId);
     }
+    // The directions of the folders under way, which may be those of the pair the other way round.
+    bool CarriesToTarget() const { return HasFlag(m_sidesSwapped ? SYNC_FROM_TARGET : SYNC_TO_TARGET); }
+    bool CarriesToSource() const { return HasFlag(m_sidesSwapped ? SYNC_TO_TARGET : SYNC_FROM_TARGET); }
     // See CSyncRun. False outside a run.
     bool HasLost() const;
     bool HasFlag(ULONG flag) const { return m_setting != nullptr && m_setting->Has(flag); }
@@ -416,6 +420,8 @@ private:
         bool toSource;
         bool findDeletions;
         bool createFolders;
+
+        CDirections Exchanged() const { return {toSource, toTarget, findDeletions, createFolders}; }
     };
     int RefuseTransport();
     bool EndsWalk();
@@ -424,8 +430,8 @@ private:
                       const CDirections& directions);
     void SyncLevel(const std::string& sourceText, const std::string& targetText,
                    const CDirections& directions);
-    void CreateOrNote(const IMAPIFolderPtr& parent, const IMAPIFolderPtr& otherParent, const SBinary& entryId,
-                      const std::string& name, const CMapiRowSet& rows, const CDirections& directions);
+    void CreateOrNote(const CFolderLevel& level, ULONG row, const IMAPIFolderPtr& otherParent,
+                      const CDirections& directions);
     void TellOneFolderForTwo(const std::string& name);
     std::string ChildPath(const IMAPIFolderPtr& parent, const SBinary& entryId, const std::string& name);
     void FindDuplicates();

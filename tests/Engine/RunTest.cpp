@@ -243,6 +243,25 @@ TEST_P(RunTest, FolderMadeFromTheTargetKeepsItsMemory) {
     ExpectNothingMoves();
 }
 
+// Nothing ever comes into a folder that is made in a direction that does not run.
+TEST_P(RunTest, PairOfOneDirectionMakesTheFoldersThatItFills) {
+    setting.m_flags |= SYNC_SUBFOLDERS | SYNC_CREATE_SUBFOLDERS;
+    setting.m_flags &= ~static_cast<ULONG>(GetParam() ? SYNC_TO_TARGET : SYNC_FROM_TARGET);
+    StorySide& from = Left();
+    StorySide& to = Right();
+    SavedMessage(MakeFolder(Child(from, "Sub").Get(), "Deep").Get(), "inner", "text");
+    SavedMessage(Child(to, "Other").Get(), "not travelling", "text");
+    SavedMessage(Child(from, "Met").Get(), "carried", "text");
+    SavedMessage(Child(to, "MET").Get(), "not carried", "text");
+    Run();
+    EXPECT_EQ(outcome.sourceChanged + outcome.targetChanged, 2u);
+    EXPECT_EQ(HierarchyOf(from.Folder(), {PR_DISPLAY_NAME_A}).Count(), 2u);
+    EXPECT_EQ(HierarchyOf(to.Folder(), {PR_DISPLAY_NAME_A}).Count(), 3u);
+    EXPECT_EQ(SubjectsIn(MakeFolder(Child(to, "Sub").Get(), "Deep").Get()), "inner");
+    EXPECT_EQ(SubjectsIn(Child(from, "Met").Get()), "carried");
+    ExpectNothingMoves();
+}
+
 TEST_P(RunTest, PairsByMailAndDirectoryAreRefused) {
     setting.m_flags |= SYNC_BY_DIRECTORY;
     Given(Left().Creates("A"));
