@@ -7,6 +7,7 @@ void FaultsTrial::SetUp() {
     UseMemoryDisk();
     TwoFolders::SetUp();
     expectMessages = true;  // a run that meets trouble tells of it
+    foretells = false;      // nobody plans for that
 }
 
 void FaultsTrial::LeaveStores() {

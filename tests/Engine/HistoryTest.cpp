@@ -233,6 +233,7 @@ void HistoryTest::RunAndCompare() {
     Tell(std::string("run") + (m_options.toTarget ? " to target" : "") +
          (m_options.toSource ? " to source" : "") + (m_options.deletions ? " with deletions" : ""));
     TakeOptions();
+    foretells = !m_disturbed;
     Run();
     ExpectMemoriesTellTheFolders();
     m_fromNotes += notReadAgain;

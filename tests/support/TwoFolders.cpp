@@ -1,5 +1,6 @@
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
+#include <Tarn/Dispatch/PairPlan.h>
 #include <Tarn/Engine/FolderKey.h>
 #include <support/Letters.h>
 #include <support/TroubledRuns.h>
@@ -385,6 +386,70 @@ void TwoFolders::ExpectTheTruthWasTold() {
         << "entries of the protocol that tell of a failure";
 }
 
+namespace {
+std::string RowText(int state, const std::string& name, bool toSource) {
+    return std::to_string(state) + (toSource ? " <- " : " -> ") + name;
+}
+
+// An item that leaves its folder and comes back between two runs is both deleted and new.
+bool WouldCarry(const CSyncMessage& change, const CMapiRowSet& otherRows) {
+    if (change.m_settled != 0) return false;
+    if (change.m_state != STATE_DELETED) return true;
+    return !change.m_syncId.empty() && otherRows.FindRow(COL_SYNC_ID, change.m_syncId) >= 0;
+}
+}  // namespace
+
+TwoFolders::CForetold TwoFolders::Foretell() {
+    CForetold foretold;
+    CRecordingUserInterface person;
+    CTarnSetting pair = setting;
+    pair.m_sourceKey = Source().Key();
+    pair.m_targetKey = Target().Key();
+    CPairPlan plan(CMapiSession(session.Get()), pair, nullptr);
+    const auto take = [&](CPlannedFolders::Side& from, const CPlannedFolders::Side& to, bool toSource) {
+        for (size_t i = 0; i < from.changes.Count(); ++i) {
+            const CSyncMessage& change = from.changes.At(i);
+            foretold.rows.insert(RowText(static_cast<int>(change.m_state), change.m_name, toSource));
+            foretold.conflicts += change.m_state == STATE_CONFLICT;
+            (toSource ? foretold.toSource : foretold.toTarget) += WouldCarry(change, to.rows);
+        }
+    };
+    plan.Walk(
+        [&](CPlannedFolders& folders) {
+            take(folders.source, folders.target, false);
+            take(folders.target, folders.source, true);
+            ++foretold.pairs;
+        },
+        [&](const std::string&) { ++foretold.missing; });
+    foretold.namesakes = static_cast<unsigned>(plan.Namesakes().size());
+    return foretold;
+}
+
+void TwoFolders::ExpectForetold(const CForetold& foretold) {
+    if (outcome.cancelled || outcome.rowsFailed + outcome.phasesFailed > 0) return;
+    std::multiset<std::string> rows;
+    for (const CSyncProtocolEntry& entry : protocol)
+        rows.insert(RowText(entry.m_state, entry.m_subject, entry.m_toSource));
+    EXPECT_EQ(foretold.rows, rows);
+    EXPECT_EQ(foretold.pairs, outcome.pairsRun);
+    EXPECT_EQ(foretold.namesakes, outcome.pairsNotOpened);
+    EXPECT_EQ(foretold.conflicts, outcome.conflicts);
+    if (!setting.Has(SYNC_CREATE_SUBFOLDERS)) {
+        EXPECT_EQ(foretold.missing, missingFolders.size());
+    }
+    // What is older than an incremental look counts as deleted, and its other side was not looked at yet.
+    if (setting.Has(SYNC_NEW_ONLY)) return;
+    // Two of one time are linked without a copy, and what has just been written is not deleted.
+    EXPECT_GE(foretold.toSource, outcome.sourceChanged);
+    EXPECT_GE(foretold.toTarget, outcome.targetChanged);
+    unsigned nothingDone = 0;
+    for (const CSyncProtocolEntry& entry : protocol)
+        nothingDone += entry.m_done.empty() || IsOneOf(entry.m_done, {TEXT_TIMES_IDENTICAL, TEXT_SOURCE_GONE,
+                                                                      TEXT_DELETION_OUTDATED});
+    EXPECT_LE(foretold.toSource + foretold.toTarget,
+              outcome.sourceChanged + outcome.targetChanged + nothingDone);
+}
+
 void TwoFolders::Run() {
     if (TroubleOfRuns() != RunTrouble::None && !m_inTrouble && !progress && !othersWrite) MeetEachTrouble();
     RunAlone();
@@ -393,6 +458,8 @@ void TwoFolders::Run() {
 void TwoFolders::RunAlone() {
     NextMoment();
     const bool looks = !m_sourceBefore && !othersWrite;
+    std::optional<CForetold> foretold;
+    if (looks && foretells && !m_inTrouble && !progress) foretold = Foretell();
     if (looks) Look();
     CRecordingUserInterface person;
     CSyncFolder engine;
@@ -412,6 +479,7 @@ void TwoFolders::RunAlone() {
     missingFolders = engine.m_missingFolders;
     messages = person.messages;
     if (looks) ExpectTheTruthWasTold();
+    if (foretold) ExpectForetold(*foretold);
     if (expectMessages) return;
     for (const auto& message : messages)
         ADD_FAILURE() << "message box \"" << message.caption << "\": " << message.text;

@@ -18,6 +18,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -165,6 +166,7 @@ protected:
     CSyncProgress* progress = nullptr;
     std::vector<std::string> missingFolders;
     bool expectMessages = false;
+    bool foretells = true;     // each run is demanded to do what a plan says of it beforehand
     bool othersWrite = false;  // during runs: what comes of a run cannot be told from what they do
     std::vector<CRecordingUserInterface::Message> messages;  // of the last run
 
@@ -180,6 +182,13 @@ private:
     void MeetEachTrouble();
     bool RunInTrouble(const struct CRunTrouble& trouble);
     bool RunAndDie(const CRunTrouble& trouble);
+    // What a run does with which item, and what it tells of folders.
+    struct CForetold {
+        std::multiset<std::string> rows;
+        unsigned pairs = 0, namesakes = 0, conflicts = 0, missing = 0, toSource = 0, toTarget = 0;
+    };
+    CForetold Foretell();
+    void ExpectForetold(const CForetold& foretold);
 
     std::unique_ptr<CMemoryDisk> m_disk;
     bool m_inTrouble = false;
