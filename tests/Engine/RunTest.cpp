@@ -1,4 +1,6 @@
 // A run as a whole: what it leaves behind in the folders, what ends it, and what it tells a person.
+#include "FaultsTrial.h"
+
 #include <Platform/Clock.h>
 #include <Platform/Machine.h>
 #include <Platform/Registry.h>
@@ -427,6 +429,36 @@ TEST_P(RunTest, HardDeleteHoldsNothing) {
     Given(Both("A B"), Synced());
     When(Left().Deletes("B"));
     Then(Both("A"), Right().Discards(""));
+}
+
+// Two moves, a look where it is and a deletion: where all of them fail, the person is to see it.
+TEST_P(RunTest, ItemThatNothingRemovesIsMarked) {
+    const auto faults = FaultsOf(Left().Store());
+    const IMsgStorePtr store(Left().Store());
+    const IMAPIFolderPtr folder(Left().Folder());
+    constexpr ULONG kFailing = 4, kMostCalls = 60;
+    for (ULONG call = 1; call < kMostCalls && !Left().Holds("Deleted"); ++call) {
+        Left().Creates("A")();
+        CSyncFolder engine;
+        engine.m_session = CMapiSession(session.Get());
+        engine.InitDelArrays(store, folder, DeletionBatchCapacity);
+        CEntryIdBatch batch;
+        batch.Add(CItemKeyView::OfKept(ContentsOf(folder.Get(), {PR_ENTRYID}).Bytes(0, 0)));
+        faults->SetFault(call, MAPI_E_NETWORK_ERROR, TRUE);
+        faults->SetInterruption(
+            call + kFailing, [](void* which) { static_cast<IStoreFaults*>(which)->SetFault(0, S_OK, FALSE); },
+            faults.Get());
+        engine.MoveToDeletedFolder(batch, "Deleted", store, folder);
+        faults->SetFault(0, S_OK, FALSE);
+        faults->SetInterruption(0, nullptr, nullptr);
+        EXPECT_EQ(engine.NotRemoved().size(), engine.m_outcome.rowsFailed);
+        if (Left().Holds("Deleted")) {
+            EXPECT_EQ(engine.m_outcome.rowsFailed, 1u);
+        } else if (Left().Holds("A")) {
+            Left().Deletes("A")();
+        }
+    }
+    EXPECT_EQ(Left().Items(), "Deleted");
 }
 
 TEST_P(RunTest, BatchThatRunsFullLosesNoEntry) {

@@ -189,6 +189,7 @@ public:
     HRESULT setResult = S_OK;
     HRESULT saveResult = S_OK;
     bool namesEmpty = false;
+    bool namesFull = false;  // no name is made any more
     bool createsStreams = true;
     std::vector<ULONG> saves;
     int getCalls = 0;
@@ -255,7 +256,7 @@ public:
         (*out)->cValues = count;
         for (ULONG i = 0; i < count; ++i)
             (*out)->aulPropTag[i] = TagOf(*in[i], flags);
-        return S_OK;
+        return namesFull ? MAPI_W_ERRORS_RETURNED : S_OK;
     }
 
 private:
@@ -264,7 +265,7 @@ private:
         for (size_t i = 0; i < names.size(); ++i) {
             if (names[i] == name.Kind.lpwstrName) return PROP_TAG(PT_UNSPECIFIED, 0x8001 + i);
         }
-        if ((flags & MAPI_CREATE) == 0) return PROP_TAG(PT_ERROR, 0);
+        if ((flags & MAPI_CREATE) == 0 || namesFull) return PROP_TAG(PT_ERROR, 0);
         names.push_back(name.Kind.lpwstrName);
         return PROP_TAG(PT_UNSPECIFIED, 0x8000 + names.size());
     }

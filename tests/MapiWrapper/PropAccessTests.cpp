@@ -194,6 +194,13 @@ TEST_F(PropAccess, SeveralNamesAreOneCall) {
     EXPECT_EQ(tags.Tag(eid), 0x80020102u);
     EXPECT_EQ(PROP_TYPE(tags.Tag(number)), static_cast<ULONG>(PT_BOOLEAN));
     EXPECT_EQ(tags.Tag(99), 0u);
+
+    // A store that has no room for another name says so by the tag alone. What it knows is found still.
+    m_object->namesFull = true;
+    tags.Resolve(m_prop);
+    EXPECT_EQ(tags.Tag(eid), 0x80020102u);
+    tags.Add(L"VellumRun", PT_SYSTIME);
+    EXPECT_THROW(tags.Resolve(m_prop), CMAPIException);
 }
 
 }  // namespace
