@@ -1,7 +1,6 @@
 // Items changed on both sides: the later change stays, a copy of the other is kept.
 #include <Platform/UserInterface.h>
 #include <Tarn/Engine/ItemTransfer.h>
-#include <Tarn/Engine/SameContents.h>
 #include <Tarn/Engine/StrippedCopy.h>
 #include <Tarn/Engine/syncfolder.h>
 
@@ -59,9 +58,7 @@ bool HoldTheSame(CSyncFolder& engine, const CSyncMessage& ours, const IMAPIFolde
     try {
         IMessagePtr a = OpenMessage(sourceFolder, ours.m_item);
         IMessagePtr b = OpenMessage(targetFolder, theirs.m_item);
-        const bool isCopy = engine.IsMarkedPrivate(a);
-        if (isCopy == engine.IsMarkedPrivate(b)) return HaveSameContents(a, b);
-        return isCopy ? IsStrippedCopyOf(engine, a, b) : IsStrippedCopyOf(engine, b, a);
+        return SayTheSame(engine, a, b);
     } catch (const CMAPIException&) {
         return false;
     }
@@ -82,7 +79,8 @@ bool SettleDeletion(CSyncMessage& ours, CSyncMessage& theirs) {
         return true;
     }
     if (theirs.m_state != STATE_DELETED) return false;
-    ours.m_state = theirs.m_state = STATE_NONE;
+    ours.m_state = STATE_NONE;
+    theirs.m_state = STATE_CONFLICT;
     ours.m_settled = TEXT_CHANGE_STAYS;
     theirs.m_settled = TEXT_DELETION_LOST;
     return true;
@@ -127,7 +125,7 @@ namespace {
 template <class Do>
 void ForEachLoser(CSyncMessages& list, Do act) {
     for (size_t i = 0; i < list.Count(); ++i)
-        if (list.At(i).m_state == STATE_CONFLICT) act(list.At(i));
+        if (list.At(i).IsLostVersion()) act(list.At(i));
 }
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include <Tarn/Engine/ItemTransfer.h>
 #include <Tarn/Engine/MessageComparison.h>
-#include <Tarn/Engine/SameContents.h>
 #include <Tarn/Engine/StrippedCopy.h>
 
 #include <algorithm>
@@ -280,10 +279,8 @@ CSeenTarget::CSeenTarget(const CSyncFolder& engine, const CMapiRowSet& rows, ULO
 
 namespace {
 // A run that was interrupted has carried edits that no memory tells of.
-bool IsLoneEdit(CSyncFolder& engine, const CItemFacts& facts, const IMessagePtr& source, IMessagePtr& target,
-                const CSeenTarget& seen) {
-    return seen.isUncarried &&
-           !HaveSameContents(source, target, facts.markedPrivate != engine.IsMarkedPrivate(target));
+bool IsLoneEdit(CSyncFolder& engine, IMessagePtr& source, IMessagePtr& target, const CSeenTarget& seen) {
+    return seen.isUncarried && !SayTheSame(engine, source, target);
 }
 }  // namespace
 
@@ -291,7 +288,7 @@ void KeepWhatMayBeMissed(CSyncFolder& engine, const CItemFacts& facts, IMessageP
                          IMessagePtr& target, bool withoutText, const CSeenTarget* seen) {
     if (engine.MemoriesDiffer() ||
         (seen && (engine.MayHideAChange(seen->time) || IsChangedSince(target, seen->time) ||
-                  IsLoneEdit(engine, facts, source, target, *seen))) ||
+                  IsLoneEdit(engine, source, target, *seen))) ||
         LosesLetters(source, target) || WouldBeMissed(engine, facts, source, target, withoutText))
         KeepVersion(engine, target);
 }

@@ -293,3 +293,9 @@ bool IsStrippedCopyOf(CSyncFolder& engine, IMessagePtr& copy, IMessagePtr& origi
     return HaveSameValues(copy, ofCopy, original, ofOriginal) &&
            bare.value_or("") == ReadBytes(copy, theirs.Recurrence()) && ShowsLabelAlone(engine, copy);
 }
+
+bool SayTheSame(CSyncFolder& engine, IMessagePtr& a, IMessagePtr& b) {
+    const bool isCopy = engine.IsMarkedPrivate(a);
+    if (isCopy == engine.IsMarkedPrivate(b)) return HaveSameContents(a, b);
+    return isCopy ? IsStrippedCopyOf(engine, a, b) : IsStrippedCopyOf(engine, b, a);
+}

@@ -18,3 +18,5 @@ void ReturnToOriginal(CSyncFolder& engine, IMessagePtr& copy, IMessagePtr& origi
 bool ShowsLabelAlone(CSyncFolder& engine, IMessagePtr& copy);
 // Whether a stripped copy is what the program would make of `original` now. Throws.
 bool IsStrippedCopyOf(CSyncFolder& engine, IMessagePtr& copy, IMessagePtr& original);
+// Whether the two say the same, also where one of them is a stripped copy of the other. Throws.
+bool SayTheSame(CSyncFolder& engine, IMessagePtr& a, IMessagePtr& b);

@@ -34,8 +34,11 @@ struct CSyncMessage {
     FILETIME m_created{};
     LONG m_origin = 0;  // which rule made the record, a diagnostic
     LONG m_state = STATE_NONE;
-    unsigned m_settled =
-        0;  // a TextId: what becomes of it because the other side has changed as well; 0: nothing
+    // A TextId: what becomes of it because the other side has changed as well; 0: nothing.
+    unsigned m_settled = 0;
+
+    // A deletion that lost against a change has the same state, and nothing that could be kept.
+    bool IsLostVersion() const { return m_state == STATE_CONFLICT && !m_item.IsEmpty(); }
 };
 
 // Owns its messages. A later message with the same sync ID takes the place of the former in the map

@@ -208,7 +208,7 @@ INSTANTIATE_TEST_SUITE_P(Rules, Conflicts,
                                            ConflictCase{2, 2, 4, 5, 5, 0},  // later target stays
                                            ConflictCase{2, 2, 5, 5, 0, 5},  // equal times keep the source
                                            ConflictCase{1, 1, 4, 5, 5, 0},  // two new items with one ID
-                                           ConflictCase{2, 6, 5, 0, 0, 0},  // a change wins over a deletion
+                                           ConflictCase{2, 6, 5, 0, 0, 5},  // a change wins over a deletion
                                            ConflictCase{6, 2, 0, 5, 6,
                                                         2},  // a deletion in the source is none
                                            ConflictCase{9, 2, 5, 4, 9, 2}));  // nor is a moved item

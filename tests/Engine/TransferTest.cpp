@@ -220,7 +220,6 @@ TEST_F(TransferTest, WhatIsWrittenIntoAStrippedCopyIsAConflictAndKept) {
             SetTime(m.Get(), NamedTag(m.Get(), AppointmentProps, 0x820D, PT_SYSTIME), {1, 0x01D90000});
         },
     };
-    const size_t texts = std::size(edits) - 1;  // the last one is a time
     for (size_t i = 0; i < std::size(edits); ++i) {
         SCOPED_TRACE(i);
         const auto copy = OpenOnly(right);
@@ -229,7 +228,7 @@ TEST_F(TransferTest, WhatIsWrittenIntoAStrippedCopyIsAConflictAndKept) {
         EXPECT_EQ(conflicts(), 1u);
         const std::string kept = Overwritten(rightStore, "Right");
         CopyRight({{"Doctor", STATE_MODIFIED}});
-        EXPECT_EQ(Overwritten(rightStore, "Right") != kept, i < texts);
+        EXPECT_NE(Overwritten(rightStore, "Right"), kept);
         EXPECT_EQ(conflicts(), 0u);
     }
 }

@@ -410,7 +410,7 @@ TwoFolders::CForetold TwoFolders::Foretell() {
         for (size_t i = 0; i < from.changes.Count(); ++i) {
             const CSyncMessage& change = from.changes.At(i);
             foretold.rows.insert(RowText(static_cast<int>(change.m_state), change.m_name, toSource));
-            foretold.conflicts += change.m_state == STATE_CONFLICT;
+            foretold.conflicts += change.IsLostVersion();
             (toSource ? foretold.toSource : foretold.toTarget) += WouldCarry(change, to.rows);
         }
     };

@@ -32,7 +32,7 @@ void Report(CPairResult& result, const CPlannedFolders::Side& from, const CPlann
         const std::string intention = Intention(change, to.rows);
         result.protocol.Add({to.name, from.name, change.m_name, intention, static_cast<int>(change.m_state),
                              change.m_syncId, intention, toSource});
-        if (change.m_state == STATE_CONFLICT) ++result.outcome.conflicts;
+        if (change.IsLostVersion()) ++result.outcome.conflicts;
     }
 }
 
