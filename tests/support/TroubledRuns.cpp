@@ -13,9 +13,9 @@ struct CNamedTrouble {
     RunTrouble kind;
     unsigned fewest;  // with every step taken, over the stories
 };
-constexpr CNamedTrouble kTroubles[] = {{"calls", RunTrouble::Calls, 100000},
-                                       {"commits", RunTrouble::Commits, 8000},
-                                       {"deaths", RunTrouble::Deaths, 60000}};
+constexpr CNamedTrouble kTroubles[] = {{"calls", RunTrouble::Calls, 60000},
+                                       {"commits", RunTrouble::Commits, 4000},
+                                       {"deaths", RunTrouble::Deaths, 40000}};
 
 const CNamedTrouble* OfEnvironment() {
     const char* text = std::getenv("VELLUM_TROUBLE");
