@@ -75,9 +75,6 @@ TEST_F(StoreCare, WhatIsNoBackupOfTheStoreIsRefusedAndChangesNothing) {
 
 // What backups are for.
 TEST_F(StoreCare, AStoreWhoseFileIsRubbishOrGoneComesBack) {
-#ifdef _WIN32
-    GTEST_SKIP() << "known to be broken: the restore answers that the disk cannot be read or written";
-#endif
     const std::string home = PathOf("home.vst");
     RunDone({"store", "backup", "Home", home});
     WriteFileDurably(FileOf("store1.vst"), std::string(20000, 'x'));
@@ -91,6 +88,27 @@ TEST_F(StoreCare, AStoreWhoseFileIsRubbishOrGoneComesBack) {
     RunDone({"store", "create", "Fresh", "--profile", "new"});
     RunDone({"store", "restore", "Fresh", home, "--force", "--profile", "new"});
     EXPECT_EQ(RunJson({"item", "list", "Fresh/Inbox", "--profile", "new"}).size(), 1u);
+}
+
+// A drive that is not mounted comes back.
+TEST_F(StoreCare, AFileThatIsAwayKeepsItsNameAndAFileOfTwoStoresIsNotRemoved) {
+    RunDone({"item", "new", "Office/Inbox", "--subject", "Away"});
+    const std::string file = FileOf("store2.vst"), away = PathOf("away.vst");
+    ASSERT_TRUE(RenameFile(file, away));
+    WriteFileDurably(JoinPath(std::filesystem::path(file).parent_path().string(), "store3.vst-wal"), "left");
+    RunDone({"store", "create", "New"});
+    EXPECT_FALSE(FileExists(file));
+    EXPECT_EQ(FileOf("store3.vst"), "") << "with the log of another file beside it";
+    ASSERT_TRUE(RenameFile(away, file));
+    EXPECT_EQ(Contents("Office/Inbox"), Words{"Away="});
+
+    const std::string list = FileOf("profile");
+    std::string text;
+    ASSERT_TRUE(ReadFileBytes(list, text));
+    text.replace(text.find("store4.vst"), 10, "store2.vst");
+    WriteFileDurably(list, text);
+    RunDone({"store", "remove", "New", "--force"});
+    EXPECT_EQ(Contents("Office/Inbox"), Words{"Away="});
 }
 
 // Another process with the store open: a plain connection to the file stands for it.
@@ -108,6 +126,8 @@ TEST_F(StoreCare, AStoreInUseIsNotReplacedButBackedUp) {
               SQLITE_OK);
     ExpectRefusal({"store", "restore", "Home", file}, 3, {"in use"});
     ExpectRefusal({"store", "restore", "Office", FileOf("store1.vst"), "--force"}, 6, {"in use", "backup"});
+    ExpectRefusal({"store", "remove", "Home", "--force"}, 3, {"Home", "in use"});
+    ExpectRefusal({"profile", "remove", "me", "--force"}, 3, {"me", "in use"});
     sqlite3_close(other);
     RunDone({"store", "restore", "Home", file});
     EXPECT_EQ(Contents("Home/Inbox").size(), 2u);

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <list>
 #include <sstream>
 
 #include <MapiStore/Core/StoreCall.h>
@@ -128,16 +130,42 @@ void WriteStores(const std::string& directory, const std::vector<ProfileStore>& 
     Require(WriteFileDurably(JoinPath(directory, "profile"), text), MAPI_E_DISK_ERROR);
 }
 
+constexpr const char* kTailsOfStore[] = {"", "-wal", "-shm"};
+
 void RemoveStoreFile(const std::string& path) {
-    for (const char* tail : {"", "-wal", "-shm"})
+    for (const char* tail : kTailsOfStore)
         RemoveFile(path + tail);
 }
 
-std::string NewStoreFile(const std::string& directory) {
+// A store that somebody works in stays. Whatever else is wrong with its file, it is to go.
+void HoldForRemoval(const std::string& path, std::list<CStoreAlone>& held) {
+    try {
+        held.emplace_back(path);
+    } catch (const CStoreError& error) {
+        if (error.Code() == MAPI_E_BUSY) throw;
+    }
+}
+
+// An entry keeps its file's name while the file is away, on a drive that comes back. And the database would
+// take a log that was left behind for that of the new file.
+bool IsFree(const std::string& file, const std::string& directory, const std::vector<ProfileStore>& stores) {
+    for (const ProfileStore& store : stores)
+        if (store.file == file) return false;
+    return std::all_of(std::begin(kTailsOfStore), std::end(kTailsOfStore),
+                       [&](const char* tail) { return FileIsAbsent(JoinPath(directory, file + tail)); });
+}
+
+std::string NewStoreFile(const std::string& directory, const std::vector<ProfileStore>& stores) {
     for (unsigned i = 1;; ++i) {
         const std::string file = "store" + std::to_string(i) + ".vst";
-        if (!FileExists(JoinPath(directory, file))) return file;
+        if (IsFree(file, directory, stores)) return file;
     }
+}
+
+// Stores are chosen by their names.
+void CheckNameIsFree(const std::vector<ProfileStore>& stores, const std::string& name) {
+    for (const ProfileStore& store : stores)
+        Require(store.name != name, MAPI_E_COLLISION);
 }
 
 }  // namespace
@@ -176,6 +204,11 @@ void CreateProfileNamed(const std::string& name) {
 void DeleteProfileNamed(const std::string& name) {
     const CProfilesLock lock;
     Require(ProfileExists(name), MAPI_E_NOT_FOUND);
+    {
+        std::list<CStoreAlone> alone;
+        for (const ProfileStore& store : ReadStores(DirectoryOf(name)))
+            HoldForRemoval(JoinPath(DirectoryOf(name), store.file), alone);
+    }
     const bool wasDefault = DefaultProfile() == name;
     Require(RemoveTree(DirectoryOf(name)), MAPI_E_NO_ACCESS);
     if (wasDefault) RemoveFile(JoinPath(ProfilesDirectory(), "default"));
@@ -237,7 +270,8 @@ StoreUid CProfile::AddStore(const std::string& displayName) {
     CheckName(displayName);
     ProfileStore store;
     Rewrite([&](std::vector<ProfileStore>& stores) {
-        store.file = NewStoreFile(m_directory);
+        CheckNameIsFree(stores, displayName);
+        store.file = NewStoreFile(m_directory, stores);
         store.name = displayName;
         store.isDefault =
             std::none_of(stores.begin(), stores.end(), [](const auto& one) { return one.isDefault; });
@@ -250,18 +284,27 @@ StoreUid CProfile::AddStore(const std::string& displayName) {
 
 void CProfile::RemoveStore(const StoreUid& uid) {
     std::string path;
-    Rewrite([&](std::vector<ProfileStore>& stores) {
-        const auto found = FindStore(stores, uid);
-        path = PathOf(*found);
-        stores.erase(found);
-    });
-    RemoveStoreFile(path);
+    {
+        std::list<CStoreAlone> alone;  // until nobody finds the file any more
+        Rewrite([&](std::vector<ProfileStore>& stores) {
+            const auto found = FindStore(stores, uid);
+            const std::string file = found->file;
+            HoldForRemoval(PathOf(*found), alone);
+            stores.erase(found);
+            // Older programs gave two stores one file when that of the first was away.
+            if (std::none_of(stores.begin(), stores.end(),
+                             [&](const ProfileStore& other) { return other.file == file; }))
+                path = JoinPath(m_directory, file);
+        });
+    }
+    if (!path.empty()) RemoveStoreFile(path);
 }
 
 void CProfile::RenameStore(const StoreUid& uid, const std::string& displayName) {
     CheckName(displayName);
     Rewrite([&](std::vector<ProfileStore>& stores) {
         const auto found = FindStore(stores, uid);
+        if (found->name != displayName) CheckNameIsFree(stores, displayName);
         const auto core = CStoreCore::Open(PathOf(*found));
         const CStoreLock lock(*core);
         if (core->DisplayName() != displayName) core->SetDisplayName(displayName);

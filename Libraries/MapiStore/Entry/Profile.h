@@ -19,7 +19,8 @@ std::vector<std::string> ListProfiles();  // sorted by name
 std::string DefaultProfile();             // empty if there is none
 bool ProfileExists(const std::string& name);
 void CreateProfileNamed(const std::string& name);  // MAPI_E_NO_ACCESS if it exists; the first is the default
-void DeleteProfileNamed(const std::string& name);  // MAPI_E_NOT_FOUND; with all its stores
+// With all its stores. MAPI_E_NOT_FOUND; MAPI_E_BUSY if anybody has one of them open.
+void DeleteProfileNamed(const std::string& name);
 void RenameProfileTo(const std::string& from, const std::string& to);
 void SetDefaultProfileName(const std::string& name);  // MAPI_E_NOT_FOUND
 
@@ -31,9 +32,12 @@ public:
     std::vector<ProfileStore> Stores() const;
     std::string PathOf(const ProfileStore& store) const;
 
-    // Makes the store file and lists it; the first of a profile is the default store.
+    // Makes the store file and lists it; the first of a profile is the default store. MAPI_E_COLLISION if
+    // the profile has a store of the name.
     StoreUid AddStore(const std::string& displayName);
-    void RemoveStore(const StoreUid& uid);  // with its file; MAPI_E_NOT_FOUND
+    // With its file, unless another store has it too. MAPI_E_NOT_FOUND; MAPI_E_BUSY if anybody has it open.
+    void RemoveStore(const StoreUid& uid);
+    // MAPI_E_COLLISION if another store of the profile has the name.
     void RenameStore(const StoreUid& uid, const std::string& displayName);
     void SetDefaultStore(const StoreUid& uid);
     // IStoreRestore of StoreExtensions.h; answers the path of what was replaced, empty if nothing was.

@@ -3,16 +3,10 @@
 #include <Platform/Files.h>
 
 #include <cstring>
-#include <memory>
 
 #include "SqliteStorage.h"
 
 namespace {
-
-struct CloseDatabase {
-    void operator()(sqlite3* database) const { sqlite3_close(database); }
-};
-using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 
 Database OpenDatabase(const std::string& path, int flags) {
     sqlite3* raw = nullptr;
@@ -32,8 +26,7 @@ void RemoveDatabase(const std::string& path) {
         RemoveFile(path + tail);
 }
 
-// Nobody else has the file open, and nobody comes in until the connection goes: leaving the mode of the log
-// needs the file alone, and the mode of locking keeps it.
+// Leaving the mode of the log needs the file alone, and the mode of locking keeps it.
 void TakeAlone(sqlite3* database) {
     Execute(database, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=DELETE; BEGIN EXCLUSIVE; COMMIT");
     sqlite3* raw = database;
@@ -62,6 +55,21 @@ void MoveAside(const std::string& store, const std::string& kept, const std::str
 }
 
 }  // namespace
+
+void CloseDatabase::operator()(sqlite3* database) const {
+    sqlite3_close(database);
+}
+
+CStoreAlone::CStoreAlone(const std::string& file) {
+    if (!FileExists(file)) return;
+    try {
+        m_database = OpenDatabase(file, SQLITE_OPEN_READWRITE);
+        TakeAlone(m_database.get());
+    } catch (const CStoreError& error) {
+        m_database.reset();
+        if (error.Code() != MAPI_E_CORRUPT_STORE) throw;
+    }
+}
 
 CCheckedBackup::CCheckedBackup(const std::string& file, const std::string& path, bool mayBeDamaged)
     : m_path(path) {
@@ -93,17 +101,12 @@ void CCheckedBackup::Replace(const std::string& store, const std::string& kept) 
         Require(CopyPrivateFile(m_path, store), MAPI_E_DISK_ERROR);
         return;
     }
-    const Database target = OpenDatabase(store, SQLITE_OPEN_READWRITE);
-    try {
-        TakeAlone(target.get());
-    } catch (const CStoreError& error) {
-        if (error.Code() != MAPI_E_CORRUPT_STORE) throw;
-        return MoveAside(store, kept, m_path);
-    }
+    const CStoreAlone target(store);
+    if (!target.Raw()) return MoveAside(store, kept, m_path);
     Require(CopyPrivateFile(store, kept), MAPI_E_DISK_ERROR);
     try {
         const Database source = OpenDatabase(m_path, SQLITE_OPEN_READWRITE);
-        CopyContents(source.get(), target.get());
+        CopyContents(source.get(), target.Raw());
     } catch (...) {
         RemoveFile(kept);
         throw;

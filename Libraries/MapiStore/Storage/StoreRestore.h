@@ -1,8 +1,29 @@
-// A backup in the place of a store's file.
+// The file of a store that is to go or to be replaced, and a backup in its place.
 #pragma once
 #include "EntryId.h"
 
+#include <memory>
 #include <string>
+
+struct sqlite3;
+
+struct CloseDatabase {
+    void operator()(sqlite3* database) const;
+};
+using Database = std::unique_ptr<sqlite3, CloseDatabase>;
+
+// A store's file that nobody else has open, and that nobody opens until the object goes.
+class CStoreAlone {
+public:
+    // MAPI_E_BUSY if anybody has it open, this process included; MAPI_E_NO_ACCESS, MAPI_E_DISK_ERROR.
+    explicit CStoreAlone(const std::string& file);
+    // Null where there is no file or none that the database takes for its own. It is not held then, so that
+    // it can be renamed on every system.
+    sqlite3* Raw() const { return m_database.get(); }
+
+private:
+    Database m_database;
+};
 
 // A copy of a backup, checked, in a private file beside a store; removed when it goes.
 class CCheckedBackup {

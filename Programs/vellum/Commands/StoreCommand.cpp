@@ -4,6 +4,7 @@
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Session/ProfileAdmin.h>
 #include <Programs/vellum/Sync/PairStore.h>
+#include <Tarn/Dispatch/PairLock.h>
 
 namespace {
 
@@ -35,16 +36,35 @@ int CreateStore(CCommandContext& context, const std::string& name, const std::ve
     return Code(ExitCode::Done);
 }
 
+bool IsOnStore(const CTarnSetting& pair, const CStoreInfo& store) {
+    const std::string key = ":" + store.entryId.Hex();
+    return pair.m_sourceKey.ends_with(key) || pair.m_targetKey.ends_with(key);
+}
+
 // Pairs that would lose a folder, or all of them where the store keeps their list.
 std::string PairsOnStore(CProfileSession& session, const CStoreInfo& store) {
     std::string names;
     const auto pairs = CPairStore(session).Load();
     for (std::size_t i = 0; i < pairs.size(); ++i) {
-        const std::string key = ":" + store.entryId.Hex();
-        const bool touches = pairs[i].m_sourceKey.ends_with(key) || pairs[i].m_targetKey.ends_with(key);
-        if (touches || store.isDefault) names += (names.empty() ? "" : ", ") + PairLabel(pairs, i);
+        if (IsOnStore(pairs[i], store) || store.isDefault)
+            names += (names.empty() ? "" : ", ") + PairLabel(pairs, i);
     }
     return names;
+}
+
+// Who runs a pair of the store just now; empty where nobody does or none can be told.
+std::string RunOnStore(CProfileSession& session, const CStoreInfo& store) {
+    try {
+        for (const CTarnSetting& pair : CPairStore(session).Load()) {
+            std::string holder;
+            if (IsOnStore(pair, store) &&
+                CPairLock().Take(session.Mapi(), pair, {}, nullptr, holder) == LockAnswer::Busy)
+                return holder;
+        }
+    } catch (const CCommandError&) {
+        // A list that cannot be read keeps no store from being removed.
+    }
+    return {};
 }
 
 int RemoveStore(CCommandContext& context, const std::string& name, bool force) {
@@ -53,6 +73,10 @@ int RemoveStore(CCommandContext& context, const std::string& name, bool force) {
         CProfileSession& session = context.Session();
         profile = session.Name();
         const CStoreInfo store = session.FindStore(name);
+        const std::string holder = RunOnStore(session, store);
+        if (!holder.empty())
+            throw CCommandError(ExitCode::Busy, "The store \"" + name + "\" is in use: " + holder,
+                                "Try again when that run has ended.");
         if (!force) {
             const std::string pairs = PairsOnStore(session, store);
             if (!pairs.empty())

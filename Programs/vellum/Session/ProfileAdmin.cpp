@@ -27,6 +27,11 @@ std::string Names(const std::vector<CProfileInfo>& profiles) {
     return text;
 }
 
+[[noreturn]] void ThrowInUse(const std::string& what) {
+    throw CCommandError(ExitCode::Busy, what,
+                        "End the programs that work with it (\"vellum watch\", for one), then try again.");
+}
+
 // Names become names of files in the embedded store and of registry keys elsewhere.
 void CheckName(const std::string& name, const std::string& what) {
     const bool bad = name.empty() || name.size() > 64 || name.front() == ' ' || name.back() == ' ' ||
@@ -55,6 +60,11 @@ std::vector<CServiceInfo> ReadServices(IMsgServiceAdmin* admin) {
         services.push_back(service);
     }
     return services;
+}
+
+bool IsThere(const std::vector<CServiceInfo>& services, const std::string& name) {
+    return std::any_of(services.begin(), services.end(),
+                       [&](const CServiceInfo& service) { return service.name == name; });
 }
 
 ULONG HabitsOf(const std::vector<std::string>& names) {
@@ -140,10 +150,10 @@ void CProfileAdmin::Create(const std::string& name) {
 
 void CProfileAdmin::Remove(const std::string& name) {
     const std::string known = Resolve(name);
-    CheckCall(InEitherForm([&](CStoreText& text) {
-                  return m_admin->DeleteProfile(text.Argument(known), text.Flag());
-              }),
-              "The profile \"" + name + "\" cannot be removed", ExitCode::NotOpen);
+    const HRESULT hr = InEitherForm(
+        [&](CStoreText& text) { return m_admin->DeleteProfile(text.Argument(known), text.Flag()); });
+    if (hr == MAPI_E_BUSY) ThrowInUse("A store of the profile \"" + name + "\" is in use");
+    CheckCall(hr, "The profile \"" + name + "\" cannot be removed", ExitCode::NotOpen);
 }
 
 void CProfileAdmin::SetDefault(const std::string& name) {
@@ -173,30 +183,30 @@ void CProfileAdmin::CreateStore(const std::string& profile, const std::string& n
     const ULONG habits = HabitsOf(habitNames);
     const auto admin = Services(profile);
     const auto before = ReadServices(admin.Get());
-    for (const CServiceInfo& service : before)
-        if (service.name == name)
-            throw CCommandError(ExitCode::Usage, "There is a store \"" + name + "\" in the profile \"" +
-                                                     profile + "\" already");
-    CheckCall(InEitherForm([&](CStoreText& text) {
-                  return admin->CreateMsgService(text.Argument(kStoreServiceName), text.Argument(name), 0,
-                                                 text.Flag());
-              }),
-              "The store \"" + name + "\" cannot be created", ExitCode::NotOpen);
-    for (const CServiceInfo& service : ReadServices(admin.Get())) {
-        const bool isOld = std::any_of(before.begin(), before.end(), [&](const CServiceInfo& old) {
-            return std::memcmp(&old.uid, &service.uid, sizeof(MAPIUID)) == 0;
+    HRESULT hr = IsThere(before, name) ? MAPI_E_COLLISION : S_OK;
+    if (hr >= 0)
+        hr = InEitherForm([&](CStoreText& text) {
+            return admin->CreateMsgService(text.Argument(kStoreServiceName), text.Argument(name), 0,
+                                           text.Flag());
         });
-        if (!isOld) return ConfigureStore(admin.Get(), service.uid, name, habits);
-    }
+    if (hr == MAPI_E_COLLISION)
+        throw CCommandError(ExitCode::Usage,
+                            "There is a store \"" + name + "\" in the profile \"" + profile + "\" already");
+    CheckCall(hr, "The store \"" + name + "\" cannot be created", ExitCode::NotOpen);
+    // Others may have created stores in the meantime.
+    for (const CServiceInfo& service : ReadServices(admin.Get()))
+        if (service.name == name) return ConfigureStore(admin.Get(), service.uid, name, habits);
     throw CCommandError(ExitCode::Internal, "The new store \"" + name + "\" does not turn up in the profile");
 }
 
 void CProfileAdmin::RemoveStore(const std::string& profile, const std::string& name) {
     const auto admin = Services(profile);
-    for (CServiceInfo& service : ReadServices(admin.Get()))
-        if (service.name == name)
-            return CheckCall(admin->DeleteMsgService(&service.uid),
-                             "The store \"" + name + "\" cannot be removed", ExitCode::NotOpen);
+    for (CServiceInfo& service : ReadServices(admin.Get())) {
+        if (service.name != name) continue;
+        const HRESULT hr = admin->DeleteMsgService(&service.uid);
+        if (hr == MAPI_E_BUSY) ThrowInUse("The store \"" + name + "\" is in use");
+        return CheckCall(hr, "The store \"" + name + "\" cannot be removed", ExitCode::NotOpen);
+    }
     throw CCommandError(ExitCode::NotOpen,
                         "There is no store \"" + name + "\" in the profile \"" + profile + "\"",
                         "See:  vellum store list");
@@ -207,9 +217,7 @@ namespace {
 void CheckRestored(HRESULT hr, const std::string& name, const std::string& file) {
     switch (hr) {
         case MAPI_E_BUSY:
-            throw CCommandError(
-                ExitCode::Busy, "The store \"" + name + "\" is in use",
-                "End the programs that work with it (\"vellum watch\", for one), then try again.");
+            ThrowInUse("The store \"" + name + "\" is in use");
         case MAPI_E_UNABLE_TO_COMPLETE:
             throw CCommandError(ExitCode::NotOpen, "\"" + file + "\" is a store that is in use, no backup",
                                 "Write a backup of it first:  vellum store backup NAME FILE");

@@ -69,10 +69,30 @@ TEST_F(Processes, APairThatIsRunByAnotherProcessIsRefusedOrWaitedFor) {
     EXPECT_TRUE(patient.Runs());
     EXPECT_TRUE(sharing.Runs()) << "one folder is not written to by two runs";
     EXPECT_EQ(Contents("Office/B"), Texts{});
+    CChildProcess remover(PathOf(""), "remover", {"store", "remove", "Office", "--force"});
+    EXPECT_EQ(remover.Wait(), 3);
+    EXPECT_NE(remover.Err().find("in use: process "), std::string::npos) << remover.Err();
     lock.Release();
     EXPECT_EQ(patient.Wait(), 0) << patient.Err();
     EXPECT_EQ(sharing.Wait(), 0) << sharing.Err();
     EXPECT_EQ(Contents("Office/B"), Texts{"One="});
+}
+
+TEST_F(Processes, StoresThatAreCreatedAtOnceHaveTheirOwnNames) {
+    std::vector<std::unique_ptr<CChildProcess>> children;
+    for (int i = 0; i < 8; ++i) {
+        const std::string name = "S" + std::to_string(i / 2 * 2);
+        children.push_back(
+            std::make_unique<CChildProcess>(PathOf(""), std::to_string(i), Texts{"store", "create", name}));
+    }
+    for (int i = 0; i < 8; i += 2) {
+        const std::set<int> codes{children[i]->Wait(), children[i + 1]->Wait()};
+        EXPECT_EQ(codes, (std::set<int>{0, 2})) << children[i]->Err() << children[i + 1]->Err();
+    }
+    Texts names;
+    for (const Json& store : RunJson({"store", "list"}))
+        names.push_back(store["name"]);
+    EXPECT_EQ(names, (Texts{"Home", "Office", "S0", "S2", "S4", "S6"}));
 }
 
 // A folder below is held by its own pair, and the other way round.
