@@ -114,11 +114,8 @@ public:
         m_host.OnBegin(m_watched.size());
         m_listRead = TickCount();
         while (!m_host.WantsEnd()) {
-            FollowList();
-            for (std::size_t i = 0; i < m_watched.size() && !m_host.WantsEnd(); ++i) {
-                m_watched[i]->Listen();
-                if (m_watched[i]->IsDue()) m_watched[i]->Run();
-            }
+            if (TickCount() - m_listRead >= kListMs) FollowList();
+            RunWhatIsDue();
             SleepMs(kPollMs);
         }
     }
@@ -127,14 +124,25 @@ private:
     void Add(const CTarnSetting& pair) {
         m_watched.push_back(std::make_unique<CWatchedPair>(m_session, m_host, pair));
     }
-    void FollowList() {
-        if (TickCount() - m_listRead < kListMs) return;
+    // A pair that was taken from the list a moment ago is not run once more: mostly its folders are cleared
+    // next, and the run would carry that.
+    void RunWhatIsDue() {
+        for (std::size_t i = 0; i < m_watched.size() && !m_host.WantsEnd(); ++i) {
+            m_watched[i]->Listen();
+            if (!m_watched[i]->IsDue()) continue;
+            if (FollowList()) return;
+            m_watched[i]->Run();
+        }
+    }
+    // True if other pairs are watched now.
+    bool FollowList() {
+        bool hasChanged = false;
         std::vector<CTarnSetting> pairs;
         try {
             pairs = m_host.WatchedNow();
         } catch (...) {
             m_listRead = TickCount();
-            return;
+            return false;
         }
         m_listRead = TickCount();
         const auto at = [](const CTarnSetting& a) {
@@ -146,6 +154,7 @@ private:
             const CTarnSetting former = m_watched[i]->Setting();
             const auto now = std::find_if(pairs.begin(), pairs.end(), at(former));
             if (now != pairs.end() && IsSame(*now, former)) continue;
+            hasChanged = true;
             m_watched.erase(m_watched.begin() + static_cast<std::ptrdiff_t>(i));
             if (now == pairs.end())
                 m_host.OnRemoved(former);
@@ -158,9 +167,11 @@ private:
             if (std::any_of(m_watched.begin(), m_watched.end(),
                             [&](const auto& w) { return equal(w->Setting()); }))
                 continue;
+            hasChanged = true;
             Add(pair);
             m_host.OnAdded(pair);
         }
+        return hasChanged;
     }
 
     const CMapiSession& m_session;

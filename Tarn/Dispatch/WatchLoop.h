@@ -21,8 +21,8 @@ public:
     virtual ~IWatchHost() = default;
     // Asked about twenty times a second.
     virtual bool WantsEnd() = 0;
-    // The pairs to be watched, as the list has them now; asked every other second. Throws where the list
-    // cannot be had just now: those known before go on.
+    // The pairs to be watched, as the list has them now; asked every other second and before each run. Throws
+    // where the list cannot be had just now: those known before go on.
     virtual std::vector<CTarnSetting> WatchedNow() = 0;
     virtual CWatchedRun Run(const CTarnSetting& pair) = 0;
     // The loop hears of changes from now on, in so many pairs.

@@ -96,6 +96,25 @@ TEST_F(Watching, TheListIsFollowedAndAListThatCannotBeReadEndsNothing) {
     EXPECT_EQ(played.runs.size(), 4u) << "each once as it comes or has changed";
 }
 
+// The person takes the pair from the list and clears its folder at once.
+TEST_F(Watching, APairIsNotRunOnceMoreAfterItHasLeftTheList) {
+    AddPair();
+    CPlayedHost played;
+    played.list = {settings().At(0)};
+    TestRef<IMessage> item;
+    DWORD end = 0;
+    played.wantsEnd = [&] {
+        if (played.runs.empty() || end != 0) return end != 0 && TickCount() > end;
+        played.list.clear();
+        item = SavedMessage(right.Get(), "A");
+        end = TickCount() + 3000;
+        return false;
+    };
+    WatchLoop(mapi, played, {settings().At(0)});
+    EXPECT_EQ(played.told, (Texts{"begin 1", "removed"}));
+    EXPECT_EQ(played.runs.size(), 1u);
+}
+
 TEST_F(Watching, APairThatCannotBeHeardIsTriedUntilItCan) {
     AddPair();
     CTarnSetting pair = settings().At(0);

@@ -20,7 +20,7 @@ namespace {
 // The gravest of what happened decides; only cancelling stands before it.
 ExitCode CodeOf(const CPairResult& result) {
     if (result.outcome.cancelled) return ExitCode::Cancelled;
-    if (!result.problem.empty()) return ExitCode::NotOpen;
+    if (!result.problem.empty()) return result.problemCode;
     if (!result.busy.empty()) return ExitCode::Busy;
     if (result.guarded || !result.badQuery.empty()) return ExitCode::Guarded;
     if (result.outcome.pairsNotOpened > 0) return ExitCode::NotOpen;
@@ -158,7 +158,7 @@ public:
     void ShowProtocol(const CSyncProtocol&) override {}
 
     bool BeginPair(const CTarnSetting&, CSyncFolder& folder) override {
-        if (!CanOpenPair(m_context.Session(), m_result)) return false;
+        if (!IsStillMeant() || !CanOpenPair(m_context.Session(), m_result)) return false;
         folder.m_protocol = &m_result.protocol;
         m_progress.AnnounceFolders(!m_options.inBackground);
         return true;
@@ -178,6 +178,21 @@ public:
     }
 
 private:
+    // Whoever has waited for a lock, or for the pairs before this one, may have an old list.
+    bool IsStillMeant() {
+        CProfileSession& session = m_context.Session();
+        if (!m_options.listStamp.empty() && CPairStore::StampNow(session) == m_options.listStamp) return true;
+        try {
+            auto now = CPairStore(session).Now(m_result.pair);
+            if (now && now->ToText() == m_result.pair.ToText()) return true;
+            m_result.problem = now ? "changed meanwhile: not run" : "removed meanwhile: not run";
+            m_result.problemCode = ExitCode::Usage;
+        } catch (const CCommandError& e) {
+            m_result.problem = e.what();
+            m_result.advice = e.Hint();
+        }
+        return false;
+    }
     void Prepare() {
         if (m_next < m_chosen.size()) m_result = NewResult(m_pairs, m_chosen[m_next], false);
     }

@@ -5,6 +5,7 @@
 #include <Tarn/Engine/TarnSetting.h>
 #include <Tarn/Settings/TarnSettings.h>
 
+#include <string>
 #include <vector>
 
 struct CRunOptions {
@@ -15,6 +16,9 @@ struct CRunOptions {
     // For runs of other processes; a pair that shares a folder is waited for unless somebody says otherwise.
     unsigned samePairSeconds = 0;
     unsigned sharedSeconds = CPatience::kForEver;
+    // CPairStore::Stamp of the list that the pairs are from: one that was removed or changed before its
+    // turn came is not run.
+    std::string listStamp;
 };
 
 // The share that the installation has set, or else the usual one.

@@ -62,6 +62,7 @@ int Sync(CCommandContext& context, CSyncArguments arguments) {
     CPairStore store(context.Session());
     CConsole& console = context.Console();
     const auto pairs = store.Load();
+    options.listStamp = store.Stamp();
     options.massDeleteShare = arguments.massDeleteShare.value_or(MassDeleteShare(store.Settings()));
     if (arguments.allowMassDelete) options.massDeleteShare = 0;
     options.ignoreBadQuery = arguments.ignoreBadQuery || store.Settings().m_queryGuard == 0u;

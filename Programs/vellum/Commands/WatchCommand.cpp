@@ -23,17 +23,15 @@ using Pairs = std::vector<CTarnSetting>;
 constexpr DWORD listAgainMs = 60000;
 
 // Nobody is there to ask, and whoever runs the pair just now will be done some time.
-CRunOptions BackgroundRun(const CTarnSettings& settings) {
+CRunOptions BackgroundRun(const CPairStore& store) {
+    const CTarnSettings& settings = store.Settings();
     CRunOptions options;
+    options.listStamp = store.Stamp();
     options.inBackground = true;
     options.massDeleteShare = MassDeleteShare(settings);
     options.ignoreBadQuery = settings.m_queryGuard == 0u;
     options.samePairSeconds = CPatience::kForEver;
     return options;
-}
-
-bool IsSamePair(const CTarnSetting& a, const CTarnSetting& b) {
-    return a.m_sourceKey == b.m_sourceKey && a.m_targetKey == b.m_targetKey;
 }
 
 // The pairs that a command was given, or those that have the flags, in a list that changes meanwhile.
@@ -49,19 +47,28 @@ public:
         std::vector<std::size_t> chosen;
         for (std::size_t i = 0; m_named.empty() && i < pairs.size(); ++i)
             if (pairs[i].Has(SYNC_ACTIVE) && pairs[i].Has(m_flags)) chosen.push_back(i);
-        for (const auto& [word, former] : m_named) {
-            const auto is = [&, &word = word, &former = former](const CTarnSetting& pair) {
-                return IsSamePair(pair, former) || pair.m_groupId == word;
-            };
-            const auto found = std::find_if(pairs.begin(), pairs.end(), is);
-            if (found != pairs.end()) chosen.push_back(static_cast<std::size_t>(found - pairs.begin()));
-        }
+        for (const CNamed& named : m_named)
+            if (const auto found = Find(pairs, named); found != pairs.end())
+                chosen.push_back(static_cast<std::size_t>(found - pairs.begin()));
         return chosen;
+    }
+    // The word for a pair that has gone; empty where none has.
+    std::string Gone(const Pairs& pairs) const {
+        for (const CNamed& named : m_named)
+            if (Find(pairs, named) == pairs.end()) return named.first;
+        return {};
     }
 
 private:
+    using CNamed = std::pair<std::string, CTarnSetting>;
+    static Pairs::const_iterator Find(const Pairs& pairs, const CNamed& named) {
+        return std::find_if(pairs.begin(), pairs.end(), [&](const CTarnSetting& pair) {
+            return IsSamePair(pair, named.second) || pair.m_groupId == named.first;
+        });
+    }
+
     ULONG m_flags;
-    std::vector<std::pair<std::string, CTarnSetting>> m_named;
+    std::vector<CNamed> m_named;
 };
 
 // --- watch -------------------------------------------------------------------------------------------
@@ -70,7 +77,6 @@ class CWatchCommand : public IWatchHost {
 public:
     CWatchCommand(CCommandContext& context, const std::vector<std::string>& words)
         : m_context(context),
-          m_stamp(SettingsStamp(context.Session().Mapi())),
           m_pairs(Read()),
           m_choice(m_pairs, words, SYNC_CONTINUOUS_TO | SYNC_CONTINUOUS_FROM) {}
 
@@ -83,11 +89,10 @@ public:
         return watched;
     }
     Pairs WatchedNow() override {
-        std::string stamp = SettingsStamp(m_context.Session().Mapi());
-        if (stamp != m_stamp && (!m_failed || TickCount() - m_failedAt >= listAgainMs)) {
+        if (SettingsStamp(m_context.Session().Mapi()) != m_options.listStamp &&
+            (!m_failed || TickCount() - m_failedAt >= listAgainMs)) {
             try {
                 m_pairs = Read();
-                m_stamp = std::move(stamp);
                 m_failed = false;
             } catch (const CCommandError& e) {
                 m_failed = true;
@@ -135,7 +140,7 @@ private:
     Pairs Read() {
         CPairStore store(m_context.Session());
         Pairs pairs = store.Load();
-        m_options = BackgroundRun(store.Settings());
+        m_options = BackgroundRun(store);
         return pairs;
     }
     std::size_t IndexOf(const CTarnSetting& pair) const {
@@ -149,7 +154,6 @@ private:
 
     CCommandContext& m_context;
     CRunOptions m_options;
-    std::string m_stamp;  // read before the list: what is written in between is read again
     Pairs m_pairs;
     CChoice m_choice;
     bool m_hasBegun = false;
@@ -195,10 +199,13 @@ int Timer(CCommandContext& context, const std::vector<std::string>& words, unsig
     terms.seconds = seconds;
     terms.beginsAtOnce = true;
     terms.times = times;
-    terms.wantsEnd = InterruptRequested;
+    std::string gone;
+    terms.wantsEnd = [&] { return !gone.empty() || InterruptRequested(); };
     terms.run = [&](const CMapiSession&) {
         const Pairs pairs = store.Load();
-        last = RunPairs(context, pairs, choice.In(pairs), BackgroundRun(store.Settings())).code;
+        gone = choice.Gone(pairs);
+        if (!gone.empty()) throw CCommandError(ExitCode::Usage, "There is no pair \"" + gone + "\" any more");
+        last = RunPairs(context, pairs, choice.In(pairs), BackgroundRun(store)).code;
     };
     terms.onFailure = [&] { last = TellFailure(context.Console()); };
     TimerLoop([&] { return context.Session().Mapi(); }, terms);

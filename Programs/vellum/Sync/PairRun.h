@@ -1,5 +1,6 @@
 // What came of the run over one pair, and how it is printed.
 #pragma once
+#include <Programs/vellum/Console/ExitCode.h>
 #include <Programs/vellum/Console/Listing.h>
 #include <Programs/vellum/Session/ProfileSession.h>
 #include <Tarn/Engine/syncfolder.h>
@@ -18,7 +19,8 @@ struct CPairResult {
     std::vector<std::string> missingFolders;
     std::string busy;     // who holds the pair; empty: nobody
     std::string problem;  // why it could not be begun; empty: it could
-    std::string advice;   // what to do about that; may be empty
+    ExitCode problemCode = ExitCode::NotOpen;
+    std::string advice;  // what to do about that; may be empty
     // What it was stopped for before too much was deleted.
     std::optional<CPlannedDeletions> guarded;
     // Why its query does not select, where it was stopped for that.

@@ -1,6 +1,7 @@
 #include <Programs/vellum/Sync/PairStore.h>
 
 #include <Programs/vellum/Console/ExitCode.h>
+#include <Tarn/Settings/SettingsStamp.h>
 
 #include <algorithm>
 
@@ -29,8 +30,24 @@ CPairStore::Pairs CPairStore::Listed() const {
 
 CPairStore::Pairs CPairStore::Load() {
     RequireStore();
+    // Before the list: what is written in between is noticed.
+    m_stamp = StampNow(m_session);
     if (!m_settings.Load(m_session.Mapi())) ThrowUnreadable();
     return Listed();
+}
+
+std::string CPairStore::StampNow(CProfileSession& session) {
+    try {
+        return SettingsStamp(session.Mapi());
+    } catch (const CMAPIException&) {
+        return {};
+    }
+}
+
+std::optional<CTarnSetting> CPairStore::Now(const CTarnSetting& pair) {
+    for (const CTarnSetting& listed : Load())
+        if (IsSamePair(listed, pair)) return listed;
+    return {};
 }
 
 void CPairStore::Change(const std::function<bool(Pairs&)>& change) {
@@ -66,6 +83,10 @@ void CPairStore::Move(const std::function<void()>& choose, const std::function<v
     if (!CTarnSettings::Exclusively(move) || !arrived)
         throw CCommandError(ExitCode::NotOpen,
                             "The list of pairs could not be taken along; it stays where it was");
+}
+
+bool IsSamePair(const CTarnSetting& a, const CTarnSetting& b) {
+    return a.m_sourceKey == b.m_sourceKey && a.m_targetKey == b.m_targetKey;
 }
 
 std::string PairLabel(const std::vector<CTarnSetting>& pairs, std::size_t index) {

@@ -5,6 +5,7 @@
 #include <Tarn/Settings/TarnSettings.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ public:
     // Throws CCommandError where there is no default store, which keeps the list, and where the list cannot
     // be read: a part of it must not be taken for all of it.
     Pairs Load();
+    // The pair as the list has it now, or null where it has none of these folders. Throws as Load.
+    std::optional<CTarnSetting> Now(const CTarnSetting& pair);
     // Reads the list, lets `change` work on it and writes it back, while no other process changes it.
     // `change` answers whether there is something to write. Throws CCommandError, also that of `change`; the
     // former list stands then.
@@ -29,6 +32,9 @@ public:
     void Move(const std::function<void()>& choose, const std::function<void()>& chooseFormer);
     // The list in its text form, as Load found it.
     std::string Text() { return m_settings.BuildSettingsText(); }
+    // What tells whether the list was written since Load; empty where that cannot be told.
+    const std::string& Stamp() const { return m_stamp; }
+    static std::string StampNow(CProfileSession& session);
     // The values beside the list, as Load found them.
     const CTarnSettings& Settings() const { return m_settings; }
 
@@ -38,7 +44,11 @@ private:
 
     CProfileSession& m_session;
     CTarnSettings m_settings;
+    std::string m_stamp;
 };
+
+// True if both name the same two folders.
+bool IsSamePair(const CTarnSetting& a, const CTarnSetting& b);
 
 // "Inbox" of pair 2, for messages: its name, or its number where it has none.
 std::string PairLabel(const std::vector<CTarnSetting>& pairs, std::size_t index);

@@ -95,6 +95,33 @@ TEST_F(Processes, StoresThatAreCreatedAtOnceHaveTheirOwnNames) {
     EXPECT_EQ(names, (Texts{"Home", "Office", "S0", "S2", "S4", "S6"}));
 }
 
+// Whoever removes or edits a pair may clear its folders next; a run that waited would carry that.
+TEST_F(Processes, WhatWaitedIsNotRunAsTheListWas) {
+    RunDone({"item", "new", "Home/A", "--subject", "One"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab"});
+    RunDone({"pair", "add", "Home/C", "Office/D", "--name", "cd"});
+    CPairLock ab, cd;
+    ASSERT_EQ(Take(ab, Pair("Home/A", "Office/B")), LockAnswer::Taken);
+    ASSERT_EQ(Take(cd, Pair("Home/C", "Office/D")), LockAnswer::Taken);
+    CChildProcess changed(PathOf(""), "changed", {"sync", "ab", "--wait"});
+    CChildProcess removed(PathOf(""), "removed", {"sync", "cd", "--wait"});
+    CChildProcess timer(PathOf(""), "timer", {"timer", "cd", "--seconds", "1"});
+    for (CChildProcess* child : {&changed, &removed, &timer})
+        for (int i = 0; i < 200 && child->Err().find("waits for") == std::string::npos; ++i)
+            SleepMs(50);
+    RunDone({"pair", "edit", "ab", "--query", "Subject = Two"});
+    RunDone({"pair", "remove", "cd"});
+    ab.Release();
+    cd.Release();
+    EXPECT_EQ(changed.Wait(), 2);
+    EXPECT_NE(changed.Err().find("changed meanwhile: not run"), std::string::npos) << changed.Err();
+    EXPECT_EQ(removed.Wait(), 2);
+    EXPECT_NE(removed.Err().find("removed meanwhile: not run"), std::string::npos) << removed.Err();
+    EXPECT_EQ(timer.Wait(), 2);
+    EXPECT_NE(timer.Err().find("no pair \"cd\" any more"), std::string::npos) << timer.Err();
+    EXPECT_EQ(Contents("Office/B"), Texts{});
+}
+
 // A folder below is held by its own pair, and the other way round.
 TEST_F(Processes, ATreeWaitsForWhatIsRunBelowItAndThatForTheTree) {
     for (const char* folder : {"Home/A/S", "Home/A/S/T"})
