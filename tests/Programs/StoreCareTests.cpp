@@ -78,9 +78,11 @@ TEST_F(StoreCare, AStoreWhoseFileIsRubbishOrGoneComesBack) {
     const std::string home = PathOf("home.vst");
     RunDone({"store", "backup", "Home", home});
     WriteFileDurably(FileOf("store1.vst"), std::string(20000, 'x'));
+    ExpectRefusal({"pair", "list"}, 6, {"default store, \"Home\"", "is damaged", "restore"});
     RunDone({"store", "restore", "Home", home});
     EXPECT_EQ(Contents("Home/Inbox"), Words{"One=first"});
     RemoveFile(FileOf("store1.vst"));
+    ExpectRefusal({"pair", "list"}, 6, {"default store, \"Home\"", "does not exist", "restore"});
     RunDone({"store", "restore", "Home", home});
     EXPECT_EQ(Contents("Home/Inbox"), Words{"One=first"});
     // On a new machine the store takes over the identity of the backup.
@@ -88,6 +90,10 @@ TEST_F(StoreCare, AStoreWhoseFileIsRubbishOrGoneComesBack) {
     RunDone({"store", "create", "Fresh", "--profile", "new"});
     RunDone({"store", "restore", "Fresh", home, "--force", "--profile", "new"});
     EXPECT_EQ(RunJson({"item", "list", "Fresh/Inbox", "--profile", "new"}).size(), 1u);
+    RunDone({"store", "remove", "Home", "--force"});
+    ExpectRefusal({"pair", "list"}, 6, {"None of the stores", "store default"});
+    RunDone({"store", "default", "Office"});
+    RunDone({"pair", "list"});
 }
 
 // A drive that is not mounted comes back.

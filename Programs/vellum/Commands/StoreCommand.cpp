@@ -108,10 +108,11 @@ int SetDefaultStore(CCommandContext& context, const std::string& name) {
     const std::vector<CStoreInfo> stores = session.Stores();
     const auto former =
         std::find_if(stores.begin(), stores.end(), [](const CStoreInfo& s) { return s.isDefault; });
-    CPairStore(session).Move([&] { session.SetDefaultStore(store); },
-                             [&] {
-                                 if (former != stores.end()) session.SetDefaultStore(*former);
-                             });
+    if (former == stores.end())
+        session.SetDefaultStore(store);
+    else
+        CPairStore(session).Move([&] { session.SetDefaultStore(store); },
+                                 [&] { session.SetDefaultStore(*former); });
     context.Console().Note("\"" + name + "\" is the default store now.");
     return Code(ExitCode::Done);
 }

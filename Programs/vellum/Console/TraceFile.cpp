@@ -7,7 +7,10 @@
 #include <cerrno>
 #include <cstring>
 
-CTraceFile::CTraceFile(const std::string& path) : m_file(OpenFile(path, "a")) {
+CTraceFile::CTraceFile(const std::string& path) {
+    // It names items and folders. What is there keeps its rights.
+    if (FileIsAbsent(path)) CreatePrivateFile(path);
+    m_file.reset(OpenFile(path, "a"));
     if (!m_file)
         throw CCommandError(ExitCode::NotOpen,
                             "The trace file \"" + path + "\" cannot be written: " + std::strerror(errno));

@@ -12,13 +12,35 @@ namespace {
                         "Nothing was run or changed. Try again when its store or file can be opened.");
 }
 
+// The reason is that of opening it by its entry ID.
+[[noreturn]] void ThrowOutOfReach(CProfileSession& session, const CStoreInfo& store) {
+    std::string why;
+    try {
+        session.OpenStore(store);
+    } catch (const CCommandError& e) {
+        why = std::string(". ") + e.what();
+    }
+    throw CCommandError(
+        ExitCode::NotOpen,
+        "The list of pairs lies in the default store, \"" + store.name + "\", which is out of reach" + why,
+        "Bring its file back (\"vellum store restore\" takes a backup), then try again.");
+}
+
 }  // namespace
 
 void CPairStore::RequireStore() {
-    if (!m_session.Mapi().OpenDefaultStore())
+    if (m_session.Mapi().OpenDefaultStore()) return;
+    const auto stores = m_session.Stores();
+    for (const CStoreInfo& store : stores)
+        if (store.isDefault) ThrowOutOfReach(m_session, store);
+    if (stores.empty())
         throw CCommandError(ExitCode::NotOpen,
                             "The profile \"" + m_session.Name() + "\" has no store to keep its pairs in",
                             "Create one:  vellum store create NAME");
+    throw CCommandError(ExitCode::NotOpen,
+                        "None of the stores of the profile \"" + m_session.Name() +
+                            "\" is the default one, which keeps its pairs",
+                        "Choose it:  vellum store default NAME");
 }
 
 CPairStore::Pairs CPairStore::Listed() const {
