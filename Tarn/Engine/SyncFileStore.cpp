@@ -163,6 +163,7 @@ IMessagePtr CSyncFolder::GetConfigMsg(const IMAPIFolderPtr& folder) {
         if (rows.Count() > 0) return folder.OpenEntryv(rows.Cell(0, 0)).As<IMessagePtr>();
         return CreateHidden(folder, {}, SettingsClass);
     } catch (const CMAPIException& e) {
+        ++m_outcome.phasesFailed;
         ReportException(e, "GetConfigMsg");
         return {};
     }

@@ -4,6 +4,7 @@
 #include <Platform/UserInterface.h>
 #include <Programs/vellum/Console/Interrupt.h>
 #include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Session/Explain.h>
 #include <Programs/vellum/Sync/DryRun.h>
 #include <Programs/vellum/Sync/LastProtocol.h>
 #include <Programs/vellum/Sync/PairRun.h>
@@ -173,6 +174,7 @@ public:
         m_result.outcome = end.outcome;
         m_result.missingFolders = folder.m_missingFolders;
         m_batch.Take(m_result);
+        if (end.outcome.rowsFailed + end.outcome.phasesFailed > 0) TellOfReadOnlyStores();
         ++m_next;
         Prepare();
     }
@@ -192,6 +194,16 @@ private:
             m_result.advice = e.Hint();
         }
         return false;
+    }
+    // Behind the failures of single steps, which name no store.
+    void TellOfReadOnlyStores() {
+        for (const std::string& key : {m_result.pair.m_sourceKey, m_result.pair.m_targetKey}) {
+            CFolderRef folder;
+            if (m_context.Session().OpenFolderByKey(key, folder) &&
+                (folder.store.GetLongPropOr0(PR_STORE_SUPPORT_MASK) & STORE_READONLY) != 0)
+                m_context.Console().Error("The store \"" + SplitFolderPath(folder.path).front() +
+                                          "\" cannot be written: " + Explain(MAPI_E_NO_ACCESS));
+        }
     }
     void Prepare() {
         if (m_next < m_chosen.size()) m_result = NewResult(m_pairs, m_chosen[m_next], false);

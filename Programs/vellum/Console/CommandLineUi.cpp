@@ -2,15 +2,25 @@
 
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Session/Explain.h>
 
 namespace {
 constexpr unsigned buttonsMask = 0x0F;
+
+// The caption of a message box, which names the error, is not shown on a terminal.
+void ShowReport(const char* text, const CMAPIException& e) {
+    const std::string where = e.Context().empty() ? std::string() : " in " + e.Context();
+    ShowMessageBox((text ? text : "") + where + ": " + Explain(e), {});
 }
+}  // namespace
 
 CCommandLineUi::CCommandLineUi(CConsole& console)
-    : m_console(console), m_previous(InstallUserInterface(this)) {}
+    : m_console(console),
+      m_previous(InstallUserInterface(this)),
+      m_previousReport(SetReportHook(ShowReport)) {}
 
 CCommandLineUi::~CCommandLineUi() {
+    SetReportHook(m_previousReport);
     InstallUserInterface(m_previous);
 }
 

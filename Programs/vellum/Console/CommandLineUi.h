@@ -1,5 +1,6 @@
 // The person behind the lower rooms: their message boxes become lines on standard error.
 #pragma once
+#include <MapiWrapper/MapiException.h>
 #include <Platform/UserInterface.h>
 
 #include <string>
@@ -22,4 +23,5 @@ public:
 private:
     CConsole& m_console;
     IUserInterface* m_previous;
+    ReportHook m_previousReport;
 };

@@ -27,7 +27,7 @@ std::string Text(const std::string& path) {
 }  // namespace
 
 CChildProcess::CChildProcess(const std::string& base, const std::string& name,
-                             const std::vector<std::string>& arguments)
+                             const std::vector<std::string>& arguments, uid_t user)
     : m_outPath(JoinPath(base, name + ".out")), m_errPath(JoinPath(base, name + ".err")) {
     std::vector<std::string> line = {VELLUM_PROGRAM, "--data-dir", JoinPath(base, "base")};
     line.insert(line.end(), arguments.begin(), arguments.end());
@@ -39,6 +39,7 @@ CChildProcess::CChildProcess(const std::string& base, const std::string& name,
     if (m_pid != 0) return;
     Redirect(1, m_outPath);
     Redirect(2, m_errPath);
+    if (user != 0 && ::setuid(user) != 0) ::_exit(126);
     ::execv(pointers[0], pointers.data());
     ::_exit(127);
 }

@@ -7,9 +7,10 @@
 
 class CChildProcess {
 public:
-    // Starts vellum with these arguments below `base`; its output goes to files named after `name` there.
-    CChildProcess(const std::string& base, const std::string& name,
-                  const std::vector<std::string>& arguments);
+    // Starts vellum with these arguments below `base`; its output goes to files named after `name` there. As
+    // another user where `user` is one; rights bind no root user.
+    CChildProcess(const std::string& base, const std::string& name, const std::vector<std::string>& arguments,
+                  uid_t user = 0);
     // A process that is still running is killed.
     ~CChildProcess();
     CChildProcess(const CChildProcess&) = delete;

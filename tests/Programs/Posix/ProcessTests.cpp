@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <set>
 
@@ -265,6 +266,26 @@ TEST_F(Processes, WatchFollowsTheListAndTriesAgainWhatFailed) {
     EXPECT_TRUE(becomes("Office/B", {"Wanted=", "Wanted="})) << "a pair that fails costs the others nothing";
     watch.Signal(SIGINT);
     EXPECT_EQ(watch.Wait(), 0) << watch.Err();
+}
+
+TEST_F(Processes, AStoreThatCannotBeWrittenIsNamedThoughThereIsNothingToDo) {
+    namespace fs = std::filesystem;
+    constexpr uid_t nobody = 65534;
+    RunDone({"store", "create", "List"});
+    RunDone({"store", "default", "List"});
+    RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab"});
+    RunDone({"sync"});
+    m_session.reset();
+    for (const auto& entry : fs::recursive_directory_iterator(PathOf("")))
+        ASSERT_TRUE(geteuid() != 0 || ::chown(entry.path().c_str(), nobody, nobody) == 0);
+    for (const auto& entry : fs::recursive_directory_iterator(PathOf("base")))
+        if (entry.path().filename() == "store1.vst") fs::permissions(entry.path(), fs::perms(0400));
+    CChildProcess sync(PathOf(""), "sync", {"sync", "--trace", PathOf("base/trace")},
+                       geteuid() == 0 ? nobody : 0);
+    EXPECT_EQ(sync.Wait(), 1) << sync.Err();
+    EXPECT_NE(sync.Err().find("\"Home\" cannot be written: there is no permission"), std::string::npos)
+        << sync.Err();
+    EXPECT_EQ(fs::status(PathOf("base/trace")).permissions(), fs::perms(0600));
 }
 
 TEST(Soak, ThreeProcessesAgreeInTheEnd) {
