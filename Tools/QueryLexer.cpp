@@ -67,6 +67,14 @@ int QueryKeyword(const std::string& text) {
     return found == Keywords().end() ? 0 : found->second;
 }
 
+bool HasOpenQuote(const std::string& query) {
+    CQueryLexer lexer;
+    lexer.SetText(query);
+    while (lexer.NextToken() != TOK_END) {
+    }
+    return lexer.HasOpenQuote();
+}
+
 void CQueryLexer::SetText(const std::string& text) {
     m_text.assign(text, 0, text.find('\0'));
     m_cursor = 0;

@@ -92,5 +92,8 @@ private:
     bool m_hasOpenQuote = false;
 };
 
+// Whether a quoted text of the query lacks its closing quote.
+bool HasOpenQuote(const std::string& query);
+
 // The keyword's code for a text in any case, also ">=", "<=" and "<>"; 0 for any other text.
 int QueryKeyword(const std::string& text);

@@ -111,9 +111,18 @@ bool IsWritten(const CTarnSetting& setting) {
 }  // namespace
 
 bool CTarnSettings::ParseSettingsText(const std::string& text) {
-    CTarnSetting record;  // not reset between lines: a short line inherits from the one before
+    return ParseRecords(text, false) == 0;
+}
+
+size_t CTarnSettings::ParseWholeRecords(const std::string& text) {
+    return ParseRecords(text, true);
+}
+
+// Answers how many records were not understood, or only in part.
+size_t CTarnSettings::ParseRecords(const std::string& text, bool onlyWhole) {
+    CTarnSetting record;  // mostly not reset between lines: a short line inherits from the one before
     std::vector<std::string> members;
-    bool whole = true;
+    size_t unread = 0;
     CLineReader reader(text);
     for (;;) {
         reader.SkipOneLineEnd();
@@ -121,7 +130,9 @@ bool CTarnSettings::ParseSettingsText(const std::string& text) {
         TraceText(nullptr, "Load Settings: " + line.substr(0, 200));
         while (reader.AtMember())
             members.push_back(reader.Next());
-        record.FromText(line);
+        const bool isWhole = IsWholeRecordLine(line);
+        if (onlyWhole) record = {};
+        if (isWhole || !onlyWhole) record.FromText(line);
         const bool known = std::any_of(m_list.begin(), m_list.end(), [&](const CTarnSetting& other) {
             return other.m_sourceKey == record.m_sourceKey;
         });
@@ -131,11 +142,11 @@ bool CTarnSettings::ParseSettingsText(const std::string& text) {
         if (!line.empty() && !known && !record.m_sourceKey.empty() && !record.m_targetKey.empty()) {
             record.EmailsFromText(members);
             m_list.push_back(record);
-            whole = whole && IsWholeRecordLine(line);
+            unread += isWhole ? 0 : 1;
         } else if (!line.empty() || !members.empty()) {
-            whole = false;
+            ++unread;
         }
-        if (reader.AtEnd()) return whole;
+        if (reader.AtEnd()) return unread;
         members.clear();
     }
 }

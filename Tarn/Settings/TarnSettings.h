@@ -55,6 +55,10 @@ public:
     // Appends the records found in the text; the first of several with one source key wins. False if
     // something in it was not understood and would be lost by writing the list back.
     bool ParseSettingsText(const std::string& text);
+    // Appends only records whose lines are whole, and nothing of a record is taken from the one before it:
+    // what is left of a cut line would become a pair with the folders of another. Answers how many records
+    // were left out.
+    size_t ParseWholeRecords(const std::string& text);
     // One line a record, and its member lines; records are joined by "\r\n". Blanks empty paths of the
     // records on the way. A record that would inherit a field of the one before has a blank in its place.
     std::string BuildSettingsText();
@@ -101,6 +105,7 @@ public:
     static constexpr char MessageClass[] = "IPM.Vellum";
 
 private:
+    size_t ParseRecords(const std::string& text, bool onlyWhole);
     bool LoadRegistry();
     bool LoadFromFile();
     void SaveRegistry() const;

@@ -115,7 +115,7 @@ TEST_F(Kept, PairsTravelAsTextAndNothingIsLost) {
     RunDone({"pair", "add", "Home/C", "Office/D", "--name", "cd"});
     const Json before = RunJson({"pair", "list"});
     RunDone({"settings", "export", PathOf("pairs.ini")});
-    EXPECT_EQ(RunDone({"settings", "export", "-"}) + std::string(1, '\0'), Read("pairs.ini"));
+    EXPECT_EQ(RunDone({"settings", "export", "-"}), Read("pairs.ini"));
     RunDone({"pair", "remove", "ab"});
     RunDone({"pair", "edit", "cd", "--name", "ab"});
     RunDone({"settings", "import", PathOf("pairs.ini")});
@@ -133,11 +133,42 @@ TEST_F(Kept, PairsTravelAsTextAndNothingIsLost) {
     ExpectRefusal({"settings", "import", PathOf("broken.ini")}, 4, {"2 pair(s)", "--partly"});
     ExpectRefusal({"settings", "import", PathOf("none.ini")}, 6, {"none.ini"});
     WriteFileDurably(PathOf("noise.ini"), std::string(2000, '\xff') + ";;\r+\n;" + std::string(5, '\0'));
-    ExpectRefusal({"settings", "import", PathOf("noise.ini")}, 4, {"0 pair(s)"});
+    ExpectRefusal({"settings", "import", PathOf("noise.ini"), "--partly"}, 6, {"no settings file"});
     EXPECT_EQ(Snapshot(), whole);
     RunDone({"pair", "remove", "ab"});
     RunDone({"settings", "import", PathOf("broken.ini"), "--partly"});
     EXPECT_EQ(PairNames(), (Texts{"cd", "ab"})) << "what names no folder is no pair";
+}
+
+TEST_F(Kept, ACutFileOfPairsIsNeverTakenForWhole) {
+    RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab", "--query", "Subject = \"x y\""});
+    RunDone({"pair", "add", "Home/C", "Office/D", "--name", "cd", "--query", "Subject = \"x y\""});
+    const Json whole = RunJson({"pair", "list"});
+    RunDone({"settings", "export", PathOf("pairs.ini")});
+    RunDone({"pair", "remove", "ab"});
+    RunDone({"pair", "remove", "cd"});
+    const std::string text = Read("pairs.ini");
+    unsigned taken = 0;
+    for (std::size_t cut = 0; cut<text.size(); cut += text.size() - cut> 40 ? 37 : 1) {
+        SCOPED_TRACE(cut);
+        WriteFileDurably(PathOf("cut.ini"), text.substr(0, cut));
+        const int code = Run({"settings", "import", PathOf("cut.ini")}).code;
+        EXPECT_TRUE(code == 4 || code == 6) << code;
+        const CommandRun partly = Run({"settings", "import", PathOf("cut.ini"), "--partly"});
+        const Json pairs = RunJson({"pair", "list"});
+        ASSERT_LE(pairs.size(), 1u) << "of the second one nothing tells that it is all";
+        EXPECT_EQ(partly.code, pairs.empty() ? 6 : 0) << partly.err;
+        if (pairs.empty()) continue;
+        EXPECT_EQ(pairs[0], whole[0]);
+        EXPECT_NE(partly.err.find("Imported 1 pair(s)"), std::string::npos) << partly.err;
+        RunDone({"pair", "remove", "1"});
+        ++taken;
+    }
+    EXPECT_GT(taken, 20u);
+    std::string open = text;
+    open.erase(open.rfind('"'), 1);
+    WriteFileDurably(PathOf("open.ini"), open);
+    ExpectRefusal({"settings", "import", PathOf("open.ini")}, 4, {"1 pair(s)", "--partly"});
 }
 
 }  // namespace

@@ -77,6 +77,7 @@ TEST_F(Pairs, WhatCannotWorkIsRefusedAndChangesNothing) {
                   {"Subject = = 3", "^"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "order by Subject"}, 2, {"no condition"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "a;b"}, 2, {"semicolons"});
+    ExpectRefusal({"pair", "edit", "first", "--query", "Subject = \"a"}, 2, {"quote is not closed"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query",
                    "select Subject from \"Home\\C\" where Importance = 2"},
                   2, {"leave out \"from"});

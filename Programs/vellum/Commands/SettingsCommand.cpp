@@ -8,6 +8,7 @@
 #include <Tarn/Dispatch/MassDeleteGuard.h>
 #include <Tarn/Engine/FolderKey.h>
 #include <Tarn/Settings/TarnSettings.h>
+#include <Tools/QueryLexer.h>
 
 #include <algorithm>
 #include <charconv>
@@ -159,23 +160,30 @@ int ExportSettings(CCommandContext& context, const std::string& path) {
     std::string text = store.Text();
     if (!store.Settings().WasReadWhole())
         context.Console().Warn("The list holds text that is not understood; it is not in the export");
+    // As the file of the list ends; without it nothing tells that a file is whole.
+    if (path != "-" || !context.Console().Settings().outIsTerminal) text.push_back('\0');
     if (path == "-") {
         context.Console().Out() << text;
         return Code(ExitCode::Done);
     }
-    text.push_back('\0');  // as the file of the list ends
     if (!WriteFileDurably(path, text))
         throw CCommandError(ExitCode::NotOpen, "\"" + path + "\" could not be written: " + LastFileError());
     context.Console().Note("Wrote " + std::to_string(count) + " pair(s) to \"" + path + "\".");
     return Code(ExitCode::Done);
 }
 
-std::string ReadSettingsFile(const std::string& path) {
+struct CSettingsFile {
+    std::string text;
+    bool isEnded;  // by the zero byte that every writer puts there: nothing was cut off
+};
+
+CSettingsFile ReadSettingsFile(const std::string& path) {
     std::string text;
     if (!ReadFileBytes(path, text))
         throw CCommandError(ExitCode::NotOpen, "\"" + path + "\" cannot be read: " + LastFileError());
-    if (!text.empty() && text.back() == '\0') text.pop_back();
-    return Utf8FromFile(text);
+    const bool isEnded = !text.empty() && text.back() == '\0';
+    if (isEnded) text.pop_back();
+    return {Utf8FromFile(text), isEnded};
 }
 
 struct CImportArguments {
@@ -197,11 +205,44 @@ bool NamesItsSource(const CTarnSetting& pair) {
            !folder.m_folder.IsEmpty() && !folder.m_store.IsEmpty();
 }
 
-std::vector<CTarnSetting> PairsIn(CTarnSettings& settings) {
+bool IsPair(const CTarnSetting& record) {
+    return NamesItsSource(record) && !HasOpenQuote(record.m_query);
+}
+
+// What is known to stand in the file as it was written.
+struct CFoundPairs {
     std::vector<CTarnSetting> pairs;
-    for (std::size_t i = 0; i < settings.Count(); ++i)
-        if (NamesItsSource(settings.At(i))) pairs.push_back(settings.At(i));
-    return pairs;
+    std::size_t leftOut = 0;
+};
+
+// Of a file without its end the last line may be cut anywhere, between two fields as well: a pair without
+// its query carries everything.
+CFoundPairs PairsIn(const CSettingsFile& file) {
+    const std::size_t lastLine = file.text.find_last_of("\r\n") + 1;
+    const bool isCut = !file.isEnded && lastLine < file.text.size();
+    CTarnSettings read;
+    CFoundPairs found;
+    found.leftOut = read.ParseWholeRecords(isCut ? file.text.substr(0, lastLine) : file.text) + isCut;
+    for (std::size_t i = 0; i < read.Count(); ++i)
+        if (IsPair(read.At(i)))
+            found.pairs.push_back(read.At(i));
+        else
+            ++found.leftOut;
+    return found;
+}
+
+void RequireWhole(const CSettingsFile& file, const CFoundPairs& found, const CImportArguments& arguments) {
+    const std::string name = "\"" + arguments.file + "\"";
+    if (found.pairs.empty() && (found.leftOut != 0 || !file.isEnded))
+        throw CCommandError(ExitCode::NotOpen, name + " holds no pair: it is no settings file, or damaged",
+                            "Settings files are what 'vellum settings export' writes, and VellumCfg.ini.");
+    if (arguments.partly || (file.isEnded && found.leftOut == 0)) return;
+    throw CCommandError(ExitCode::Guarded,
+                        name +
+                            (file.isEnded ? " is not wholly understood: " : " is cut, its end is missing: ") +
+                            std::to_string(found.pairs.size()) + " pair(s) were found, and " +
+                            std::to_string(found.leftOut) + " record(s) that are none or not whole",
+                        "To take the pairs that are whole:  --partly");
 }
 
 // False if the pair's source folder has a pair that stays.
@@ -221,26 +262,21 @@ bool TakePair(std::vector<CTarnSetting>& pairs, CTarnSetting pair, bool replace)
 }
 
 int ImportSettings(CCommandContext& context, const CImportArguments& arguments) {
-    CTarnSettings read;
-    const bool parsed = read.ParseSettingsText(ReadSettingsFile(arguments.file));
-    const std::vector<CTarnSetting> found = PairsIn(read);
-    if ((!parsed || found.size() != read.Count()) && !arguments.partly)
-        throw CCommandError(ExitCode::Guarded,
-                            "\"" + arguments.file +
-                                "\" is not wholly understood: " + std::to_string(found.size()) +
-                                " pair(s) were found, and something beside them",
-                            "To take what was found:  --partly");
+    const CSettingsFile file = ReadSettingsFile(arguments.file);
+    const CFoundPairs found = PairsIn(file);
+    RequireWhole(file, found, arguments);
     unsigned added = 0, known = 0;
     CPairStore(context.Session()).Change([&](CPairStore::Pairs& pairs) {
-        for (const CTarnSetting& pair : found)
+        for (const CTarnSetting& pair : found.pairs)
             ++(TakePair(pairs, pair, arguments.replace) ? added : known);
         return added != 0;
     });
-    context.Console().Note("Imported " + std::to_string(added) + " pair(s)" +
-                           (known == 0
-                                ? "."
-                                : "; " + std::to_string(known) +
-                                      " stayed as they were, whose source folders have pairs already."));
+    std::string text = "Imported " + std::to_string(added) + " pair(s)";
+    if (known != 0)
+        text +=
+            "; " + std::to_string(known) + " stayed as they were, whose source folders have pairs already";
+    if (found.leftOut != 0) text += "; " + std::to_string(found.leftOut) + " record(s) were left out";
+    context.Console().Note(text + ".");
     return Code(ExitCode::Done);
 }
 

@@ -2,6 +2,7 @@
 
 #include <Programs/vellum/Console/ExitCode.h>
 #include <Programs/vellum/Console/Utf8.h>
+#include <Tools/QueryLexer.h>
 
 #include <algorithm>
 
@@ -53,6 +54,9 @@ void CheckQueryText(const std::string& query) {
     if (query.find_first_of(std::string(";\r\n\0", 4)) != std::string::npos)
         throw CCommandError(ExitCode::Usage, "A pair's query cannot hold semicolons or line breaks",
                             "Lists of values are written with commas, parts are joined by 'and' and 'or'.");
+    if (HasOpenQuote(query))
+        throw CCommandError(ExitCode::Usage, "A quote is not closed in the query: " + query,
+                            "What follows it, up to the end, would be one text.");
 }
 
 }  // namespace
