@@ -37,6 +37,7 @@ void CCompileRestriction::Reset() {
     m_warnings.clear();
     m_errorOffset = 0;
     m_endOffset = 0;
+    m_isLoneValue = false;
     m_errorQuery.clear();
     if (m_columns) MAPIFreeBuffer(m_columns);
     if (m_sortOrder) MAPIFreeBuffer(m_sortOrder);
@@ -75,7 +76,10 @@ void CCompileRestriction::Run() {
     Expression();
     if (m_hasError) return;
     m_endOffset = m_lexer.TokenOffset();
-    if (const auto top = Pop()) m_restriction = top->restriction;
+    const auto top = Pop();
+    if (!top) return;
+    m_restriction = top->restriction;
+    m_isLoneValue = !m_restriction;
 }
 
 // Neither an operand that is not there nor a store that refuses a name has a message of its own.

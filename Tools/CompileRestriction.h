@@ -81,6 +81,10 @@ public:
     // offset of what stands behind the expression and was not read.
     size_t EndOffset() const { return m_endOffset; }
 
+    // Whether the expression is a word or value that is compared with nothing, as "Subject" or "today": such
+    // a text restricts nothing.
+    bool IsLoneValue() const { return m_isLoneValue; }
+
     // The results. Owned by this object: valid until the next Compile or its destruction, also where
     // they were handed to a table (a table copies what it needs). Null where the text says nothing of
     // the kind; after an error the restriction is null.
@@ -200,6 +204,7 @@ private:
     ULONG m_absentId = 0xFFFF;  // counts down: a store gives these numbers last of all
     size_t m_errorOffset = 0;
     size_t m_endOffset = 0;
+    bool m_isLoneValue = false;
     std::string m_errorQuery;
     CINIQuerys* m_storedQueries = nullptr;
     IMAPIContainerPtr m_folder;

@@ -207,8 +207,13 @@ void CCompileRestriction::AddUsedTag(ULONG tag) {
 
 // --- values -----------------------------------------------------------------------------------------
 
+// A number that is clipped would select what nobody asked for.
 LONG CCompileRestriction::NumberOf(const CLiteral& literal) {
     const LONG number = LongFromText(literal.text);
+    if (std::strtoll(literal.text.c_str(), nullptr, 10) != number) {
+        if (m_errorHint.empty()) m_errorHint = "The number nearest to it is " + std::to_string(number);
+        Error("The number " + literal.text + " is out of range");
+    }
     if (literal.text.empty() || literal.text.find_first_not_of("0123456789") != std::string::npos)
         Warn("\"" + literal.text + "\" is no number and counts as " + std::to_string(number) +
              "; yes is written 1, no is 0");

@@ -77,7 +77,12 @@ TEST_F(Queries, CheckPointsAtThePlace) {
               std::string::npos);
     const std::string longText = std::string(3000, ' ') + "Importance = (2 or x";
     EXPECT_LT(Run({"query", "check", longText}).err.size(), 500u);
-    EXPECT_NE(Run({"query", "check", "Subject"}).err.find("restricts nothing"), std::string::npos);
+    for (const char* lone : {"Subject", "()", "date(1,1,2020)", "\"x\"", "Subject order by Subject"})
+        ExpectRefusal({"query", "check", lone}, 2, {"no condition"});
+    for (const char* text : {"", "order by Subject"})
+        EXPECT_NE(Run({"query", "check", text}).err.find("restricts nothing"), std::string::npos) << text;
+    ExpectRefusal({"query", "check", "Importance = 2147483648"}, 2, {"out of range", "2147483647"});
+    EXPECT_EQ(Run({"query", "check", "Importance = 2147483647"}).code, 0);
     ExpectRefusal({"query", "check", "Private = 1"}, 2, {"There is no store here"});
     MakeStores();
     RunDone({"query", "check", "Private = 1"});

@@ -81,6 +81,7 @@ TEST_F(Pairs, WhatCannotWorkIsRefusedAndChangesNothing) {
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query",
                    "select Subject from \"Home\\C\" where Importance = 2"},
                   2, {"leave out \"from"});
+    ExpectRefusal({"pair", "edit", "first", "--query", "select Subject from"}, 2, {"names a folder"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--query", "size Subject > 3"}, 6, {"MessageSize"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--both", "--to-target"}, 2, {"--both"});
     ExpectRefusal({"pair", "add", "Home/C", "Office/B", "--delete", "--new-only"}, 2,

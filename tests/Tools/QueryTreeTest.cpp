@@ -85,7 +85,7 @@ TEST_F(QueryTree, FuzzyAndBitComparisons) {
 TEST_F(QueryTree, ValuesTakeTheTypeOfTheField) {
     const CClockOverride clock(FileTimeOf(129800000000000000ull));
     static const TreeCase cases[] = {
-        {"a = 99999999999", "PROPERTY 0x66010003 = 2147483647\n", "a number too large stops at the end"},
+        {"a = 2147483647", "PROPERTY 0x66010003 = 2147483647\n", "the greatest number"},
         {"a = abc", "PROPERTY 0x66010003 = 0\n", "no number at all is 0"},
         {"yes = 1", "PROPERTY 0x660a000b = 1\n", "a truth value is a number"},
         {"yes = 65537", "PROPERTY 0x660a000b = 1\n", "of 16 bits"},
@@ -179,6 +179,7 @@ TEST_F(QueryTree, ErrorsNameTheirCauseAndPlace) {
         {"a=1 and b", " Crash in Compile", 9, "a word is no condition"},
         {"and a=1", " Crash in Compile", 7, "nothing before the and"},
         {"a =", " Crash in Compile", 3, "nothing to compare with"},
+        {"a = 2147483648", " The number 2147483648 is out of range", 4, "it would ask for another one"},
         {"=", " Crash in Compile", 1, "nothing on both sides"},
         {"not", " Crash in Compile", 3, "nothing to negate"},
         {"recipient()", " Crash in Compile", 10, "nothing about recipients"},

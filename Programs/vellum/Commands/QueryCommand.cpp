@@ -7,7 +7,6 @@
 #include <Programs/vellum/Console/Utf8.h>
 #include <Programs/vellum/Items/PropertyReport.h>
 #include <Programs/vellum/Items/QueryReport.h>
-#include <Tools/QueryLexer.h>
 #include <Tools/QueryWrite.h>
 #include <Tools/RestrictionTree.h>
 
@@ -66,6 +65,12 @@ void RequireCorrect(CQueryCompiler& query, const std::string& text, const std::s
     if (!rest.empty())
         throw CCommandError(ExitCode::Usage, "The query ends before \"" + rest + "\", which is not read",
                             "Conditions are joined by 'and' and 'or'.");
+    const bool isBlank = text.find_first_not_of(" \t\r\n") == std::string::npos;
+    const bool saysNothing =
+        !isBlank && !query.compiler.Restriction() && !query.compiler.Columns() && !query.compiler.SortOrder();
+    if (saysNothing || query.compiler.IsLoneValue())
+        throw CCommandError(ExitCode::Usage, "The query holds no condition, so every item would fit",
+                            "A condition compares a field with a value:  Subject = \"Plan\"");
     if (query.compiler.Folder()) query.TryOn(IMAPIContainerPtr(query.compiler.Folder()), path);
 }
 
@@ -139,20 +144,6 @@ int PrintQueryText(CCommandContext& context, const std::string& text, const std:
     return Code(ExitCode::Done);
 }
 
-// The path behind "select ... from", if the text itself says which folder it is about.
-std::optional<std::string> PathOfText(const std::string& text) {
-    CQueryLexer lexer;
-    lexer.SetText(text);
-    bool selects = false;
-    for (int token = lexer.NextToken(); token != TOK_END; token = lexer.NextToken()) {
-        if (token == TOK_SELECT) selects = true;
-        if (!selects || token != TOK_FROM) continue;
-        lexer.NextToken();
-        return Utf8FromNarrow(lexer.TokenText());
-    }
-    return {};
-}
-
 // The folder that the query is to run over, unless its text will name it.
 CFolderRef FolderOfQuery(CCommandContext& context, const std::optional<std::string>& inText,
                          const std::string& path) {
@@ -168,7 +159,7 @@ CFolderRef FolderOfQuery(CCommandContext& context, const std::optional<std::stri
 }
 
 int RunQueryText(CCommandContext& context, const std::string& text, const std::string& path) {
-    const CFolderRef folder = FolderOfQuery(context, PathOfText(text), path);
+    const CFolderRef folder = FolderOfQuery(context, FolderInQuery(text), path);
     CQueryCompiler query(folder.folder, context.Session().Mapi());
     query.Compile(text);
     if (!query.compiler.Folder())

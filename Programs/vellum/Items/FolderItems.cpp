@@ -103,6 +103,9 @@ std::string Upper(std::string text) {
 }  // namespace
 
 std::vector<std::string> CheckQuery(const CFolderRef& folder, const std::string& query) {
+    if (FolderInQuery(query))
+        throw CCommandError(ExitCode::Usage, "The query names a folder, and the folder is given already",
+                            "Here leave out \"from ...\"; the condition behind \"where\" is enough.");
     CQueryCompiler compiled(folder.folder, {});
     compiled.Compile(query);
     // Both would quietly let more through than was meant.

@@ -7,6 +7,7 @@
 #include <Programs/vellum/Items/ItemReport.h>
 #include <Programs/vellum/Items/PropertyReport.h>
 #include <Programs/vellum/Session/Explain.h>
+#include <Tools/QueryLexer.h>
 #include <Tools/RestrictionTree.h>
 
 #include <algorithm>
@@ -113,6 +114,19 @@ void AddPublishedWords(const CNameTable& names, CCompileRestriction& compiler,
 }
 
 }  // namespace
+
+std::optional<std::string> FolderInQuery(const std::string& text) {
+    CQueryLexer lexer;
+    lexer.SetText(text);
+    bool selects = false;
+    for (int token = lexer.NextToken(); token != TOK_END; token = lexer.NextToken()) {
+        if (token == TOK_SELECT) selects = true;
+        if (!selects || token != TOK_FROM) continue;
+        lexer.NextToken();
+        return Utf8FromNarrow(lexer.TokenText());
+    }
+    return {};
+}
 
 CQueryCompiler::CQueryCompiler(const IMAPIFolderPtr& folder, const CMapiSession& session)
     : queries(LoadStoredQueries()) {

@@ -5,8 +5,12 @@
 #include <Tools/CompileRestriction.h>
 #include <Tools/INIQuerys.h>
 
+#include <optional>
 #include <string>
 #include <vector>
+
+// The path behind "select ... from", if the text itself says which folder it is about.
+std::optional<std::string> FolderInQuery(const std::string& text);
 
 // A compiler with the stored queries that a text may call. The folder numbers the named properties; an
 // empty one leaves words for them unknown. Names that its store does not have are not made in it.
