@@ -43,6 +43,9 @@ struct FileStamp {
 };
 FileStamp StampOfFile(const std::string& path);
 
+// What tells a file from another one that takes its name while the first is open; empty where there is none.
+std::string FileIdentity(const std::string& path);
+
 // fopen for a path as all of this program has them.
 std::FILE* OpenFile(const std::string& path, const char* mode);
 bool ReadFileBytes(const std::string& path, std::string& bytes);

@@ -140,6 +140,9 @@ struct IStoreCare : public IUnknown {
     // Writes the store as it is now to a file, which is there whole or not at all and open to its owner
     // alone. Replaces a file of the name.
     virtual HRESULT STDMETHODCALLTYPE BackUp(const char* file) = 0;
+    // S_OK while the file that is open is the one under its name. MAPI_E_OBJECT_DELETED once that was moved
+    // away, removed or replaced: what is written from then on reaches nobody else.
+    virtual HRESULT STDMETHODCALLTYPE IsInPlace() = 0;
 };
 
 // Puts a backup in the place of a store, asked of the IMsgServiceAdmin of its profile.

@@ -19,7 +19,7 @@ struct CWatchedRun {
 class IWatchHost {
 public:
     virtual ~IWatchHost() = default;
-    // Asked about twenty times a second.
+    // Asked about twenty times a second. An exception ends the loop, as one of Run does.
     virtual bool WantsEnd() = 0;
     // The pairs to be watched, as the list has them now; asked every other second and before each run. Throws
     // where the list cannot be had just now: those known before go on.

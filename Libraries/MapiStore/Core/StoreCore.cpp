@@ -93,12 +93,17 @@ std::shared_ptr<CStoreCore> CStoreCore::Open(const std::string& path) {
 
 CStoreCore::CStoreCore(const std::string& path) : m_path(path) {
     m_storage = std::make_unique<CSqliteStorage>(path);
+    m_fileIdentity = FileIdentity(path);
     m_readOnly = m_storage->IsReadOnly();
     const auto uid = m_storage->ReadFact("uid");
     Require(uid && uid->size() == m_uid.bytes.size(), MAPI_E_CORRUPT_STORE);
     std::memcpy(m_uid.bytes.data(), uid->data(), uid->size());
     m_habits = CStoreHabits::Read(*m_storage);
     m_namesSeen = m_watchersTold = m_storage->OutsideChanges();
+}
+
+bool CStoreCore::IsInPlace() const {
+    return FileIdentity(m_path) == m_fileIdentity;
 }
 
 CStoreCore::CStoreCore(std::unique_ptr<IObjectStorage> storage, const StoreUid& uid)

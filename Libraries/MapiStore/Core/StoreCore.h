@@ -47,6 +47,8 @@ public:
     const StoreUid& Uid() const { return m_uid; }
     const CStoreHabits& Habits() const { return m_habits; }
     const std::string& Path() const { return m_path; }
+    // False once the file was moved away, removed or replaced under the name that it was opened by.
+    bool IsInPlace() const;
     bool IsReadOnly() const { return m_readOnly; }
 
     // Everything below needs the lock: call it inside a CStoreCall.
@@ -140,6 +142,7 @@ private:
     static void Watch(std::weak_ptr<CStoreCore> weak, std::shared_ptr<WatchState> state);
 
     const std::string m_path;
+    std::string m_fileIdentity;
     StoreUid m_uid{};
     CStoreHabits m_habits;
     bool m_readOnly = false;

@@ -467,6 +467,10 @@ HRESULT CMsgStore::Compact(ULONGLONG* before, ULONGLONG* after) {
     });
 }
 
+HRESULT CMsgStore::IsInPlace() {
+    return Core().IsInPlace() ? S_OK : MAPI_E_OBJECT_DELETED;
+}
+
 HRESULT CMsgStore::BackUp(const char* file) {
     return Guarded([&] {
         Require(file && *file, MAPI_E_INVALID_PARAMETER);

@@ -40,6 +40,7 @@ public:
     HRESULT STDMETHODCALLTYPE Check(Damage* damage, void* context, StoreCheckCounts* counts) override;
     HRESULT STDMETHODCALLTYPE Compact(ULONGLONG* before, ULONGLONG* after) override;
     HRESULT STDMETHODCALLTYPE BackUp(const char* file) override;
+    HRESULT STDMETHODCALLTYPE IsInPlace() override;
 
     void STDMETHODCALLTYPE SetFault(ULONG n, HRESULT hr, BOOL forGood) override;
     ULONG STDMETHODCALLTYPE CallCount() override { return Core().CallCount(); }

@@ -68,6 +68,12 @@ std::FILE* OpenFile(const std::string& path, const char* mode) {
     return std::fopen(path.c_str(), mode);
 }
 
+std::string FileIdentity(const std::string& path) {
+    struct stat file {};
+    if (::stat(path.c_str(), &file) != 0) return {};
+    return std::to_string(file.st_dev) + ":" + std::to_string(file.st_ino);
+}
+
 void SetEnvironment(const char* name, const std::string& value) {
     if (value.empty()) {
         ::unsetenv(name);

@@ -109,6 +109,11 @@ std::FILE* OpenFile(const std::string& path, const char* mode) {
     return _wfopen(WideFromUtf8(path).c_str(), WideFromUtf8(mode).c_str());
 }
 
+// A file that a database has open cannot be moved or replaced here.
+std::string FileIdentity(const std::string& path) {
+    return FileExists(path) ? "file" : "";
+}
+
 // The file system keeps renames in order by itself.
 void FlushDirectory(const std::string&) {}
 

@@ -36,11 +36,6 @@ int CreateStore(CCommandContext& context, const std::string& name, const std::ve
     return Code(ExitCode::Done);
 }
 
-bool IsOnStore(const CTarnSetting& pair, const CStoreInfo& store) {
-    const std::string key = ":" + store.entryId.Hex();
-    return pair.m_sourceKey.ends_with(key) || pair.m_targetKey.ends_with(key);
-}
-
 // Pairs that would lose a folder, or all of them where the store keeps their list.
 std::string PairsOnStore(CProfileSession& session, const CStoreInfo& store) {
     std::string names;

@@ -21,6 +21,7 @@ using Pairs = std::vector<CTarnSetting>;
 // Reading the list says what is wrong with it; whoever runs in the background need not hear that all the
 // time.
 constexpr DWORD listAgainMs = 60000;
+constexpr DWORD lookAtFilesMs = 2000;
 
 // Nobody is there to ask, and whoever runs the pair just now will be done some time.
 CRunOptions BackgroundRun(const CPairStore& store) {
@@ -80,7 +81,10 @@ public:
           m_pairs(Read()),
           m_choice(m_pairs, words, SYNC_CONTINUOUS_TO | SYNC_CONTINUOUS_FROM) {}
 
-    bool WantsEnd() override { return InterruptRequested(); }
+    bool WantsEnd() override {
+        if (TickCount() - m_lookedAtFiles >= lookAtFilesMs) RequireStoresInPlace();
+        return InterruptRequested();
+    }
 
     Pairs Watched() const {
         Pairs watched;
@@ -103,6 +107,7 @@ public:
         return Watched();
     }
     CWatchedRun Run(const CTarnSetting& pair) override {
+        RequireStoresInPlace();
         CWatchedRun run;
         try {
             const CBatchResult result = RunPairs(m_context, m_pairs, {IndexOf(pair)}, m_options);
@@ -137,6 +142,20 @@ public:
     }
 
 private:
+    // Nobody else's changes are heard of in a file that has lost its name, and the run's own reach nobody.
+    void RequireStoresInPlace() {
+        m_lookedAtFiles = TickCount();
+        for (const CStoreInfo& store : m_context.Session().Stores()) {
+            const bool isWatched = std::any_of(m_pairs.begin(), m_pairs.end(), [&](const CTarnSetting& pair) {
+                return IsOnStore(pair, store);
+            });
+            if ((isWatched || store.isDefault) && !m_context.Session().IsInPlace(store))
+                throw CCommandError(ExitCode::NotOpen,
+                                    "The file of the store \"" + store.name +
+                                        "\" was moved away or replaced, so watching ends",
+                                    "Start it again when the file is where it belongs.");
+        }
+    }
     Pairs Read() {
         CPairStore store(m_context.Session());
         Pairs pairs = store.Load();
@@ -159,6 +178,7 @@ private:
     bool m_hasBegun = false;
     bool m_failed = false;
     DWORD m_failedAt = 0;
+    DWORD m_lookedAtFiles = TickCount();
 };
 
 int Watch(CCommandContext& context, const std::vector<std::string>& words) {

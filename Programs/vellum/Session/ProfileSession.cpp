@@ -1,6 +1,7 @@
 #include <MapiWrapper/MapiWrapper_std.h>
 #include <Programs/vellum/Session/ProfileSession.h>
 
+#include <Platform/StoreExtensions.h>
 #include <Programs/vellum/Session/Explain.h>
 #include <Programs/vellum/Session/ProfileAdmin.h>
 
@@ -84,6 +85,19 @@ IMsgStorePtr CProfileSession::OpenStore(const CStoreInfo& store) {
     } catch (const CMAPIException& e) {
         throw CCommandError(ExitCode::NotOpen,
                             "The store \"" + store.name + "\" cannot be opened: " + Explain(e));
+    }
+}
+
+bool CProfileSession::IsInPlace(const CStoreInfo& store) {
+    try {
+        const IMsgStorePtr opened = m_session.OpenStore(store.entryId);
+        void* found = nullptr;
+        if (opened->QueryInterface(IID_IStoreCare, &found) < 0) return true;
+        CComPtr<IStoreCare> care;
+        care.Attach(static_cast<IStoreCare*>(found));
+        return care->IsInPlace() != MAPI_E_OBJECT_DELETED;
+    } catch (const CMAPIException&) {
+        return true;
     }
 }
 

@@ -51,6 +51,9 @@ public:
     CStoreInfo FindStore(const std::string& name);
     IMsgStorePtr OpenStore(const CStoreInfo& store);
     void SetDefaultStore(const CStoreInfo& store);
+    // False where the store's file, open in this session, was moved away or replaced. True for a store that
+    // cannot tell or does not open.
+    bool IsInPlace(const CStoreInfo& store);
 
     CFolderRef OpenFolder(const std::string& path);
     // Opens the last folder of the path after creating what is missing below the store. `containerClass`

@@ -111,6 +111,11 @@ bool IsSamePair(const CTarnSetting& a, const CTarnSetting& b) {
     return a.m_sourceKey == b.m_sourceKey && a.m_targetKey == b.m_targetKey;
 }
 
+bool IsOnStore(const CTarnSetting& pair, const CStoreInfo& store) {
+    const std::string key = ":" + store.entryId.Hex();
+    return pair.m_sourceKey.ends_with(key) || pair.m_targetKey.ends_with(key);
+}
+
 std::string PairLabel(const std::vector<CTarnSetting>& pairs, std::size_t index) {
     const CTarnSetting& pair = pairs.at(index);
     return pair.m_groupId.empty() ? std::to_string(index + 1) : pair.m_groupId;

@@ -50,6 +50,9 @@ private:
 // True if both name the same two folders.
 bool IsSamePair(const CTarnSetting& a, const CTarnSetting& b);
 
+// True if one of the pair's folders lies in the store.
+bool IsOnStore(const CTarnSetting& pair, const CStoreInfo& store);
+
 // "Inbox" of pair 2, for messages: its name, or its number where it has none.
 std::string PairLabel(const std::vector<CTarnSetting>& pairs, std::size_t index);
 

@@ -228,6 +228,19 @@ TEST_F(Processes, WatchHearsOfTheWholeTreeAndComesToRest) {
     EXPECT_NE(watch.Err().find("Watching has ended."), std::string::npos) << watch.Err();
 }
 
+TEST_F(Processes, WatchEndsWhereTheFileOfAStoreIsMovedAway) {
+    RunDone({"pair", "add", "Home/A", "Office/B", "--name", "ab"});
+    CChildProcess watch(PathOf(""), "watch", {"watch", "ab"});
+    for (int i = 0; i < 400 && watch.Err().find("Watching 1") == std::string::npos; ++i)
+        SleepMs(50);
+    SleepMs(2500);
+    EXPECT_TRUE(watch.Runs()) << watch.Err();
+    const std::string file = JoinPath(DataDirectory(), "profiles/me/store2.vst");
+    ASSERT_TRUE(RenameFile(file, PathOf("away.vst")));
+    EXPECT_EQ(watch.Wait(), 6);
+    EXPECT_NE(watch.Err().find("\"Office\" was moved away or replaced"), std::string::npos) << watch.Err();
+}
+
 // What others do to the list while a watcher runs.
 TEST_F(Processes, WatchFollowsTheListAndTriesAgainWhatFailed) {
     RunDone({"folder", "create", "Home/Late"});
