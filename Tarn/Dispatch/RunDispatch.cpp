@@ -3,6 +3,7 @@
 #include <Platform/UserInterface.h>
 #include <Tarn/Dispatch/PermanentSynchronization.h>
 #include <Tarn/Dispatch/RunDispatch.h>
+#include <Tarn/Maintenance/DuplicatesOfRuns.h>
 #include <Tarn/Settings/TarnContext.h>
 
 #include <algorithm>
@@ -279,6 +280,7 @@ void PrepareFolder(CSyncFolder& folder, CTarnSetting& setting, const CMapiSessio
     folder.m_protocol = protocol;
     folder.m_missingFolders.clear();
     folder.m_stoppedByGuard = false;
+    folder.m_preparation = &DuplicatesOfRuns();
 }
 
 void RunAllSettings(CSyncProgress& progress, const CMapiSession& session, const CRunOrder& order,

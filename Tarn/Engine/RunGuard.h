@@ -3,7 +3,9 @@
 #include <string>
 
 class CMapiRowSet;
+class CSyncFolder;
 class IMAPIFolderPtr;
+class IMsgStorePtr;
 class CSyncMessages;
 
 // What would be deleted on one side.
@@ -43,4 +45,15 @@ public:
     // On the thread of the run, with both folders open. False: these two are left out, which counts as a
     // phase that failed; the gate tells why. May throw CMAPIException.
     virtual bool Enter(const IMAPIFolderPtr& source, const IMAPIFolderPtr& target) = 0;
+};
+
+// Puts two folders in order before a run looks at them, where the installation asks for it (the switch
+// FindDuplicates).
+class IRunPreparation {
+public:
+    virtual ~IRunPreparation() = default;
+    // On the thread of the run, with both sides open and entered. Tells what fails itself, and counts it in
+    // the outcome of the run; may throw CMAPIException.
+    virtual void Prepare(CSyncFolder& run, const IMsgStorePtr& sourceStore, const IMAPIFolderPtr& source,
+                         const IMsgStorePtr& targetStore, const IMAPIFolderPtr& target) = 0;
 };

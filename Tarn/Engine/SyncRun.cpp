@@ -88,6 +88,7 @@ int CSyncRun::OpenAndRun(const std::string& source, const std::string& target) {
             ++m_engine.m_outcome.phasesFailed;
             return 0;
         }
+        if (!Prepare()) return 0;
         m_source.batch.Begin(m_source.store);
         m_target.batch.Begin(m_target.store);
         Phases();
@@ -102,6 +103,14 @@ int CSyncRun::OpenAndRun(const std::string& source, const std::string& target) {
         return 1;
     }
     return m_answer;
+}
+
+// False if the run was cancelled. What moves things reaches the disk by itself, before anything is gathered.
+bool CSyncRun::Prepare() {
+    if (!m_engine.m_preparation || RegistrySwitch("FindDuplicates", 0) != 1) return true;
+    m_engine.m_preparation->Prepare(m_engine, m_source.store, m_source.folder, m_target.store,
+                                    m_target.folder);
+    return !m_engine.m_cancelled;
 }
 
 void CSyncRun::Phases() {
@@ -569,7 +578,6 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_writtenRows.Drop();
     m_sourceData.Clear();
     m_targetData.Clear();
-    if (RegistrySwitch("FindDuplicates", 0) == 1) FindDuplicates();
     CSyncRun run(*this);
     m_run = &run;
     const int answer = run.Run(source, target);
@@ -577,16 +585,6 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_sourceMemory = m_targetMemory = nullptr;
     m_batchFrom = nullptr;
     return answer;
-}
-
-// Told once for a batch, not once for each of its subfolders.
-void CSyncFolder::FindDuplicates() {
-    if (m_toldOfDuplicates) return;
-    m_toldOfDuplicates = true;
-    ShowMessageBox(
-        "The removal of duplicates before a run is switched on, but it is not available in this version.\n"
-        "The folders are synchronised without it.",
-        "Vellum");
 }
 
 void CSyncFolder::ReadLastSyncTimes(const IMAPIFolderPtr& sourceFolder) {

@@ -34,6 +34,7 @@ private:
 
     int OpenAndRun(const std::string& source, const std::string& target);
     bool SplitKeys(const std::string& source, const std::string& target);
+    bool Prepare();
     void Phases();
 
     bool OpenSides();

@@ -357,10 +357,12 @@ public:
     IRunGuard* m_guard = nullptr;         // may be null; not owned
     IFolderGate* m_gate = nullptr;        // may be null; not owned
     IQueryGuard* m_queryGuard = nullptr;  // may be null; not owned
-    bool m_leaveQueryOut = false;         // see SettleQuery
-    bool m_stoppedByGuard = false;        // the pair under way ends; cleared by the caller before a pair
-    int m_cancelled = 0;                  // the last answer of IsCancelled
-    std::string m_sourceText;             // folder keys of SyncPrepared
+    // May be null; not owned.
+    IRunPreparation* m_preparation = nullptr;
+    bool m_leaveQueryOut = false;   // see SettleQuery
+    bool m_stoppedByGuard = false;  // the pair under way ends; cleared by the caller before a pair
+    int m_cancelled = 0;            // the last answer of IsCancelled
+    std::string m_sourceText;       // folder keys of SyncPrepared
     std::string m_targetText;
     bool m_toTarget = true;
     bool m_toSource = true;
@@ -434,7 +436,6 @@ private:
                       const CDirections& directions);
     void TellOneFolderForTwo(const std::string& name);
     std::string ChildPath(const IMAPIFolderPtr& parent, const SBinary& entryId, const std::string& name);
-    void FindDuplicates();
     std::string HoldingPathOf(const IMAPIFolderPtr& folder);
     IMAPIFolderPtr OpenHoldingBelow(const IMAPIFolderPtr& parent, const std::string& path,
                                     const IMAPIFolderPtr& folder);
@@ -460,7 +461,6 @@ private:
     std::string m_pairKey;         // see SetPairTarget
     bool m_foundMemory = false;    // of the last ReadSyncFiles
     bool m_takesNobodys = true;    // a memory that names no pair may be this one's
-    bool m_toldOfDuplicates = false;
     int m_depth = 0;               // levels of subfolders above the pair under way
     bool m_walkCancelled = false;  // since the topmost of them began
     // A folder that only the target has is the source of the pair that is made for it.

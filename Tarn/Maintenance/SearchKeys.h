@@ -6,7 +6,7 @@
 #include <vector>
 
 struct CSharedKeyItem {
-    CMapiBinary entryId;
+    CMapiBinary entryId;  // as the table of the folder shows it
     CMapiBinary searchKey;
     std::string name;  // the display name, or else the subject
 };
