@@ -277,18 +277,6 @@ TEST_P(RunTest, PairsByMailAndDirectoryAreRefused) {
     Still(Left().Has("A"), Right().Has(""));
 }
 
-TEST_P(RunTest, SwitchForDuplicatesIsAnsweredAndTheRunGoesOn) {
-    CRegistryKey key;
-    ASSERT_EQ(key.Create(RegistryRoot::CurrentUser, "Software\\Ostrand\\Vellum"), ERROR_SUCCESS);
-    ASSERT_EQ(key.WriteDword("FindDuplicates", 1), ERROR_SUCCESS);
-    expectMessages = true;
-    Given(Left().Creates("A"), Synced());
-    ASSERT_EQ(messages.size(), 1u);
-    EXPECT_EQ(messages[0].caption, "Vellum");
-    EXPECT_NE(messages[0].text.find("not available in this version"), std::string::npos);
-    Still(Both("A"));
-}
-
 // --- subfolders ------------------------------------------------------------------------------------------
 
 TEST_P(RunTest, SubfoldersOfOneNameArePaired) {

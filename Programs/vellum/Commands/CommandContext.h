@@ -76,4 +76,5 @@ void AddPairCommands(CCommandTable& table);
 void AddSyncCommand(CCommandTable& table);
 void AddWatchCommands(CCommandTable& table);
 void AddProtocolCommand(CCommandTable& table);
+void AddMaintainCommands(CCommandTable& table);
 void AddSettingsCommands(CCommandTable& table);

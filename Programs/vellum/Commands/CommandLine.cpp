@@ -64,6 +64,7 @@ void AddCommands(CCommandTable& table) {
     AddSyncCommand(table);
     AddWatchCommands(table);
     AddProtocolCommand(table);
+    AddMaintainCommands(table);
     AddSettingsCommands(table);
     AddQueryCommands(table);
 }
