@@ -107,6 +107,8 @@ void CSyncFolder::FindConflicts(CSyncMessages& source, CSyncMessages& target,
             if (HoldTheSame(*this, ours, *sourceFolder, *theirs, *targetFolder)) {
                 ours.m_state = theirs->m_state = STATE_NONE;
                 ours.m_settled = theirs->m_settled = TEXT_SAME_CHANGE;
+                if (!ours.m_searchKey.IsEmpty() && !theirs->m_searchKey.IsEmpty())
+                    m_unlinkedSame.emplace_back(ours.m_item, theirs->m_item);
                 continue;
             }
         }

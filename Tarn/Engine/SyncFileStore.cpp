@@ -182,6 +182,7 @@ void CSyncFolder::ReadSyncFiles(const IMAPIFolderPtr& sourceFolder, const IMAPIF
     const HRESULT ofTarget = ReadSyncFile(sourceFolder, "TargetID", m_targetData, &m_targetSyncTime);
     if (!m_foundMemory && ofSource >= 0 && ofTarget >= 0 && targetFolder && !m_pairKey.empty())
         ReadSwappedSyncFiles(sourceFolder, targetFolder);
+    m_hasNoMemory = !m_foundMemory && ofSource >= 0 && ofTarget >= 0;
     if (!IsTracing()) return;
     TraceText(m_traceFile, Rule);
     TraceText(m_traceFile, "-- Synchonization                                             --\n");

@@ -2,6 +2,7 @@
 #include <Platform/Clock.h>
 #include <Platform/Registry.h>
 #include <Platform/UserInterface.h>
+#include <Tarn/Engine/ItemTransfer.h>
 #include <Tarn/Engine/SyncRun.h>
 #include <Tarn/Engine/UnfinishedCopies.h>
 
@@ -10,6 +11,7 @@
 namespace {
 constexpr char SwitchKey[] = "Software\\Ostrand\\Vellum";
 constexpr size_t MaxTracedKey = 250;
+constexpr unsigned LinkedPerPoll = 8;
 
 // A phase whose failure is told in words of its own and ends only that phase. A failed call of a store
 // goes on to whoever encloses the phase.
@@ -145,8 +147,9 @@ void CSyncRun::Phases() {
     ForgetMemories();
     MarkRowsOfSides();
     StartNotes();
+    LinkTheSame();
     KeepConflictLosers();
-    if (!HasLost()) CopyBothWays();
+    if (!HasLost() && !m_engine.m_cancelled) CopyBothWays();
     if (!m_engine.m_cancelled) WriteState();
 }
 
@@ -490,6 +493,31 @@ bool CSyncRun::Permitted() {
 
 // --- doing -----------------------------------------------------------------------------------------
 
+// Items whose marks were taken away, or that came to both sides by another way. There is nothing to carry,
+// but without a link what becomes of one would never reach the other.
+void CSyncRun::LinkTheSame() {
+    m_engine.m_copyToSource = false;
+    unsigned linked = 0;
+    for (const auto& [ours, theirs] : m_engine.m_unlinkedSame) {
+        if (++linked % LinkedPerPoll == 0 && m_engine.PollCancelled()) return;
+        if (HasLost()) return;
+        try {
+            const std::string syncId = NewSyncIdText();
+            const auto link = [&](const Side& side, const CItemKey& item) {
+                IMessagePtr message = OpenMessage(side.folder, item);
+                if (!StampItem(m_engine, message, syncId)) return;
+                message.SaveChanges(KEEP_OPEN_READWRITE);
+                m_engine.NoteSaved(message, item, syncId, &side == &m_source);
+            };
+            link(m_source, ours);
+            link(m_target, theirs);
+        } catch (const CMAPIException& e) {
+            m_engine.NoteRowFailed();
+            ReportException(e, "CSyncFolder::FindConflicts");
+        }
+    }
+}
+
 void CSyncRun::KeepConflictLosers() {
     ServerTraceWrite(m_engine.m_traceFile,
                      "----------------------------------------- copy source to target ---------------- \n");
@@ -527,9 +555,15 @@ void CSyncRun::CopyBothWays() {
     copy(m_target, m_source, m_engine.m_sourceData, true);
 }
 
+// Items may be linked though nothing tells of a run any more, and then nothing shows as changed. Without a
+// memory what is deleted from now on would come back from the other side.
+bool CSyncRun::MustRemember() const {
+    return m_engine.m_hasNoMemory && HasRows() && m_source.rows.Count() + m_target.rows.Count() > 0;
+}
+
 void CSyncRun::WriteState() {
     Status("writing files");
-    if (HasChanges() || MustAgreeOnMark()) {
+    if (HasChanges() || MustAgreeOnMark() || MustRemember()) {
         Guarded(m_engine.m_outcome, "Error in Writing files", "Vellum", [&] {
             // A sync file must not tell of items that a disk does not hold, or will not hold any more when
             // power comes back. The source's log has them before it has the files.
@@ -575,6 +609,7 @@ int CSyncFolder::SyncFolder(const std::string& source, const std::string& target
     m_targetDiffers = false;
     m_ownWrites.Clear();
     m_inConflict.clear();
+    m_unlinkedSame.clear();
     m_writtenRows.Drop();
     m_sourceData.Clear();
     m_targetData.Clear();

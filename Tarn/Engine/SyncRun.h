@@ -64,6 +64,7 @@ private:
     void MarkRowsOfSides();
     void StartNotes();
     bool LiesInOneStore() const;
+    void LinkTheSame();
     void KeepConflictLosers();
     void CopyBothWays();
     void ForgetTables();
@@ -76,6 +77,7 @@ private:
     void TurnMemoriesBack();
     void LeaveMark();
     bool MustAgreeOnMark() const;
+    bool MustRemember() const;
     void WriteState();
     bool Reached(Side& side, HRESULT answer);
 

@@ -393,6 +393,8 @@ public:
     unsigned m_notReadAgain = 0;  // memories made without reading the folder again, of all pairs so far
     COwnWrites m_ownWrites;
     std::unordered_set<std::string> m_inConflict;  // bytes of the keys of items without a link, of this run
+    // Items of source and target that hold the same and have no link yet, of this run.
+    std::vector<std::pair<CItemKey, CItemKey>> m_unlinkedSame;
     CWrittenRows m_writtenRows;
     std::array<CEntryIdBatch, BATCH_COUNT> m_batches;
     std::vector<std::string> m_missingFolders;  // paths without counterpart that were not created
@@ -460,6 +462,7 @@ private:
     FILETIME m_thisRun{};          // what this one writes
     std::string m_pairKey;         // see SetPairTarget
     bool m_foundMemory = false;    // of the last ReadSyncFiles
+    bool m_hasNoMemory = false;    // it looked everywhere, and there is none
     bool m_takesNobodys = true;    // a memory that names no pair may be this one's
     int m_depth = 0;               // levels of subfolders above the pair under way
     bool m_walkCancelled = false;  // since the topmost of them began
