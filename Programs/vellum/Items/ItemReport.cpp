@@ -4,6 +4,7 @@
 #include <Platform/Clock.h>
 #include <Programs/vellum/Console/Console.h>
 #include <Programs/vellum/Console/Utf8.h>
+#include <Programs/vellum/Items/ClassReport.h>
 #include <Programs/vellum/Items/PropertyReport.h>
 
 #include <cstdio>
@@ -139,6 +140,14 @@ void PrintHead(CConsole& console, const std::string& name, const std::string& va
     console.Out() << console.OnOut(CConsole::Style::Bold, label) << OneLine(value) << '\n';
 }
 
+// " (12 KB)"; empty where the store does not tell.
+std::string SizeWords(const IAttachPtr& attachment) {
+    const LONG size = attachment.GetLongPropOr0(PR_ATTACH_SIZE);
+    if (size <= 0) return {};
+    return size < 1024 ? " (" + std::to_string(size) + " bytes)"
+                       : " (" + std::to_string((size + 512) / 1024) + " KB)";
+}
+
 std::string TimeHead(const IMessagePtr& message) {
     for (const ULONG tag : {PR_CLIENT_SUBMIT_TIME, PR_MESSAGE_DELIVERY_TIME, PR_CREATION_TIME}) {
         CMapiPropValue value;
@@ -169,10 +178,13 @@ void PrintItem(CConsole& console, const IMessagePtr& message) {
     PrintHead(console, "Cc", ShownText(message, PR_DISPLAY_CC_A));
     PrintHead(console, "Date", TimeHead(message));
     PrintHead(console, "Class", ShownText(message, PR_MESSAGE_CLASS_A));
+    for (const auto& [name, value] : HeadsOfClass(message))
+        PrintHead(console, name, value);
     for (const ULONG number : AttachmentNumbers(message.Get())) {
         IAttachPtr attachment;
         if (message->OpenAttach(number, nullptr, 0, attachment.Out()) < 0) continue;
-        PrintHead(console, "Attached", AttachmentName(attachment));
+        attachment.SetText(message.KnownText());
+        PrintHead(console, "Attached", AttachmentName(attachment) + SizeWords(attachment));
     }
     std::string body = ShownText(message, PR_BODY_A);
     if (body.empty()) body = Utf8FromNarrow(message.GetBody());

@@ -12,7 +12,7 @@ class CConsole;
 // store can hold, at most 32. Throws CMAPIException where the item's properties cannot be read.
 Json ItemToJson(IMessage* message);
 
-// The item as a person reads mail: heads, body, attachments by name.
+// The item as a person reads it: heads, among them those of its class, attachments by name and size, body.
 void PrintItem(CConsole& console, const IMessagePtr& message);
 
 // "2001-05-14 23:39", UTC; empty for no time.
