@@ -131,8 +131,10 @@ int RemoveDuplicateItems(CCommandContext& context, const Arguments& arguments) {
     options.destroyWithoutHolding = arguments.withoutWastebasket;
     options.dryRun = true;
     const DuplicateOutcomes looked = PassOver(context, target, options);
-    const bool isLookOnly =
-        arguments.dryRun || DuplicatesIn(looked) == 0 || WorstOf(looked) != ExitCode::Done;
+    // Items that cannot be compared stay; the others need not.
+    const ExitCode ofLook = WorstOf(looked);
+    const bool isLookOnly = arguments.dryRun || DuplicatesIn(looked) == 0 ||
+                            (ofLook != ExitCode::Done && ofLook != ExitCode::ItemsFailed);
     if (isLookOnly) return PrintDuplicates(context, target, looked);
     RefuseWithoutPlace(looked);
     AskBefore(context.Console(), DuplicatePlan(target, looked, arguments), arguments.isAgreed);
