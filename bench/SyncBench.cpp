@@ -9,6 +9,7 @@
 // All data is made before anything is measured and deleted after everything was, because deleting masses
 // of pages slows the file system for minutes.
 #include "BenchWorld.h"
+#include "MaintenanceWorld.h"
 #include "QueryWorld.h"
 #include "SqliteBaseline.h"
 
@@ -42,6 +43,7 @@ struct Size {
     int count;
     std::unique_ptr<CBenchWorld> world;
     std::unique_ptr<CQueryWorld> questions;
+    std::unique_ptr<CMaintenanceWorld> maintained;
     std::unique_ptr<CSqliteBaseline> baseline;
     std::vector<Case> cases;
 };
@@ -63,7 +65,12 @@ void ForgetPeak() {
 }
 
 Size Prepare(int count, const std::string& directory) {
-    Size size{count, std::make_unique<CBenchWorld>(count), std::make_unique<CQueryWorld>(count), nullptr, {}};
+    Size size{count,
+              std::make_unique<CBenchWorld>(count),
+              std::make_unique<CQueryWorld>(count),
+              std::make_unique<CMaintenanceWorld>(count),
+              nullptr,
+              {}};
     const std::string own = directory + "/" + std::to_string(count);
     std::filesystem::create_directories(own);
     size.baseline = std::make_unique<CSqliteBaseline>(own);
@@ -118,6 +125,20 @@ void MeasureQuestions(Size& size, int rounds) {
     }
 }
 
+// The moves count as the store's own work: what is looked for stands apart from them.
+void MeasureMaintenance(Size& size, int rounds) {
+    CMaintenanceWorld& world = *size.maintained;
+    const double folder = Fastest(5, [&] { return size.baseline->ScanFolder(); });
+    const double copy = Fastest(3, [&] { return size.baseline->Copy(); });
+    const auto add = [&](const char* name, const char* unit, double aim, double seconds) {
+        size.cases.push_back({name, unit, aim, seconds, unit[0] == 'c' ? copy : folder, PeakMegabytes()});
+    };
+    ForgetPeak();
+    add("duplicates found", "folder", 3, Fastest(rounds, [&] { return world.LookForDuplicates(); }));
+    add("a tenth moved", "copy", 1, world.MoveDuplicates());
+    add("marks removed", "copy", 2, world.RemoveMarks());
+}
+
 void PrintText(const std::vector<Size>& sizes) {
     std::printf("%8s  %-24s %10s %10s %12s %4s %8s\n", "items", "case", "seconds", "baseline", "ratio", "aim",
                 "peak MB");
@@ -150,6 +171,8 @@ int Run(const std::vector<int>& counts, bool json, int rounds, const std::string
         Measure(size, rounds);
     for (Size& size : sizes)
         MeasureQuestions(size, rounds);
+    for (Size& size : sizes)
+        MeasureMaintenance(size, rounds);
     json ? PrintJson(sizes) : PrintText(sizes);
     return 0;
 }
