@@ -2,7 +2,9 @@
 
 #include <Platform/Files.h>
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "SqliteStorage.h"
 
@@ -60,15 +62,26 @@ void CloseDatabase::operator()(sqlite3* database) const {
     sqlite3_close(database);
 }
 
+// The thread that looks out for other processes may hold a store a moment longer than its last user.
 CStoreAlone::CStoreAlone(const std::string& file) {
-    if (!FileExists(file)) return;
+    using namespace std::chrono_literals;
+    const auto end = std::chrono::steady_clock::now() + 1s;
+    while (!TryToTake(file, std::chrono::steady_clock::now() < end))
+        std::this_thread::sleep_for(5ms);
+}
+
+// False where somebody has the file, and `mayBeBusy`.
+bool CStoreAlone::TryToTake(const std::string& file, bool mayBeBusy) {
+    if (!FileExists(file)) return true;
     try {
         m_database = OpenDatabase(file, SQLITE_OPEN_READWRITE);
         TakeAlone(m_database.get());
     } catch (const CStoreError& error) {
         m_database.reset();
+        if (error.Code() == MAPI_E_BUSY && mayBeBusy) return false;
         if (error.Code() != MAPI_E_CORRUPT_STORE) throw;
     }
+    return true;
 }
 
 CCheckedBackup::CCheckedBackup(const std::string& file, const std::string& path, bool mayBeDamaged)

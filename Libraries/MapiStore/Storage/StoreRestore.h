@@ -15,13 +15,16 @@ using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 // A store's file that nobody else has open, and that nobody opens until the object goes.
 class CStoreAlone {
 public:
-    // MAPI_E_BUSY if anybody has it open, this process included; MAPI_E_NO_ACCESS, MAPI_E_DISK_ERROR.
+    // MAPI_E_BUSY if anybody has it open for a second from now, this process included; MAPI_E_NO_ACCESS,
+    // MAPI_E_DISK_ERROR.
     explicit CStoreAlone(const std::string& file);
     // Null where there is no file or none that the database takes for its own. It is not held then, so that
     // it can be renamed on every system.
     sqlite3* Raw() const { return m_database.get(); }
 
 private:
+    bool TryToTake(const std::string& file, bool mayBeBusy);
+
     Database m_database;
 };
 
