@@ -3,6 +3,7 @@
 #include <Tarn/Engine/ElementCopy.h>
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -266,9 +267,49 @@ private:
     IMessagePtr m_message;
 };
 
+namespace {
+// A query that asks for texts does not show the stripped copy of what it chose: the copy has none. It is
+// linked as ever, and without it each change would leave one more beside it. No memory tells of what stands
+// outside the query, so what somebody did to the copy counts as an edit that was never carried.
+std::optional<RowResult> RewriteCopyBesideQuery(const CCopyRoute& route, const CSyncMessage& row,
+                                                IMessagePtr& source, std::string& status, bool quiet,
+                                                CEmptiedTarget& emptied) {
+    CSyncFolder& engine = route.engine;
+    if (!engine.m_stripPrivate || !engine.HasQuery()) return {};
+    if (row.m_syncId.empty() || !row.m_searchKey.IsEmpty()) return {};  // not linked
+    if (route.targetRows.FindRow(COL_SYNC_ID, row.m_syncId) >= 0) return {};
+    const IMAPITablePtr table = route.targetFolder._rawContentsTable();
+    SPropValue syncId{};
+    syncId.ulPropTag = engine.TagsOf(route.targetFolder.RawProp()).larchId;
+    syncId.Value.lpszA = const_cast<char*>(row.m_syncId.c_str());
+    SRestriction linked{};
+    linked.rt = RES_PROPERTY;
+    linked.res.resProperty = {RELOP_EQ, syncId.ulPropTag, &syncId};
+    table.Restrict(&linked, TBL_BATCH);
+    CMapiRowSet rows;
+    engine.QuerySyncRows(rows, route.targetFolder, table);
+    for (ULONG at = 0; at < rows.Count(); ++at) {
+        if (LinkOfRow(rows, at) != row.m_syncId || engine.WasWritten(KeyOfRow(rows, at))) continue;
+        IMessagePtr copy = OpenMessage(route.targetFolder, KeyOfRow(rows, at));
+        if (!engine.IsMarkedPrivate(copy)) continue;
+        engine.NoteUncarried(row.m_syncId);
+        const CCopyRoute beside{engine, route.sourceFolder, route.targetFolder, route.sourceRows,
+                                rows,   route.links};
+        return RewriteTarget(beside, at, source, status, quiet, emptied);
+    }
+    return {};
+}
+}  // namespace
+
 RowResult CCopyPass::TransferNew(CSyncMessage& row, std::string& status, bool quiet) {
     CRowMessage message(row, m_route);
     if (m_engine.IsSkippedPrivate(message.Get())) return RowResult::Done;
+    CEmptiedTarget emptied;
+    if (const auto result = RewriteCopyBesideQuery(m_route, row, message.Get(), status, quiet, emptied)) {
+        if (emptied.item.IsEmpty()) return *result;
+        GiveBack(emptied);
+        return RowResult::NotSaved;
+    }
     CElementCopy element(m_route, row, message.Get(), status, quiet);
     element.Run(nullptr, false, row.m_state == STATE_NEW);
     return element.Result();
@@ -432,6 +473,8 @@ RowResult CopyChangedRow(const CCopyRoute& route, CSyncMessage& row, IMessagePtr
         FreeRow(route, row.m_syncId.empty() ? -1 : route.targetRows.FindRow(COL_SYNC_ID, row.m_syncId));
     try {
         if (targetRow < 0) {
+            if (const auto result = RewriteCopyBesideQuery(route, row, source, status, quiet, emptied))
+                return *result;
             TraceFormat(engine.m_traceFile,
                         "Warning: Modified Element: sid %s not found. Creating new element\n",
                         row.m_syncId.c_str());

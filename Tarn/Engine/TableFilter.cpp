@@ -36,6 +36,10 @@ bool CSyncFolder::IsFiltered() const {
     return m_setting && (HasFlag(SYNC_NEW_ONLY) || HasFlag(SYNC_SKIP_PRIVATE) || !m_setting->m_query.empty());
 }
 
+bool CSyncFolder::HasQuery() const {
+    return m_setting && !m_leaveQueryOut && !m_setting->m_query.empty();
+}
+
 std::string CSyncFolder::SettleQuery(const IMAPIFolderPtr& source, const IMAPIFolderPtr& target) {
     m_leaveQueryOut = false;
     if (!m_setting || m_setting->m_query.empty()) return {};

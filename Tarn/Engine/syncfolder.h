@@ -179,6 +179,8 @@ public:
                           bool useTime);
     // Whether the pair's setting selects some of the rows.
     bool IsFiltered() const;
+    // Whether its query does, as settled.
+    bool HasQuery() const;
     bool FindBySearchKey(CSyncFileMap& ownData, const CItemKeyView& item, const CMapiRowSet& otherRows,
                          const FILETIME& rowTime, const SBinary& searchKey, const CMapiRowSet& ownRows,
                          LONG& result);
@@ -335,6 +337,10 @@ public:
     bool IsUncarried(std::string_view syncId) const {
         const CSyncIds& edits = m_copyToSource ? m_sourceUncarried : m_targetUncarried;
         return edits.find(syncId) != edits.end();
+    }
+    // What the side that is written to holds of the item may be an edit.
+    void NoteUncarried(const std::string& syncId) {
+        (m_copyToSource ? m_sourceUncarried : m_targetUncarried).insert(syncId);
     }
     // Both sides now hold the same of the item, or none of it.
     void ForgetUncarried(const std::string& syncId) {

@@ -400,6 +400,32 @@ TEST_P(RunTest, PrivateAppointmentTravelsWithoutItsText) {
     Then(Both(""));
 }
 
+// It stands beside the query, which asks for a text that the copy has not.
+TEST_P(RunTest, CopyWithoutTextStaysTheOnlyOneUnderAQuery) {
+    setting.m_flags |= SYNC_STRIP_PRIVATE;
+    setting.m_query = "Subject = prefix \"Doctor\"";
+    const TestRef<IMessage> secret = NewMessage(Source().Folder(), "Doctor", "knee");
+    SetText(secret.Get(), PR_MESSAGE_CLASS_A, "IPM.Appointment");
+    SetLong(secret.Get(), PR_SENSITIVITY, SENSITIVITY_PRIVATE);
+    ASSERT_EQ(secret->SaveChanges(0), S_OK);
+    Run();
+    When(Source().Changes("Doctor", "toe"));
+    Run();
+    EXPECT_EQ(Target().Items(), "[] Private appointment");
+    EXPECT_EQ(Target().Discarded(), "");
+    // What somebody wrote into the copy was never carried.
+    When(Target().Renames("[] Private appointment", "mine"), Source().Changes("Doctor", "heel"));
+    Run();
+    EXPECT_EQ(Target().Items(), "[] Private appointment");
+    EXPECT_EQ(Target().Discarded(), "mine");
+    const TestRows rows = ContentsOf(Source().Folder(), {PR_ENTRYID});
+    const TestRef<IMessage> open = OpenTestMessage(Source().Store(), rows.Bytes(0, 0));
+    SetLong(open.Get(), PR_SENSITIVITY, 0);
+    ASSERT_EQ(open->SaveChanges(0), S_OK);
+    Run();
+    Still(Both("Doctor"), Target().Reads("Doctor", "heel"));
+}
+
 TEST_P(RunTest, IncrementalRunFindsWhatIsNewAndLosesNothing) {
     setting.m_flags = (setting.m_flags | SYNC_NEW_ONLY) & ~static_cast<ULONG>(SYNC_DELETE_IN_TARGET);
     Given(Both("A B"), Synced());
