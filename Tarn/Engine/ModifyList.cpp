@@ -168,6 +168,10 @@ private:
         MARK_INNER_POSITION();
         Trace(" --> New Element because syncIDSource is empty\n");
         const SBinary searchKey = m_ownRows.Cell(row.index, COL_SEARCH_KEY).Binary();
+        // Remembered as it is, by its key and without a link: it has not gone, though the other side has
+        // none.
+        CSyncFileEntry* entry = m_ownData.FindByItem(row.key);
+        if (entry && entry->SyncId() == HexFromBinary(searchKey)) entry->seen = 1;
         LONG comparison = 0;
         if (m_otherFolder && m_run.FindBySearchKey(m_ownData, row.key, OtherRows(), row.modified, searchKey,
                                                    m_ownRows, comparison))

@@ -145,6 +145,10 @@ STORY(OneWayPairTakesNothingBack) {
     setting.m_flags &= ~static_cast<ULONG>(SYNC_FROM_TARGET);
     Given(Source().Creates("A"), Target().Creates("B"));
     Then(Source().Has("A"), Target().Has("A B"));
+    setting.m_flags |= SYNC_FROM_TARGET;
+    Run();
+    Still(Both("A B"));
+    EXPECT_EQ(protocol.Count(), 1u) << "what was remembered without a link has not gone";
 }
 
 // The memory tells of the edit as seen as soon as anything is carried.
