@@ -39,7 +39,7 @@ constexpr CValue values[] = {
      "Add-in: the protocol after a run, 0 never, 1 always, 2 for conflicts"},
     {"pump", "Pump", vellumKey, false, 1, 1, "Kept for the add-in"},
     {"find-duplicates", "FindDuplicates", vellumKey, false, 1, 0,
-     "1: asks for duplicates to be removed before a run (not in this version)"},
+     "1: every run first moves duplicates in the folders of its pairs below the wastebasket"},
     {"directory", "Directory", vellumKey, true, 0, 0, "Directory of the pairs that travel as files"},
     {"mass-delete-guard", "MassDeleteGuard", vellumKey, false, 100, kMassDeleteShare,
      "A run that would delete more than so many per cent of one side is stopped; 0: never"},
