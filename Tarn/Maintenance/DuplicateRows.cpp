@@ -115,6 +115,26 @@ std::unordered_map<std::string_view, CDuplicateRows::CGroup> CDuplicateRows::Gro
     return groups;
 }
 
+ULONG CDuplicateRows::NewestLinked(const CGroup& group, const CDuplicateRows& other,
+                                   const CGroup& ofOther) const {
+    ULONG newest = group.end;
+    for (ULONG row = group.first; row < group.end; ++row) {
+        if (other.FindLink(ofOther, LinkOf(row)) == ofOther.end) continue;
+        if (newest == group.end || CompareFileTimes(TimeOf(row), TimeOf(newest)) > 0) newest = row;
+    }
+    return newest;
+}
+
+// An item without a link is new to the next run, which carries it whatever stays there.
+void CDuplicateRows::AgreeWith(CDuplicateRows& other, const CGroup& group, const CGroup& ofOther) {
+    ULONG kept = NewestOf(group);
+    if (LinkOf(kept).empty()) return;
+    if (other.FindLink(ofOther, LinkOf(kept)) == ofOther.end) kept = NewestLinked(group, other, ofOther);
+    if (kept == group.end) return;
+    m_kept[group.first] = kept;
+    other.m_kept[ofOther.first] = other.FindLink(ofOther, LinkOf(kept));
+}
+
 void AgreeOnKept(CDuplicateRows& source, CDuplicateRows& target) {
     const auto targets = target.Groups();
     for (const auto& [key, ofSource] : source.Groups()) {
@@ -122,13 +142,22 @@ void AgreeOnKept(CDuplicateRows& source, CDuplicateRows& target) {
         if (found == targets.end()) continue;
         const CDuplicateRows::CGroup ofTarget = found->second;
         if (ofSource.Count() + ofTarget.Count() == 2) continue;
-        const ULONG sourceRow = source.NewestOf(ofSource), targetRow = target.NewestOf(ofTarget);
-        if (CompareFileTimes(source.TimeOf(sourceRow), target.TimeOf(targetRow)) >= 0) {
-            const ULONG counterpart = target.FindLink(ofTarget, source.LinkOf(sourceRow));
-            if (counterpart < ofTarget.end) target.m_kept[ofTarget.first] = counterpart;
-        } else {
-            const ULONG counterpart = source.FindLink(ofSource, target.LinkOf(targetRow));
-            if (counterpart < ofSource.end) source.m_kept[ofSource.first] = counterpart;
-        }
+        const FILETIME here = source.TimeOf(source.NewestOf(ofSource));
+        if (CompareFileTimes(here, target.TimeOf(target.NewestOf(ofTarget))) >= 0)
+            source.AgreeWith(target, ofSource, ofTarget);
+        else
+            target.AgreeWith(source, ofTarget, ofSource);
+    }
+}
+
+void KeepLinked(CDuplicateRows& rows, const CDuplicateRows& partner) {
+    const auto partners = partner.Groups();
+    for (const auto& [key, group] : rows.Groups()) {
+        const auto found = partners.find(key);
+        if (found == partners.end() || group.Count() == 1) continue;
+        const std::string link = rows.LinkOf(rows.KeptOf(group.first, group.end));
+        if (link.empty() || partner.FindLink(found->second, link) < found->second.end) continue;
+        const ULONG linked = rows.NewestLinked(group, partner, found->second);
+        if (linked < group.end) rows.m_kept[group.first] = linked;
     }
 }

@@ -25,6 +25,7 @@ public:
     void Forget(ULONG row);
 
     friend void AgreeOnKept(CDuplicateRows& source, CDuplicateRows& target);
+    friend void KeepLinked(CDuplicateRows& rows, const CDuplicateRows& partner);
 
 private:
     struct CGroup {
@@ -38,6 +39,10 @@ private:
     std::string LinkOf(ULONG row) const;
     // The row of the group that bears the link, or its end.
     ULONG FindLink(const CGroup& group, const std::string& link) const;
+    // The newest row of the group with a counterpart in the other group, or the end of the group.
+    ULONG NewestLinked(const CGroup& group, const CDuplicateRows& other, const CGroup& ofOther) const;
+    // Of two groups of which this one holds the newest row.
+    void AgreeWith(CDuplicateRows& other, const CGroup& group, const CGroup& ofOther);
     std::unordered_map<std::string_view, CGroup> Groups() const;
 
     CMapiRowSet m_rows;
@@ -46,5 +51,10 @@ private:
 
 // The two folders of a pair, read with links. Where the items that would stay on either side are no
 // counterparts of each other, the next run would take each for one whose counterpart was deleted, and delete
-// both. So the counterpart of the newer of the two stays.
+// both. So the counterpart of the newer of the two stays; where that has gone before, two stay that are
+// counterparts.
 void AgreeOnKept(CDuplicateRows& source, CDuplicateRows& target);
+// A folder that is cleaned by itself, and the other folder of a pair, both read with links. An item whose
+// counterpart has gone from there does not stay in the place of one that still has its own: the next run
+// would delete it, and the other side's last one with it.
+void KeepLinked(CDuplicateRows& rows, const CDuplicateRows& partner);

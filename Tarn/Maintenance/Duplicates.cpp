@@ -25,6 +25,8 @@ public:
     bool Look(bool links);
     CDuplicateRows& Rows() { return m_rows; }
     bool HasDuplicates() const;
+    // False where one of them cannot be read, which is told.
+    bool HeedPartners(const std::vector<CMaintainedFolder>& partners);
     // Whether what is found has somewhere to go. Told where it has not.
     bool HasPlace();
     void RefuseForWantOfPlace();
@@ -72,6 +74,19 @@ bool CDuplicatePass::HasDuplicates() const {
         if (end - first > 1) return true;
     }
     return false;
+}
+
+// Without them what stays may be what the next run deletes, so nothing is done then.
+bool CDuplicatePass::HeedPartners(const std::vector<CMaintainedFolder>& partners) {
+    for (const CMaintainedFolder& partner : partners) {
+        CDuplicatePass other(partner, m_options, m_watch);
+        if (!other.Look(true)) {
+            m_outcome.notRead = true;
+            return false;
+        }
+        KeepLinked(m_rows, other.m_rows);
+    }
+    return true;
 }
 
 bool CDuplicatePass::HasPlace() {
@@ -259,9 +274,10 @@ std::string DuplicateLogBeside(const std::string& modulePath) {
 }
 
 CDuplicateOutcome RemoveDuplicates(const CMaintainedFolder& folder, const CDuplicateOptions& options,
-                                   IMaintenanceWatch* watch) {
+                                   IMaintenanceWatch* watch, const std::vector<CMaintainedFolder>& partners) {
     CDuplicatePass pass(folder, options, watch);
-    if (!folder.IsValid() || !pass.Look(false) || !pass.HasDuplicates()) return pass.Outcome();
+    if (!folder.IsValid() || !pass.Look(!partners.empty()) || !pass.HasDuplicates()) return pass.Outcome();
+    if (!pass.HeedPartners(partners)) return pass.Outcome();
     const bool hasPlace = pass.HasPlace();
     if (!hasPlace) pass.RefuseForWantOfPlace();
     if (hasPlace || options.dryRun) pass.Walk();

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 struct CDuplicateOptions {
     // Items of one key that differ in what a person sees of them stay. Opens every item of a group.
@@ -44,8 +45,11 @@ std::string DuplicateLogBeside(const std::string& modulePath);
 // and unless fields are compared one move for some hundred items. `watch` may be null; it is told every
 // eighth row and asked before each group and each move. Either may be called again: what is done is not
 // found any more.
+// `partners` are the other folders of pairs that the folder belongs to. They are read only: an item whose
+// counterpart has gone from there does not stay instead of one that is still linked.
 CDuplicateOutcome RemoveDuplicates(const CMaintainedFolder& folder, const CDuplicateOptions& options,
-                                   IMaintenanceWatch* watch);
+                                   IMaintenanceWatch* watch,
+                                   const std::vector<CMaintainedFolder>& partners = {});
 // Both folders of a pair, source first. Of copies that are linked across, the same ones stay on both sides:
 // what would stay alone would be deleted by the next run, here and there. So in one of the two it may be
 // another than the newest, the counterpart of what is newer still on the other side.

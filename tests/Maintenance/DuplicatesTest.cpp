@@ -162,6 +162,31 @@ TEST_P(DuplicatesTest, CounterpartsStayTogetherWhicheverSideIsNewer) {
     });
 }
 
+// What a run wrote last is another copy on either side, so each side has another newest one.
+TEST_P(DuplicatesTest, CleaningOneSideAfterTheOtherLeavesLinkedItems) {
+    for (const bool bothAtLast : {false, true}) {
+        WithEachHabit([this, bothAtLast] {
+            Given(Both("A B C"), Synced(), Source().CopiesWithin("A"), Synced(),
+                  Source().RenamesNewest("A", "A2"), Synced());
+            NextMoment();
+            Given(Source().Changes("A", "first"), Target().Changes("A2", "second"), Synced());
+            NextMoment();
+            const CMaintainedFolder source = Of(Source()), target = Of(Target());
+            EXPECT_EQ(RemoveDuplicates(source, {}, nullptr, {target}).removed, 1u);
+            if (bothAtLast)
+                EXPECT_EQ(RemoveDuplicatesOfPair(source, target, {}, nullptr)[1].removed, 1u);
+            else
+                EXPECT_EQ(RemoveDuplicates(target, {}, nullptr, {source}).removed, 1u);
+            const std::string kept = Source().Items();
+            Run();
+            EXPECT_EQ(Source().Items(), kept);
+            EXPECT_EQ(Target().Items(), kept);
+            ExpectNothingMoves();
+        });
+        StartOver();
+    }
+}
+
 TEST_P(DuplicatesTest, CopiesOnOneSideOrWithoutLinksEndOnceOnBoth) {
     WithEachHabit([this] {
         Given(Both("A B C"), Synced());

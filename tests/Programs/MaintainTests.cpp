@@ -63,6 +63,21 @@ TEST_F(Maintain, ARunRemovesDuplicatesWhereTheInstallationSaysSo) {
     EXPECT_EQ(RunJson({"sync"})[0]["entries"].size(), 0u);
 }
 
+// What a run wrote last is another copy on either side; the next run must not take both for deleted.
+TEST_F(Maintain, BothSidesCleanedByThemselvesKeepTheSameItem) {
+    RunDone({"item", "delete", "Home/A", "Two"});
+    RunDone({"item", "copy", "Home/A", "1", "--to", "Home/A"});
+    RunDone({"sync", "--quiet"});
+    RunDone({"item", "set", "Home/A", "2", "--set", "PR_COMMENT_A=x"});
+    RunDone({"item", "set", "Office/B", "1", "--set", "PR_COMMENT_A=y"});
+    RunDone({"sync", "--quiet"});
+    for (const char* folder : {"Home/A", "Office/B"})
+        EXPECT_EQ(Maintained({"duplicates", folder, "--yes"})[0]["removed"], 1);
+    RunDone({"sync", "--quiet"});
+    EXPECT_EQ(Contents("Home/A"), std::vector<std::string>{"One=One"});
+    EXPECT_EQ(Contents("Office/B"), std::vector<std::string>{"One=One"});
+}
+
 TEST_F(Maintain, MarksMemoriesAndTimesGoAndTheNextRunFindsAllAgain) {
     RunDone({"sync"});
     ExpectRefusal({"maintain", "remove-ids", "ab"}, 4, {"2 marked items in \"Home\\A\"", "--yes"});

@@ -69,7 +69,12 @@ using DuplicateOutcomes = std::vector<CDuplicateOutcome>;
 DuplicateOutcomes PassOver(CCommandContext& context, const CMaintenanceTarget& target,
                            const CDuplicateOptions& options) {
     CTerminalWatch watch(context.Console(), options.dryRun ? "looking for duplicates" : "moving duplicates");
-    if (!target.IsPair()) return {RemoveDuplicates(target.At(0), options, &watch)};
+    if (!target.IsPair()) {
+        std::vector<CMaintainedFolder> partners;
+        for (const CFolderRef& partner : target.partners)
+            partners.push_back({partner.store, partner.folder});
+        return {RemoveDuplicates(target.At(0), options, &watch, partners)};
+    }
     const auto both = RemoveDuplicatesOfPair(target.At(0), target.At(1), options, &watch);
     return {both.begin(), both.end()};
 }

@@ -39,10 +39,14 @@ CMaintenanceTarget FindMaintained(CProfileSession& session, const std::string& w
             return TargetOfPair(session, pairs[i], PairLabel(pairs, i));
     CMaintenanceTarget target;
     target.folders.push_back(session.OpenFolder(word));
-    for (std::size_t i = 0; i < pairs.size(); ++i)
-        if (IsSide(session, pairs[i].m_sourceKey, target.folders[0]) ||
-            IsSide(session, pairs[i].m_targetKey, target.folders[0]))
-            target.pairsOfFolder.push_back(PairLabel(pairs, i));
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        const bool isSource = IsSide(session, pairs[i].m_sourceKey, target.folders[0]);
+        if (!isSource && !IsSide(session, pairs[i].m_targetKey, target.folders[0])) continue;
+        target.pairsOfFolder.push_back(PairLabel(pairs, i));
+        CFolderRef partner;
+        if (session.OpenFolderByKey(isSource ? pairs[i].m_targetKey : pairs[i].m_sourceKey, partner))
+            target.partners.push_back(partner);
+    }
     return target;
 }
 

@@ -15,6 +15,7 @@ struct CMaintenanceTarget {
     std::string pair;                 // the pair's name or number; empty: a folder by itself
     // Pairs that have the folder on one side; empty for a pair.
     std::vector<std::string> pairsOfFolder;
+    std::vector<CFolderRef> partners;  // the other sides of these, as far as they open
 
     bool IsPair() const { return !pair.empty(); }
     CMaintainedFolder At(std::size_t index) const { return {folders[index].store, folders[index].folder}; }
