@@ -69,8 +69,8 @@ void CMailboxImporter::EndItem() {
 void CMailboxImporter::GiveUpItem(const CMAPIException& reason) {
     if (EndsEverything(reason.Hr()))
         throw CCommandError(ExitCode::NotOpen, "The import into \"" + m_folders.front().path +
-                                                   "\" stopped after " + std::to_string(m_result.items) +
-                                                   " items: " + Explain(reason.Hr()));
+                                                   "\" stopped: " + Explain(reason.Hr()),
+                            "What came before may be there:  vellum folder list \"" + m_folders.front().path + "\"");
     Warn("left out: " + Explain(reason.Hr()));
     m_item.reset();
 }
