@@ -5,6 +5,8 @@
 namespace {
 
 HRESULT CodeOfSqlite(int code) {
+    // The index of the log has no room. Nobody has refused the file, and nobody else is at work in it.
+    if (code == SQLITE_IOERR_SHMSIZE) return MAPI_E_NOT_ENOUGH_DISK;
     switch (code & 0xFF) {
         case SQLITE_FULL:
             return MAPI_E_NOT_ENOUGH_DISK;
