@@ -73,6 +73,16 @@ TEST_F(StoreCare, WhatIsNoBackupOfTheStoreIsRefusedAndChangesNothing) {
         << check.out;
 }
 
+// The pair is in order, and nobody shall be told to remove it.
+TEST_F(StoreCare, ARunNamesTheStoreThatDoesNotOpen) {
+    RunDone({"pair", "add", "Home/Inbox", "Office/Inbox", "--name", "ours"});
+    WriteFileDurably(FileOf("store2.vst"), std::string(20000, 'x'));
+    ExpectRefusal({"sync"}, 6, {"\"ours\": The store \"Office\" cannot be opened", "is damaged"});
+    ExpectRefusal({"sync", "--dry-run"}, 6, {"The store \"Office\" cannot be opened", "is damaged"});
+    RemoveFile(FileOf("store2.vst"));
+    ExpectRefusal({"sync"}, 6, {"The store \"Office\" cannot be opened", "does not exist"});
+}
+
 // What backups are for.
 TEST_F(StoreCare, AStoreWhoseFileIsRubbishOrGoneComesBack) {
     const std::string home = PathOf("home.vst");

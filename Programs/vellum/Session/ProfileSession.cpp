@@ -211,7 +211,8 @@ std::string CProfileSession::PathOf(const CFolderRef& folder, const std::string&
     return below.empty() ? storeName : storeName + "\\" + below;
 }
 
-bool CProfileSession::OpenFolderByKey(const std::string& key, CFolderRef& folder) {
+bool CProfileSession::OpenFolderByKey(const std::string& key, CFolderRef& folder,
+                                      std::string* problemOfStore) {
     const auto colon = key.find(':');
     if (colon == std::string::npos) return false;
     folder.entryId = BinaryFromHex(key.substr(0, colon));
@@ -226,7 +227,8 @@ bool CProfileSession::OpenFolderByKey(const std::string& key, CFolderRef& folder
             return true;
         } catch (const CMAPIException&) {
             return false;
-        } catch (const CCommandError&) {
+        } catch (const CCommandError& e) {
+            if (problemOfStore) *problemOfStore = e.what();
             return false;
         }
     }

@@ -62,8 +62,9 @@ public:
     // The folder of that name below `parent`, created if it is missing.
     CFolderRef CreateSubfolder(const CFolderRef& parent, const std::string& name,
                                const std::string& containerClass, bool& created);
-    // False where the store or the folder is not there any more; nothing is thrown for that.
-    bool OpenFolderByKey(const std::string& key, CFolderRef& folder);
+    // False where the store or the folder is not there any more; nothing is thrown for that. A store of the
+    // profile that does not open is told in `problemOfStore`.
+    bool OpenFolderByKey(const std::string& key, CFolderRef& folder, std::string* problemOfStore = nullptr);
     CFolderRef OpenSubfolder(const CFolderRef& parent, const CFolderEntry& row);
 
     // The folders directly below, ordered by name.

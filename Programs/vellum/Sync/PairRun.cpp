@@ -68,11 +68,17 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
 bool CanOpenPair(CProfileSession& session, CPairResult& result) {
     const CTarnSetting& pair = result.pair;
     CFolderRef folder;
-    if (!session.OpenFolderByKey(pair.m_sourceKey, folder))
+    std::string problemOfStore;
+    if (!session.OpenFolderByKey(pair.m_sourceKey, folder, &problemOfStore))
         result.problem = "The folder \"" + pair.m_sourcePath + "\" cannot be opened";
-    else if (!session.OpenFolderByKey(pair.m_targetKey, folder))
+    else if (!session.OpenFolderByKey(pair.m_targetKey, folder, &problemOfStore))
         result.problem = "The folder \"" + pair.m_targetPath + "\" cannot be opened";
     if (result.problem.empty()) return true;
+    // Whoever took the pair out of the list for that would lose it for a file that comes back.
+    if (!problemOfStore.empty()) {
+        result.problem = problemOfStore;
+        return false;
+    }
     result.advice = "If the folder was removed or renamed:  vellum pair remove \"" + result.label +
                     "\", then add the pair anew.";
     return false;
