@@ -68,9 +68,10 @@ void CMailboxImporter::EndItem() {
 
 void CMailboxImporter::GiveUpItem(const CMAPIException& reason) {
     if (EndsEverything(reason.Hr()))
-        throw CCommandError(ExitCode::NotOpen, "The import into \"" + m_folders.front().path +
-                                                   "\" stopped: " + Explain(reason.Hr()),
-                            "What came before may be there:  vellum folder list \"" + m_folders.front().path + "\"");
+        throw CCommandError(
+            ExitCode::NotOpen,
+            "The import into \"" + m_folders.front().path + "\" stopped: " + Explain(reason.Hr()),
+            "What came before may be there:  vellum folder list \"" + m_folders.front().path + "\"");
     Warn("left out: " + Explain(reason.Hr()));
     m_item.reset();
 }
