@@ -39,7 +39,8 @@ struct CSyncOutcome {
     unsigned rowsFailed = 0;      // items that could not be carried over or removed
     unsigned sourceChanged = 0;   // items created, rewritten or removed in source folders
     unsigned targetChanged = 0;
-    unsigned conflicts = 0;  // items changed on both sides
+    unsigned conflicts = 0;        // items changed on both sides
+    unsigned duplicatesMoved = 0;  // before the runs, where the installation asks for it
     bool cancelled = false;
     bool notAvailable = false;  // a kind of pair that this version does not run
     bool guarded = false;       // a pair was stopped by its guard

@@ -23,6 +23,7 @@ public:
         for (const CDuplicateOutcome& outcome :
              RemoveDuplicatesOfPair({sourceStore, source}, {targetStore, target}, {}, &watch)) {
             TraceFormat(run.m_traceFile, "%d dups deleted", static_cast<int>(outcome.removed));
+            run.m_outcome.duplicatesMoved += outcome.removed;
             if (outcome.notRead || outcome.noHolding || outcome.failed) ++run.m_outcome.phasesFailed;
         }
     }

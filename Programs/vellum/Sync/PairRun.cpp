@@ -48,6 +48,8 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
     }
     std::string text = Plural(outcome.sourceChanged, "change") + " in the source, " +
                        Plural(outcome.targetChanged, "change") + " in the target";
+    if (outcome.duplicatesMoved > 0)
+        text += ", " + Plural(outcome.duplicatesMoved, "duplicate") + " moved below the wastebasket";
     if (outcome.conflicts > 0) text += ", " + Plural(outcome.conflicts, "conflict");
     if (outcome.rowsFailed > 0)
         text += ", " + console.OnOut(CConsole::Style::Error, Plural(outcome.rowsFailed, "item") + " failed");
@@ -57,7 +59,8 @@ void PrintSummary(CConsole& console, const CPairResult& result) {
     if (outcome.cancelled) text += ", cancelled";
     if (WasStopped(result)) text += ", " + console.OnOut(CConsole::Style::Error, "stopped");
     if (result.protocol.IsEmpty() && outcome.sourceChanged + outcome.targetChanged == 0 &&
-        outcome.rowsFailed == 0 && outcome.phasesFailed == 0 && !outcome.cancelled && !WasStopped(result))
+        outcome.duplicatesMoved == 0 && outcome.rowsFailed == 0 && outcome.phasesFailed == 0 &&
+        !outcome.cancelled && !WasStopped(result))
         text = "nothing to do";
     console.Out() << "  " << text << '\n';
     if (outcome.conflicts > 0) console.Note(conflictAdvice);
@@ -123,6 +126,7 @@ Json ResultToJson(const CPairResult& result) {
     json["source_changed"] = result.outcome.sourceChanged;
     json["target_changed"] = result.outcome.targetChanged;
     json["conflicts"] = result.outcome.conflicts;
+    json["duplicates_moved"] = result.outcome.duplicatesMoved;
     json["failed"] = result.outcome.rowsFailed + result.outcome.phasesFailed + result.outcome.pairsNotOpened;
     json["cancelled"] = result.outcome.cancelled;
     Json missing = Json::array();
