@@ -141,7 +141,7 @@ TEST_F(TransferTest, PersonalAppointmentIsStrippedWhenNewAndWhenRewritten) {
 // What was taken out of a copy is never missed in the original, however private that is.
 TEST_F(TransferTest, NoStrippedCopyTakesAnythingFromItsOriginal) {
     for (const LONG sensitivity : {1, 2, 3})
-        for (const ULONG renew : {0u, static_cast<ULONG>(SYNC_ALWAYS_RENEW)}) {
+        for (const ULONG renew : {ULONG{0}, ULONG{SYNC_ALWAYS_RENEW}}) {
             SCOPED_TRACE(FormatText("%d %x", static_cast<int>(sensitivity), static_cast<unsigned>(renew)));
             Flags(SYNC_TO_TARGET | SYNC_FROM_TARGET | SYNC_STRIP_PRIVATE | renew);
             const auto original = SavedAppointment(left, "Gym", sensitivity);
